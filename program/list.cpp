@@ -1,0 +1,71 @@
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "program/commands.h"
+#include "program/file_size.h"
+#include "program/output.h"
+
+namespace program {
+
+using path_filter::Decision;
+using path_filter::Exclusion;
+using path_filter::IndexScope;
+
+int list(const ListOptions& options) {
+  require_directory(options.settings.root);
+  const IndexScope scope(options.settings.root, scope_options(options.settings));
+  Output output;
+  int status = 0;
+
+  const auto complain = [&](std::string_view path, std::string_view problem) {
+    std::cerr << "path-filter: " << printable(path) << ": " << problem << '\n';
+    status = 1;
+  };
+  const char end = options.null ? '\0' : '\n';
+  const char separator = options.null ? '\0' : '\t';
+  const auto print = [&](std::string_view path, const Decision& decision) {
+    if (options.json) {
+      Json object = json_of_path(path);
+      add_decision(object, decision);
+      output << json_line(object) << '\n';
+      return;
+    }
+    output << (options.null ? std::string(path) : printable(path));
+    if (options.excluded) {
+      output << separator << to_string(*decision.kind) << separator << decision.reason;
+    }
+    output << end;
+  };
+
+  path_filter::Walk walk = scope.walk(
+      [&](const std::filesystem::filesystem_error& error) {
+        complain(error.path1().native(), error.code().message());
+      },
+      {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
+        // All that a directory holds is left out with it: one line names it.
+        if (!options.excluded) return;
+        print(std::string(rel_dir) + '/',
+              {.indexable = false,
+               .kind = kind,
+               .reason = std::string(path_filter::internal::reason_of(kind))});
+      }});
+  for (const std::string& path : walk) {
+    try {
+      const Decision decision =
+          scope.is_indexable(path, {.size = size_for_limits(scope, path)});
+      if (decision.indexable != options.excluded) print(path, decision);
+    } catch (const std::invalid_argument& error) {
+      complain(path, error.what());
+    }
+    if (output.closed()) return status;
+  }
+  output.flush();
+  return status;
+}
+
+}  // namespace program

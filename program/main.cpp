@@ -1,0 +1,109 @@
+// path-filter: which files of a repository belong in the index, and why the others do
+// not.
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "program/commands.h"
+
+namespace {
+
+constexpr int USAGE_STATUS = 2;
+
+void add_root(CLI::App& command, program::Settings& settings) {
+  command.add_option("ROOT", settings.root, "The repository's root")->capture_default_str();
+}
+
+void add_limits(CLI::App& command, program::Settings& settings) {
+  command
+      .add_option("--config", settings.config,
+                  "A TOML file whose section [index] has the limits: max_file_size_mb and languages")
+      ->type_name("FILE");
+  command
+      .add_option("--max-file-size-mb", settings.max_file_size_mb,
+                  "Leave out larger files (in MiB; 10 when only other limits are given)")
+      ->type_name("SIZE");
+  command
+      .add_option("--languages", settings.languages,
+                  "Index only these code and documentation languages, separated by commas")
+      ->delimiter(',')
+      ->type_name("NAME,...");
+}
+
+int run(int argc, char** argv) {
+  CLI::App app(
+      "Tells which files of a repository belong in the index, and why the others do not.\n"
+      "Nothing limits sizes or languages unless one of the three limit options is given.");
+  app.name("path-filter");
+  app.set_version_flag("--version", "path-filter " PATH_FILTER_VERSION);
+  app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return "path-filter: " + std::string(error.what()) + "\nTry 'path-filter --help'.\n";
+  });
+
+  program::ListOptions list;
+  auto* list_command = app.add_subcommand("list", "Print the indexable files below ROOT");
+  add_root(*list_command, list.settings);
+  list_command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
+  list_command->add_flag("--json", list.json, "Print each decision as one line of JSON");
+  list_command->add_flag("--excluded", list.excluded,
+                         "Print what is left out instead, with its kind and reason");
+  add_limits(*list_command, list.settings);
+
+  program::CheckOptions check;
+  auto* check_command = app.add_subcommand("check", "Print the decision on each PATH");
+  check_command->add_option("PATH", check.paths, "Paths, relative to the root or below it");
+  check_command->add_option("--root", check.settings.root, "The repository's root")
+      ->type_name("DIR")
+      ->capture_default_str();
+  check_command->add_flag("--stdin", check.read_stdin, "Read paths from standard input too");
+  check_command->add_flag("-0,--null", check.null, "Paths on standard input end with NUL");
+  check_command->add_flag("--json", check.json, "Print each decision as one line of JSON");
+  check_command->add_flag("-v,--verbose", check.verbose,
+                          "Name what decided: the ignore rule, the directory, the limit");
+  check_command->footer(
+      "Exit status: 0 when every path is indexed, 1 when some are left out, 2 on an error.");
+  add_limits(*check_command, check.settings);
+
+  program::SummaryOptions summary;
+  auto* summary_command =
+      app.add_subcommand("summary", "Count what is in and out, by language and kind");
+  add_root(*summary_command, summary.settings);
+  add_limits(*summary_command, summary.settings);
+
+  bool languages_json = false;
+  auto* languages_command = app.add_subcommand("languages", "Print the language registry");
+  languages_command->add_flag("--json", languages_json, "Print it as JSON");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : USAGE_STATUS;
+  }
+
+  if (*list_command) return program::list(list);
+  if (*check_command) {
+    if (check.paths.empty() && !check.read_stdin) {
+      throw program::UsageError("check: no paths; name some, or give --stdin");
+    }
+    return program::check(check);
+  }
+  if (*summary_command) return program::summarize(summary);
+  return program::print_languages(languages_json);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A closed pipe is seen where the output is written.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "path-filter: " << error.what() << '\n';
+    return USAGE_STATUS;
+  }
+}

@@ -1,0 +1,191 @@
+#include <fts.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "program/commands.h"
+#include "program/file_size.h"
+#include "program/output.h"
+
+namespace program {
+
+using path_filter::Decision;
+using path_filter::Exclusion;
+using path_filter::IndexScope;
+
+namespace {
+
+struct Count {
+  std::size_t files = 0;
+  std::size_t bytes = 0;
+
+  void add(std::size_t size) {
+    ++files;
+    bytes += size;
+  }
+};
+
+struct PrunedDirectory {
+  std::string path;
+  Exclusion kind;
+  Count count;
+};
+
+/// How far the work is, on a line of a terminal that is written over.
+class Progress {
+ public:
+  void step() {
+    if (!_shown || ++_files % 512 != 0) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - _last < std::chrono::milliseconds(100)) return;
+    _last = now;
+    std::cerr << '\r' << grouped(_files) << " files" << std::flush;
+    _written = true;
+  }
+
+  ~Progress() {
+    if (_written) std::cerr << "\r\033[K" << std::flush;
+  }
+
+ private:
+  const bool _shown = ::isatty(STDERR_FILENO) == 1;
+  bool _written = false;
+  std::size_t _files = 0;
+  std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();
+};
+
+/// Counts all that lies below a directory that the walk leaves out. Links are not
+/// followed; what cannot be read is not counted.
+Count count_below(const std::filesystem::path& directory, Progress& progress) {
+  Count count;
+  std::string path = directory.string();
+  std::array<char*, 2> roots{path.data(), nullptr};
+  const std::unique_ptr<FTS, decltype(&fts_close)> tree(
+      ::fts_open(roots.data(), FTS_PHYSICAL, nullptr), &fts_close);
+  while (const FTSENT* entry = tree ? ::fts_read(tree.get()) : nullptr) {
+    switch (entry->fts_info) {
+      case FTS_D:
+      case FTS_DP:
+      case FTS_DNR:
+      case FTS_ERR:
+      case FTS_NS:
+        break;
+      default:
+        count.add(static_cast<std::size_t>(entry->fts_statp->st_size));
+        progress.step();
+    }
+  }
+  return count;
+}
+
+template <typename Key>
+std::vector<std::pair<Key, Count>> by_files(const std::map<Key, Count>& counts) {
+  std::vector<std::pair<Key, Count>> rows(counts.begin(), counts.end());
+  std::ranges::stable_sort(
+      rows, [](const auto& a, const auto& b) { return a.second.files > b.second.files; });
+  return rows;
+}
+
+constexpr std::size_t NUMBER_WIDTH = 12;
+constexpr std::size_t BYTES_WIDTH = 18;
+
+std::string right(std::string text, std::size_t width) {
+  text.insert(0, width - std::min(text.size(), width), ' ');
+  return text;
+}
+
+void print_row(Output& output, const Count& count, std::string_view title) {
+  output << right(grouped(count.files), NUMBER_WIDTH) << right(grouped(count.bytes), BYTES_WIDTH)
+         << "  " << title << '\n';
+}
+
+void print_heading(Output& output, std::string_view title) {
+  output << right("files", NUMBER_WIDTH) << right("bytes", BYTES_WIDTH) << "  " << title << '\n';
+}
+
+}  // namespace
+
+int summarize(const SummaryOptions& options) {
+  constexpr std::size_t MOST_PRUNED = 10;
+  require_directory(options.settings.root);
+  const IndexScope scope(options.settings.root, scope_options(options.settings));
+  int status = 0;
+  Count in;
+  Count out;
+  std::map<std::string, Count> languages;
+  std::map<Exclusion, Count> exclusions;
+  std::vector<PrunedDirectory> pruned;
+
+  {
+    Progress progress;
+    const auto complain = [&](std::string_view path, std::string_view problem) {
+      std::cerr << "path-filter: " << printable(path) << ": " << problem << '\n';
+      status = 1;
+    };
+    path_filter::Walk walk = scope.walk(
+        [&](const std::filesystem::filesystem_error& error) {
+          complain(error.path1().native(), error.code().message());
+        },
+        {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
+          pruned.push_back(
+              {std::string(rel_dir), kind, count_below(scope.root / rel_dir, progress)});
+        }});
+    for (const std::string& path : walk) {
+      progress.step();
+      const auto size = file_size(scope, path);
+      const auto bytes = static_cast<std::size_t>(size.value_or(0));
+      try {
+        const Decision decision = scope.is_indexable(path, {.size = size});
+        (decision ? in : out).add(bytes);
+        (decision ? languages[*decision.language] : exclusions[*decision.kind]).add(bytes);
+      } catch (const std::invalid_argument& error) {
+        complain(path, error.what());
+      }
+    }
+  }
+
+  for (const PrunedDirectory& directory : pruned) {
+    for (Count* count : {&out, &exclusions[directory.kind]}) {
+      count->files += directory.count.files;
+      count->bytes += directory.count.bytes;
+    }
+  }
+  std::ranges::stable_sort(pruned, [](const auto& a, const auto& b) {
+    return a.count.bytes > b.count.bytes;
+  });
+
+  Output output;
+  print_heading(output, "indexed, by language");
+  for (const auto& [language, count] : by_files(languages)) print_row(output, count, language);
+  print_row(output, in, "in all");
+  output << '\n';
+  print_heading(output, "left out, by kind");
+  for (const auto& [kind, count] : by_files(exclusions)) {
+    print_row(output, count, to_string(kind));
+  }
+  print_row(output, out, "in all");
+  if (!pruned.empty()) {
+    output << '\n';
+    print_heading(output, "largest pruned directories");
+    for (std::size_t index = 0; index < std::min(pruned.size(), MOST_PRUNED); ++index) {
+      const PrunedDirectory& directory = pruned[index];
+      print_row(output, directory.count,
+                printable(directory.path) + "/  (" + std::string(to_string(directory.kind)) + ")");
+    }
+  }
+  output.flush();
+  return status;
+}
+
+}  // namespace program

@@ -1,0 +1,51 @@
+#include "utils/path_filter/decision.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "utils/path_filter/internal/text.h"
+
+namespace path_filter {
+
+namespace internal {
+
+static_assert(REASONS[1].second.find(INDEX_DATA_DIR) != std::string_view::npos,
+              "the reason names the directory");
+
+std::string_view reason_of(Exclusion kind) {
+  const auto* found =
+      std::ranges::find(REASONS, kind, &std::pair<Exclusion, std::string_view>::first);
+  if (found == REASONS.end()) {
+    throw std::out_of_range("no fixed reason text for the kind " + std::string(to_string(kind)));
+  }
+  return found->second;
+}
+
+}  // namespace internal
+
+std::string_view _relative_posix(std::string_view path, std::string& storage) {
+  std::string_view posix = path;
+  if (path.find('\\') != std::string_view::npos) {
+    storage.assign(path);
+    std::ranges::replace(storage, '\\', '/');
+    posix = storage;
+  }
+  if (posix.starts_with('/') || (posix.size() >= 3 && posix.substr(1, 2) == ":/")) {
+    throw std::invalid_argument(internal::quoted(path) +
+                                " is not relative to the repository root");
+  }
+  return posix;
+}
+
+}  // namespace path_filter
+
+std::size_t std::hash<path_filter::Decision>::operator()(
+    const path_filter::Decision& decision) const noexcept {
+  const auto combine = [](std::size_t seed, std::size_t value) {
+    return (seed ^ value) * 0x9E3779B97F4A7C15U;
+  };
+  std::size_t result = combine(1, decision.indexable ? 1 : 0);
+  result = combine(result, decision.kind ? static_cast<std::size_t>(*decision.kind) + 1 : 0);
+  result = combine(result, std::hash<std::string>{}(decision.reason));
+  return combine(result, decision.language ? std::hash<std::string>{}(*decision.language) : 0);
+}

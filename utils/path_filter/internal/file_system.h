@@ -1,0 +1,103 @@
+// All that the component reads from disk goes through here: whole files, and whole
+// directory listings. Nothing blocks (a FIFO or a device is refused, not read) and
+// no path is too long: one that the operating system would refuse for its length is
+// opened in steps.
+
+#ifndef UTILS_PATH_FILTER_INTERNAL_FILE_SYSTEM_H_
+#define UTILS_PATH_FILTER_INTERNAL_FILE_SYSTEM_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace path_filter::internal {
+
+/// An open file descriptor, closed when it goes out of scope.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int number) : _number(number) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(_number, other._number);
+    return *this;
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor();
+
+  int number() const { return _number; }
+  bool is_open() const { return _number >= 0; }
+
+ private:
+  int _number = -1;
+};
+
+/// Why something could not be read.
+struct ReadError {
+  int code;             // an errno value
+  std::string message;  // what the operating system says of it
+};
+
+using FileContent = std::variant<std::string, ReadError>;
+
+/// Whether the last component of a path may be a symbolic link.
+enum class LastLink { follow, refuse };
+
+/// Reads the file at `path` whole. A directory fails with EISDIR, a file of more
+/// than `limit` bytes with EFBIG, and what is neither a regular file nor the null
+/// device is refused without being read.
+FileContent read_file(std::string_view path, LastLink last_link, std::size_t limit);
+
+/// The same for the file `name` in the directory `directory`; a link is refused.
+FileContent read_file_in(const FileDescriptor& directory, const std::string& name,
+                         std::size_t limit);
+
+/// The same for the file `name` in the directory `root`/`below` (the root itself when
+/// `below` is ""). Links on the way to it are followed.
+FileContent read_file_below(const std::string& root, std::string_view below,
+                            const std::string& name, std::size_t limit);
+
+/// Opens the directory `root`/`below` for listing; the root itself when `below` is
+/// "". The way to the root may lead through symbolic links, the way from there may
+/// not: that fails with ELOOP or ENOTDIR. Returns an errno value, 0 on success.
+int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened);
+
+/// The entries of one directory, in the order in which the file system gives them.
+class Listing {
+ public:
+  struct Entry {
+    std::string_view name;
+    bool is_directory;  // a symbolic link to a directory counts as one
+    bool is_link;
+  };
+
+  /// Reads the listing of `directory` to its end, in place of what was held before.
+  /// Returns an errno value, 0 on success; on failure the listing is empty.
+  int read(const FileDescriptor& directory);
+
+  std::size_t size() const { return _records.size(); }
+  Entry operator[](std::size_t index) const {
+    const Record& record = _records[index];
+    return {{_names.data() + record.begin, record.size}, record.is_directory, record.is_link};
+  }
+  bool contains(std::string_view name) const;
+  void clear();
+
+ private:
+  struct Record {
+    std::size_t begin;
+    std::size_t size;
+    bool is_directory;
+    bool is_link;
+  };
+  std::string _names;
+  std::vector<Record> _records;
+};
+
+}  // namespace path_filter::internal
+
+#endif  // UTILS_PATH_FILTER_INTERNAL_FILE_SYSTEM_H_

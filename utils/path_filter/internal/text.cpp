@@ -1,0 +1,244 @@
+#include "utils/path_filter/internal/text.h"
+
+#include <utf8proc.h>
+
+#include <array>
+#include <cstdint>
+
+namespace path_filter::internal {
+namespace {
+
+constexpr std::string_view REPLACEMENT_CHARACTER = "\xEF\xBF\xBD";
+
+/// One unit of text: a character, or a byte that belongs to none.
+struct Unit {
+  char32_t code;  // the character, or 0x110000 plus the byte
+  std::size_t size;
+};
+
+bool is_ascii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
+
+/// The length and code of the character at the front of `text`; absent when the
+/// bytes there are not valid UTF-8. `text` is not empty.
+std::optional<Unit> decode(std::string_view text) {
+  if (is_ascii(text.front())) return Unit{static_cast<unsigned char>(text.front()), 1};
+  utf8proc_int32_t code = -1;
+  const auto size = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                     static_cast<utf8proc_ssize_t>(text.size()), &code);
+  if (size <= 0 || code < 0) return std::nullopt;
+  return Unit{static_cast<char32_t>(code), static_cast<std::size_t>(size)};
+}
+
+Unit unit_at(std::string_view text, std::size_t at) {
+  const std::string_view rest = text.substr(at);
+  return decode(rest).value_or(Unit{0x110000U + static_cast<unsigned char>(rest.front()), 1});
+}
+
+/// Whether some bytes after `begin` would make it a valid character: it is enough to
+/// try the least and the greatest continuation, as the allowed ones are a range.
+bool begins_character(std::string_view begin) {
+  for (const char continuation : {'\x80', '\xBF'}) {
+    std::array<char, 4> whole{};
+    whole.fill(continuation);
+    begin.copy(whole.data(), begin.size());
+    const auto unit = decode({whole.data(), whole.size()});
+    if (unit && unit->size > begin.size()) return true;
+  }
+  return false;
+}
+
+bool is_space(char32_t code) {
+  if (code >= 0x110000U) return false;
+  const utf8proc_property_t* property = utf8proc_get_property(static_cast<utf8proc_int32_t>(code));
+  switch (property->bidi_class) {
+    case UTF8PROC_BIDI_CLASS_B:
+    case UTF8PROC_BIDI_CLASS_S:
+    case UTF8PROC_BIDI_CLASS_WS:
+      return true;
+    default:
+      return property->category == UTF8PROC_CATEGORY_ZS;
+  }
+}
+
+/// Matches `code` against the set whose inside is `set` ("!" included).
+bool set_matches(std::string_view set, char32_t code) {
+  const bool negated = set.starts_with('!');
+  std::size_t at = negated ? 1 : 0;
+  bool found = false;
+  while (at < set.size()) {
+    const Unit low = unit_at(set, at);
+    at += low.size;
+    if (at + 1 < set.size() && set[at] == '-') {
+      const Unit high = unit_at(set, at + 1);
+      at += 1 + high.size;
+      found = found || (low.code <= code && code <= high.code);
+    } else {
+      found = found || low.code == code;
+    }
+  }
+  return found != negated;
+}
+
+/// The offset of the "]" that closes the "[" at `open`, or npos. `last` is where the
+/// pattern's last "]" is: a row of brackets that nothing closes is not searched anew
+/// for each of them.
+std::size_t closing_bracket(std::string_view pattern, std::size_t open, std::size_t last) {
+  if (last == std::string_view::npos || last < open) return std::string_view::npos;
+  std::size_t at = open + 1;
+  if (at < pattern.size() && pattern[at] == '!') ++at;
+  // A "]" in the first place of a set is a member of it.
+  return pattern.find(']', at + 1);
+}
+
+}  // namespace
+
+std::string_view trim(std::string_view text) {
+  while (!text.empty()) {
+    const Unit first = unit_at(text, 0);
+    if (!is_space(first.code)) break;
+    text.remove_prefix(first.size);
+  }
+  while (!text.empty()) {
+    std::size_t last = text.size() - 1;
+    while (last > 0 && text.size() - last < 4 && (text[last] & '\xC0') == '\x80') --last;
+    const Unit unit = unit_at(text, last);
+    if (last + unit.size != text.size() || !is_space(unit.code)) break;
+    text.remove_suffix(unit.size);
+  }
+  return text;
+}
+
+void append_lower(std::string_view text, std::string& out) {
+  for (std::size_t at = 0; at < text.size();) {
+    const char byte = text[at];
+    if (is_ascii(byte)) {
+      out += byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
+      ++at;
+      continue;
+    }
+    const auto unit = decode(text.substr(at));
+    if (!unit) {
+      out += byte;
+      ++at;
+      continue;
+    }
+    std::array<utf8proc_uint8_t, 4> lower{};
+    const auto size = utf8proc_encode_char(
+        utf8proc_tolower(static_cast<utf8proc_int32_t>(unit->code)), lower.data());
+    out.append(reinterpret_cast<const char*>(lower.data()), static_cast<std::size_t>(size));
+    at += unit->size;
+  }
+}
+
+std::optional<std::size_t> find_invalid_utf8(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const auto unit = decode(text.substr(at));
+    if (!unit) return at;
+    at += unit->size;
+  }
+  return std::nullopt;
+}
+
+std::string replace_invalid_utf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t valid = find_invalid_utf8(text).value_or(text.size());
+    out.append(text.substr(0, valid));
+    text.remove_prefix(valid);
+    if (text.empty()) break;
+    std::size_t invalid = 1;
+    while (invalid < 3 && invalid < text.size() && begins_character(text.substr(0, invalid + 1))) {
+      ++invalid;
+    }
+    out.append(REPLACEMENT_CHARACTER);
+    text.remove_prefix(invalid);
+  }
+  return out;
+}
+
+std::string quoted(std::string_view text) {
+  constexpr std::string_view HEX = "0123456789abcdef";
+  std::string out = "'";
+  for (const char byte : text) {
+    const auto value = static_cast<unsigned char>(byte);
+    if (byte == '\\' || byte == '\'') {
+      out += '\\';
+      out += byte;
+    } else if (byte == '\n') {
+      out += "\\n";
+    } else if (byte == '\r') {
+      out += "\\r";
+    } else if (byte == '\t') {
+      out += "\\t";
+    } else if (value < 0x20 || value == 0x7F) {
+      out += "\\x";
+      out += HEX[value >> 4];
+      out += HEX[value & 15];
+    } else {
+      out += byte;
+    }
+  }
+  out += '\'';
+  return out;
+}
+
+bool shell_glob_matches(std::string_view pattern, std::string_view text) {
+  // Nearly every glob is "*tail" or "head*tail" with nothing special in the tail:
+  // two comparisons decide it.
+  const std::size_t head = pattern.find_first_of("*?[");
+  if (head == std::string_view::npos) return pattern == text;
+  if (text.substr(0, head) != pattern.substr(0, head)) return false;
+  pattern.remove_prefix(head);
+  text.remove_prefix(head);
+  if (pattern.front() == '*') {
+    const std::string_view tail = pattern.substr(1);
+    if (tail.find_first_of("*?[") == std::string_view::npos) return text.ends_with(tail);
+  }
+
+  // Only the last star met is ever taken back: it can take over whatever an earlier
+  // one would have had to match.
+  constexpr std::size_t NONE = std::string_view::npos;
+  const std::size_t last_bracket = pattern.rfind(']');
+  std::size_t p = 0;
+  std::size_t t = 0;
+  std::size_t star = NONE;     // the pattern after the last star
+  std::size_t star_text = 0;   // where the text after that star's run begins
+  for (;;) {
+    if (p < pattern.size() && pattern[p] == '*') {
+      star = ++p;
+      star_text = t;
+      continue;
+    }
+    if (t == text.size()) return p == pattern.size();
+    bool matches = false;
+    if (p < pattern.size()) {
+      const Unit unit = unit_at(text, t);
+      std::size_t width = 1;
+      if (pattern[p] == '?') {
+        matches = true;
+      } else if (const std::size_t close =
+                     pattern[p] == '[' ? closing_bracket(pattern, p, last_bracket) : NONE;
+                 close != NONE) {
+        matches = set_matches(pattern.substr(p + 1, close - p - 1), unit.code);
+        width = close + 1 - p;
+      } else {
+        const Unit literal = unit_at(pattern, p);
+        matches = literal.code == unit.code;
+        width = literal.size;
+      }
+      if (matches) {
+        p += width;
+        t += unit.size;
+      }
+    }
+    if (!matches) {
+      if (star == NONE) return false;
+      p = star;
+      star_text += unit_at(text, star_text).size;
+      t = star_text;
+    }
+  }
+}
+
+}  // namespace path_filter::internal

@@ -1,0 +1,44 @@
+// Text helpers that several units share. Text is UTF-8; a byte that is not part of
+// a valid sequence stands for itself, so that a file name of any bytes can be
+// handled as text and comes out unchanged.
+
+#ifndef UTILS_PATH_FILTER_INTERNAL_TEXT_H_
+#define UTILS_PATH_FILTER_INTERNAL_TEXT_H_
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace path_filter::internal {
+
+/// `text` without the white space at both ends. White space is what Unicode gives a
+/// bidirectional type of white space or separator (tab, line ends, U+001C to U+001F,
+/// U+0085, the blanks), and every space separator (category Zs).
+std::string_view trim(std::string_view text);
+
+/// Appends `text` in lower case to `out`, by Unicode's simple, locale-independent
+/// mapping (one character to one character).
+void append_lower(std::string_view text, std::string& out);
+
+/// The offset of the first byte that is not valid UTF-8, or absent.
+std::optional<std::size_t> find_invalid_utf8(std::string_view text);
+
+/// `text` with U+FFFD in place of each invalid sequence: a longest run of bytes that
+/// begins a character and is not continued, or else a single byte (the practice
+/// that chapter 3.9 of the Unicode standard recommends).
+std::string replace_invalid_utf8(std::string_view text);
+
+/// `text` as a literal in single quotes: backslashes doubled, quotes and control
+/// characters escaped.
+std::string quoted(std::string_view text);
+
+/// Shell-style matching of the whole `text`, case-sensitive: "*" matches any run of
+/// characters ("/" included), "?" one character, "[abc]", "[a-z]" and "[!abc]" one
+/// character of the set or outside it; a "[" that is never closed and every other
+/// character match themselves. Takes at most on the order of pattern times text.
+bool shell_glob_matches(std::string_view pattern, std::string_view text);
+
+}  // namespace path_filter::internal
+
+#endif  // UTILS_PATH_FILTER_INTERNAL_TEXT_H_

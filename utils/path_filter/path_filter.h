@@ -1,0 +1,22 @@
+// The path filter of a code-repository indexer: which files of a repository belong in
+// the index, which rule leaves a file out and why, and which files are test code.
+//
+//   path_rules.h    the fixed directory rules, and what is taken from the registry
+//   test_code.h     which paths are test code; the production surface
+//   test_code_sql.h the same answer inside SQLite queries (link path_filter_sql)
+//   index_scope.h   the scope of one repository: all rules together, and the walk
+//   git_ignore.h    one ignore file's rules, and where git keeps them
+//
+// The languages are those of the registry that is linked: see
+// utils/language_registry/language_registry.h.
+
+#ifndef UTILS_PATH_FILTER_PATH_FILTER_H_
+#define UTILS_PATH_FILTER_PATH_FILTER_H_
+
+#include "utils/path_filter/git_ignore.h"
+#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/test_code.h"
+#include "utils/path_filter/test_code_sql.h"
+
+#endif  // UTILS_PATH_FILTER_PATH_FILTER_H_

@@ -1,0 +1,84 @@
+#include "utils/path_filter/path_rules.h"
+
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <memory>
+
+#include "utils/path_filter/internal/path_components.h"
+#include "utils/path_filter/internal/text.h"
+
+namespace path_filter {
+
+using language_registry::LANGUAGES;
+
+bool _skips_directory(std::string_view name, std::optional<std::string_view> parent_name) {
+  if (ALWAYS_SKIP_DIRS.contains(name)) return true;
+  if (name == ".github") return false;
+  if (parent_name == ".github" && !GITHUB_ALLOWED_SUBDIRS.contains(name)) return true;
+  if (name.starts_with('.') && !ALLOWED_HIDDEN_DIRS.contains(name)) return true;
+  if (name.starts_with("__") || name.ends_with("__")) {
+    std::string lower;
+    internal::append_lower(name, lower);
+    return !LANGUAGES.test_dir_names().contains(lower);
+  }
+  return name.ends_with(".egg-info");
+}
+
+bool should_skip_directory(std::string_view dirname, std::optional<std::string_view> parent_path) {
+  if (parent_path) parent_path = internal::last_component(*parent_path);
+  return _skips_directory(dirname, parent_path);
+}
+
+bool should_skip_path(std::string_view path) {
+  internal::PathComponents components(path);
+  std::optional<std::string_view> parent;
+  while (const auto component = components.next()) {
+    if (_skips_directory(*component, parent)) return true;
+    parent = component;
+  }
+  return false;
+}
+
+bool is_indexable_path(std::string_view path) { return !should_skip_path(path); }
+
+namespace {
+
+constexpr const char* LOGGER_NAME = "utils.path_filter";
+
+std::shared_ptr<spdlog::logger> make_logger() {
+  if (auto existing = spdlog::get(LOGGER_NAME)) return existing;
+  return spdlog::stderr_logger_mt(LOGGER_NAME);
+}
+
+struct Constants {
+  language_registry::TextSet test_dir_names = LANGUAGES.test_dir_names();
+  std::vector<std::string> test_file_globs{LANGUAGES.test_file_globs().begin(),
+                                           LANGUAGES.test_file_globs().end()};
+};
+
+const Constants& constants() {
+  static const Constants loaded = [] {
+    internal::loaded_logger();
+    return Constants{};
+  }();
+  return loaded;
+}
+
+}  // namespace
+
+void load() { constants(); }
+
+namespace internal {
+
+const language_registry::TextSet& loaded_test_dir_names() { return constants().test_dir_names; }
+
+const std::vector<std::string>& loaded_test_file_globs() { return constants().test_file_globs; }
+
+spdlog::logger& loaded_logger() {
+  static const std::shared_ptr<spdlog::logger> loaded = make_logger();
+  return *loaded;
+}
+
+}  // namespace internal
+}  // namespace path_filter

@@ -1,0 +1,134 @@
+// The fixed directory rules: whether the indexer stays out of a directory, judged by
+// its name and the name of the directory above it. Dependency, build and cache
+// directories, version control and other hidden directories, dunder directories that
+// tools make, and packaging metadata are skipped, whatever the repository says.
+//
+// The rules read names only, never the disk, and nothing configures them. All
+// functions are pure (but for one question to the language registry, see
+// _skips_directory), keep nothing between calls, and may be called from any thread.
+// They throw only what the registry throws.
+//
+//   should_skip_directory("node_modules")               // true
+//   should_skip_directory("scripts", "/repo/.github")   // true
+//   should_skip_path("src/main.py")                     // false
+//
+// Here, too, stand the constants that are taken from the language registry when the
+// component is loaded, and the component's logger.
+
+#ifndef UTILS_PATH_FILTER_PATH_RULES_H_
+#define UTILS_PATH_FILTER_PATH_RULES_H_
+
+#include <array>
+#include <concepts>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "utils/language_registry/language_registry.h"
+#include "utils/path_filter/internal/fixed_text_set.h"
+
+namespace spdlog {
+class logger;
+}
+
+namespace path_filter {
+
+/// Directory names that are skipped wherever they occur.
+inline constexpr internal::FixedTextSet ALWAYS_SKIP_DIRS{std::array<std::string_view, 23>{
+    ".cache", ".git",         ".gradle",     ".mypy_cache", ".next", ".npm",
+    ".nuxt",  ".pixi",        ".pytest_cache", ".ruff_cache", ".tox",  ".uv",
+    ".venv",  ".yarn",        "__pycache__", "build",       "coverage", "dist",
+    "node_modules", "obj",    "out",         "target",      "venv"}};
+
+/// Hidden directory names that are not skipped for being hidden.
+inline constexpr internal::FixedTextSet ALLOWED_HIDDEN_DIRS{
+    std::array<std::string_view, 5>{".circleci", ".github", ".gitlab", ".idea", ".vscode"}};
+
+/// The only names admitted directly below a directory named ".github".
+inline constexpr internal::FixedTextSet GITHUB_ALLOWED_SUBDIRS{std::array<std::string_view, 4>{
+    "ISSUE_TEMPLATE", "PULL_REQUEST_TEMPLATE", "actions", "workflows"}};
+
+/// Whether the indexer skips a directory of this name. `parent_name` is the name of
+/// the directory directly above, absent at the top. Asks the registry for its test
+/// directory names when `name` begins or ends with "__", as a test directory such as
+/// "__tests__" stays.
+bool _skips_directory(std::string_view name, std::optional<std::string_view> parent_name);
+
+/// Whether the indexer skips the directory `dirname` (one name, not split) that lies
+/// in the directory `parent_path`.
+bool should_skip_directory(std::string_view dirname,
+                           std::optional<std::string_view> parent_path = std::nullopt);
+
+template <std::same_as<std::filesystem::path> Path>
+bool should_skip_directory(std::string_view dirname, const Path& parent_path) {
+  return should_skip_directory(dirname, std::string_view(parent_path.native()));
+}
+
+/// Whether any component of `path` is skipped, its last one included: a file named
+/// ".env" or "__init__.py" is, by this rule. `path` is relative or absolute, with "/"
+/// between components.
+bool should_skip_path(std::string_view path);
+
+template <std::same_as<std::filesystem::path> Path>
+bool should_skip_path(const Path& path) {
+  return should_skip_path(std::string_view(path.native()));
+}
+
+/// Whether no component of `path` is skipped: the opposite of should_skip_path.
+bool is_indexable_path(std::string_view path);
+
+template <std::same_as<std::filesystem::path> Path>
+bool is_indexable_path(const Path& path) {
+  return is_indexable_path(std::string_view(path.native()));
+}
+
+/// Loads the component: creates its logger and takes the two constants below from
+/// the registry. The first use of any of them does the same, at any time, static
+/// initialisation included; a host calls load() to meet a failure of its registry
+/// early. Safe from any thread; done once. Throws what the registry throws, and the
+/// next call then tries again. The registry's functions themselves are bound when
+/// the program is linked.
+void load();
+
+namespace internal {
+
+const language_registry::TextSet& loaded_test_dir_names();
+const std::vector<std::string>& loaded_test_file_globs();
+spdlog::logger& loaded_logger();
+
+/// A constant that is made when the component is loaded: a name for what `Get`
+/// returns, itself constant and ready before any code runs.
+template <typename Value, Value& (*Get)()>
+struct Loaded {
+  Value& operator*() const { return Get(); }
+  Value* operator->() const { return &Get(); }
+  auto begin() const { return Get().begin(); }
+  auto end() const { return Get().end(); }
+};
+
+}  // namespace internal
+
+/// The registry's test directory names, as they were when the component was loaded:
+/// *TEST_DIR_NAMES is the set, TEST_DIR_NAMES->contains("tests") asks it.
+inline constexpr internal::Loaded<const language_registry::TextSet,
+                                  internal::loaded_test_dir_names>
+    TEST_DIR_NAMES{};
+
+/// The registry's test file-name globs, as they were when the component was loaded,
+/// in the registry's order.
+inline constexpr internal::Loaded<const std::vector<std::string>,
+                                  internal::loaded_test_file_globs>
+    TEST_FILE_GLOBS{};
+
+/// The component's one logger, named "utils.path_filter"; it is used for warnings
+/// only. A logger that the host registered with spdlog under that name before the
+/// component was loaded is taken as it is; otherwise one is made that writes to
+/// stderr, and registered. A host adds its sinks to logger->sinks(), before other
+/// threads use the component.
+inline constexpr internal::Loaded<spdlog::logger, internal::loaded_logger> logger{};
+
+}  // namespace path_filter
+
+#endif  // UTILS_PATH_FILTER_PATH_RULES_H_

@@ -1,0 +1,42 @@
+#include "utils/path_filter/test_code.h"
+
+#include <algorithm>
+
+#include "utils/language_registry/language_registry.h"
+#include "utils/path_filter/internal/path_components.h"
+#include "utils/path_filter/internal/text.h"
+
+namespace path_filter {
+
+using language_registry::LANGUAGES;
+
+bool is_test_path(std::string_view path) {
+  std::string posix;
+  if (path.find('\\') != std::string_view::npos) {
+    posix.assign(path);
+    std::ranges::replace(posix, '\\', '/');
+    path = posix;
+  }
+
+  const std::string_view name = internal::last_component(path);
+  const language_registry::LanguageRecord* language = LANGUAGES.classify(name);
+  if (language == nullptr || language->tier != "code") return false;
+  for (const std::string_view glob : language->test_file_globs) {
+    if (internal::shell_glob_matches(glob, name)) return true;
+  }
+
+  const auto& test_dir_names = LANGUAGES.test_dir_names();
+  // `name` is a view into `path`: what stands before it are the directories. Without
+  // a name there are none.
+  internal::PathComponents directories(
+      name.empty() ? name : path.substr(0, static_cast<std::size_t>(name.data() - path.data())));
+  std::string lower;
+  while (const auto directory = directories.next()) {
+    lower.clear();
+    internal::append_lower(*directory, lower);
+    if (test_dir_names.contains(lower)) return true;
+  }
+  return false;
+}
+
+}  // namespace path_filter
