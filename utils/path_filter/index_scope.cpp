@@ -32,6 +32,17 @@ struct SplitPath {
   std::string_view name;
 };
 
+/// The topmost of the directories from the root down to `directory` for which `holds`;
+/// null when there is none.
+template <typename Holds>
+const Directory* topmost(const Directory& directory, Holds holds) {
+  const Directory* found = nullptr;
+  for (const Directory* at = &directory; at->parent != nullptr; at = at->parent) {
+    if (holds(*at)) found = at;
+  }
+  return found;
+}
+
 std::string_view minified_glob(std::string_view name) {
   for (const std::string_view glob : MINIFIED_FILE_GLOBS) {
     if (internal::shell_glob_matches(glob, name)) return glob;
@@ -171,44 +182,50 @@ Explanation IndexScope::explain(std::string_view rel_path, FileFacts facts) cons
   const std::string_view path = _relative_posix(rel_path, storage);
   const auto [directory, name] = SplitPath(path);
   Explanation explanation{is_indexable(path, facts)};
-  const auto kind = explanation.decision.kind;
-
-  if (kind == Exclusion::directory || kind == Exclusion::index_data) {
-    // The first on the way that has the rule: those below it inherit it.
-    for (std::size_t end = 0; end != std::string_view::npos && !explanation.directory;) {
-      end = directory.find('/', end + 1);
-      const std::string_view above = directory.substr(0, end);
-      if (_directory_rule(_directories[above])) explanation.directory = above;
-    }
+  if (!explanation.decision.kind) {
+    explanation.rule = deciding_ignore_rule(path);
     return explanation;
   }
-  if (kind == Exclusion::minified) explanation.glob = minified_glob(name);
-  if (kind == Exclusion::unknown_language || kind == Exclusion::lockfile ||
-      kind == Exclusion::minified) {
-    return explanation;
-  }
-
-  const auto caches = _caches();
-  Match match;
-  if (_ignored(path, directory, _directories[directory])) {
-    for (std::size_t end = 0; !match.includes() && end != std::string_view::npos;) {
-      end = directory.empty() ? end : directory.find('/', end + 1);
-      if (directory.empty()) break;
-      const std::string_view above = directory.substr(0, end);
-      const Directory& known = _directories[above];
-      if (_directory_ignored(*caches, above, known, nullptr)) {
-        match = _matches(*caches, above, true, *known.parent, nullptr);
-      }
-    }
-  }
-  if (!match.includes()) {
-    match = _matches(*caches, path, false, _directories[directory], nullptr);
-  }
-  if (match.file != nullptr) {
-    const auto pattern = match.file->rules.pattern(match.rule);
-    explanation.rule = {match.file->source, pattern.line, std::string(pattern.text)};
+  switch (*explanation.decision.kind) {
+    case Exclusion::directory:
+    case Exclusion::index_data:
+      // The topmost has the rule: those below it inherit it.
+      explanation.directory = directory.substr(
+          0, topmost(_directories[directory], [&](const Directory& above) {
+               return _directory_rule(above).has_value();
+             })->path_size);
+      break;
+    case Exclusion::minified:
+      explanation.glob = minified_glob(name);
+      break;
+    case Exclusion::gitignore:
+    case Exclusion::size:
+    case Exclusion::language:
+      explanation.rule = deciding_ignore_rule(path);
+      break;
+    case Exclusion::unknown_language:
+    case Exclusion::lockfile:
+      break;
   }
   return explanation;
+}
+
+std::optional<IgnoreRule> IndexScope::deciding_ignore_rule(std::string_view rel_path) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_path, storage);
+  const std::string_view directory = SplitPath(path).directory;
+  const auto caches = _caches();
+  const Directory& known = _directories[directory];
+  const Directory* ignored = topmost(known, [&](const Directory& above) {
+    return _directory_ignored(*caches, directory.substr(0, above.path_size), above, nullptr);
+  });
+  const Match match =
+      ignored != nullptr
+          ? _matches(*caches, path.substr(0, ignored->path_size), true, *ignored->parent, nullptr)
+          : _matches(*caches, path, false, known, nullptr);
+  if (match.file == nullptr) return std::nullopt;
+  const auto pattern = match.file->rules.pattern(match.rule);
+  return IgnoreRule{match.file->source, pattern.line, std::string(pattern.text)};
 }
 
 // --- The fixed directory rules -------------------------------------------------

@@ -157,6 +157,12 @@ class IndexScope {
   /// what a first question costs, and those who do not ask nothing.
   Explanation explain(std::string_view rel_path, FileFacts facts = {}) const;
 
+  /// The rule by which git's ignore rules alone decide about the file at `rel_path`, or
+  /// about the directory there when it ends in "/": what `git check-ignore -v` prints.
+  /// It may be one that includes the path again ("!..."). Below an ignored directory it
+  /// is the rule that ignores the directory. Absent when no rule matches.
+  std::optional<IgnoreRule> deciding_ignore_rule(std::string_view rel_path) const;
+
  private:
   friend class Walk;
 

@@ -32,7 +32,9 @@ int open_retrying(int directory, const char* path, int flags) {
 /// The same, failing with ELOOP on a symbolic link anywhere in `path`.
 int open_without_links(int directory, const char* path, int flags) {
   open_how how{};
-  how.flags = static_cast<decltype(how.flags)>(flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  // With O_PATH the call takes no flag that would mean nothing.
+  const int unblocking = (flags & O_PATH) != 0 ? 0 : O_NOCTTY | O_NONBLOCK;
+  how.flags = static_cast<decltype(how.flags)>(flags | O_CLOEXEC | unblocking);
   how.resolve = RESOLVE_NO_SYMLINKS;
   long number = -1;
   do {

@@ -58,17 +58,18 @@ bool parse_set(std::string_view pattern, std::size_t& at, ByteSet& set) {
   };
   const bool negated = peek(0) == '!' || peek(0) == '^';
   if (negated) ++p;
-  std::optional<std::size_t> previous;  // where a range may begin
+  constexpr std::size_t NONE = 256;
+  std::size_t previous = NONE;  // where a range may begin
   bool first = true;
   for (;; first = false) {
     if (p >= pattern.size()) return false;
     const char character = pattern[p];
     if (character == ']' && !first) break;
-    if (character == '-' && previous && peek(1) != '\0' && peek(1) != ']') {
+    if (character == '-' && previous != NONE && peek(1) != '\0' && peek(1) != ']') {
       ++p;
       if (pattern[p] == '\\' && ++p >= pattern.size()) return false;
-      for (std::size_t byte = *previous; byte <= byte_of(pattern[p]); ++byte) set.set(byte);
-      previous.reset();
+      for (std::size_t byte = previous; byte <= byte_of(pattern[p]); ++byte) set.set(byte);
+      previous = NONE;
       ++p;
       continue;
     }
@@ -82,7 +83,7 @@ bool parse_set(std::string_view pattern, std::size_t& at, ByteSet& set) {
         for (unsigned byte = 0; byte < 256; ++byte) {
           if (named->holds(byte)) set.set(byte);
         }
-        previous.reset();
+        previous = NONE;
         p = close + 1;
         continue;
       }

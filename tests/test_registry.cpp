@@ -1,0 +1,87 @@
+#include "tests/test_registry.h"
+
+#include <array>
+#include <stdexcept>
+
+#include "utils/language_registry/language_registry.h"
+
+namespace test_registry {
+
+std::atomic<int> test_dir_names_calls{0};
+std::atomic<bool> failing{false};
+
+}  // namespace test_registry
+
+namespace language_registry {
+namespace {
+
+constexpr std::array<std::string_view, 2> PYTHON_GLOBS{"test_*.py", "*_test.py"};
+constexpr std::array<std::string_view, 1> JAVA_GLOBS{"*Test.java"};
+constexpr std::array<std::string_view, 3> ALL_GLOBS{"test_*.py", "*_test.py", "*Test.java"};
+
+struct Row {
+  std::string_view name;
+  std::string_view suffix;
+  LanguageRecord record;
+};
+
+constexpr Row ROWS[] = {
+    {"python", ".py", {"code", PYTHON_GLOBS}},   {"java", ".java", {"code", JAVA_GLOBS}},
+    {"csharp", ".cs", {"code", {}}},             {"typescript", ".ts", {"code", {}}},
+    {"tsx", ".tsx", {"code", {}}},               {"javascript", ".js", {"code", {}}},
+    {"javascript", ".mjs", {"code", {}}},        {"javascript", ".cjs", {"code", {}}},
+    {"makefile", "Makefile", {"code", {}}},      {"markdown", ".md", {"docs", {}}},
+    {"json", ".json", {"data", {}}},             {"text", ".log", {"docs", {}}},
+};
+
+void fail_on_demand() {
+  if (test_registry::failing) throw std::runtime_error("registry failure");
+}
+
+const Row* find_row(std::string_view name) {
+  fail_on_demand();
+  for (const Row& row : ROWS) {
+    if (name.ends_with(row.suffix)) return &row;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+const TextSet& Languages::test_dir_names() const {
+  fail_on_demand();
+  ++test_registry::test_dir_names_calls;
+  static const TextSet names{"tests", "test", "specs", "__tests__", "__mocks__", "\xC3\xA9tests"};
+  return names;
+}
+
+std::span<const std::string_view> Languages::test_file_globs() const {
+  fail_on_demand();
+  return ALL_GLOBS;
+}
+
+const LanguageRecord* Languages::classify(std::string_view name) const {
+  const Row* row = find_row(name);
+  return row == nullptr ? nullptr : &row->record;
+}
+
+std::optional<std::string_view> detect_language(std::string_view name) {
+  const Row* row = find_row(name);
+  if (row == nullptr) return std::nullopt;
+  return row->name;
+}
+
+bool is_lockfile(std::string_view name) {
+  fail_on_demand();
+  return name == "package-lock.json" || name == "Cargo.lock";
+}
+
+std::string_view tier_of(std::string_view language) {
+  fail_on_demand();
+  for (const Row& row : ROWS) {
+    if (row.name == language) return row.record.tier;
+  }
+  return "";
+}
+
+}  // namespace language_registry
