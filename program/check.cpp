@@ -109,16 +109,15 @@ std::string decider(const Explanation& explanation, const IndexScope& scope) {
   return "";
 }
 
-void print_json(Output& output, std::string_view path, const Explanation& explanation,
-                bool verbose) {
+void print_json(Output& output, std::string_view path, std::string_view relative,
+                const Explanation& explanation, bool verbose) {
   Json object = json_of_path(path);
-  add_decision(object, explanation.decision);
+  add_decision(object, relative, explanation.decision);
   if (verbose) {
     object["rule"] = nullptr;
     if (explanation.rule) {
       const auto& rule = *explanation.rule;
-      object["rule"] = {
-          {"source", rule.source}, {"line", rule.line}, {"pattern", rule.pattern}};
+      object["rule"] = {{"source", rule.source}, {"line", rule.line}, {"pattern", rule.pattern}};
     }
     if (explanation.directory) object["directory"] = *explanation.directory;
     if (explanation.glob) object["glob"] = *explanation.glob;
@@ -157,7 +156,7 @@ int check(const CheckOptions& options) {
                                           ? scope.explain(relative, facts)
                                           : Explanation{scope.is_indexable(relative, facts)};
       if (options.json) {
-        print_json(output, path, explanation, options.verbose);
+        print_json(output, path, relative, explanation, options.verbose);
       } else {
         print_text(output, path, explanation, scope, options.verbose);
       }

@@ -10,11 +10,15 @@
 
 namespace program {
 
+/// Which of the indexable files are listed.
+enum class Surface { all, production, tests };
+
 struct ListOptions {
   Settings settings;
   bool null = false;
   bool json = false;
   bool excluded = false;
+  Surface surface = Surface::all;
 };
 
 /// Exit status 1 when a directory could not be read or a name not be asked about.

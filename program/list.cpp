@@ -5,10 +5,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "program/commands.h"
 #include "program/file_size.h"
 #include "program/output.h"
+#include "utils/path_filter/test_code.h"
 
 namespace program {
 
@@ -31,7 +34,7 @@ int list(const ListOptions& options) {
   const auto print = [&](std::string_view path, const Decision& decision) {
     if (options.json) {
       Json object = json_of_path(path);
-      add_decision(object, decision);
+      add_decision(object, path, decision);
       output << json_line(object) << '\n';
       return;
     }
@@ -54,16 +57,31 @@ int list(const ListOptions& options) {
                .kind = kind,
                .reason = std::string(path_filter::internal::reason_of(kind))});
       }});
+  // A repository that is nothing but tests has them as its production surface: they
+  // are kept until the first file that is none.
+  std::vector<std::pair<std::string, Decision>> only_tests;
+  bool has_production = false;
   for (const std::string& path : walk) {
     try {
-      const Decision decision =
-          scope.is_indexable(path, {.size = size_for_limits(scope, path)});
-      if (decision.indexable != options.excluded) print(path, decision);
+      Decision decision = scope.is_indexable(path, {.size = size_for_limits(scope, path)});
+      if (decision.indexable == options.excluded) continue;
+      if (options.surface != Surface::all) {
+        const bool is_test = path_filter::is_test_path(path);
+        if (options.surface == Surface::tests && !is_test) continue;
+        if (options.surface == Surface::production) {
+          if (is_test && !has_production) only_tests.emplace_back(path, std::move(decision));
+          if (is_test) continue;
+          has_production = true;
+          only_tests.clear();
+        }
+      }
+      print(path, decision);
     } catch (const std::invalid_argument& error) {
       complain(path, error.what());
     }
     if (output.closed()) return status;
   }
+  for (const auto& [path, decision] : only_tests) print(path, decision);
   output.flush();
   return status;
 }

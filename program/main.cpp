@@ -19,8 +19,9 @@ void add_root(CLI::App& command, program::Settings& settings) {
 
 void add_limits(CLI::App& command, program::Settings& settings) {
   command
-      .add_option("--config", settings.config,
-                  "A TOML file whose section [index] has the limits: max_file_size_mb and languages")
+      .add_option(
+          "--config", settings.config,
+          "A TOML file whose section [index] has the limits: max_file_size_mb and languages")
       ->type_name("FILE");
   command
       .add_option("--max-file-size-mb", settings.max_file_size_mb,
@@ -49,8 +50,16 @@ int run(int argc, char** argv) {
   add_root(*list_command, list.settings);
   list_command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
   list_command->add_flag("--json", list.json, "Print each decision as one line of JSON");
-  list_command->add_flag("--excluded", list.excluded,
-                         "Print what is left out instead, with its kind and reason");
+  auto* excluded = list_command->add_flag(
+      "--excluded", list.excluded, "Print what is left out instead, with its kind and reason");
+  bool production = false;
+  bool tests = false;
+  auto* production_flag = list_command->add_flag(
+      "--production", production,
+      "Print only what is not test code; everything when nothing else is there");
+  auto* tests_flag = list_command->add_flag("--tests", tests, "Print only test code");
+  production_flag->excludes(tests_flag)->excludes(excluded);
+  tests_flag->excludes(excluded);
   add_limits(*list_command, list.settings);
 
   program::CheckOptions check;
@@ -84,7 +93,11 @@ int run(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : USAGE_STATUS;
   }
 
-  if (*list_command) return program::list(list);
+  if (*list_command) {
+    if (production) list.surface = program::Surface::production;
+    if (tests) list.surface = program::Surface::tests;
+    return program::list(list);
+  }
   if (*check_command) {
     if (check.paths.empty() && !check.read_stdin) {
       throw program::UsageError("check: no paths; name some, or give --stdin");

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/test_code.h"
 
 namespace program {
 
@@ -55,11 +56,12 @@ Json json_of_path(std::string_view path) {
   return object;
 }
 
-void add_decision(Json& object, const path_filter::Decision& decision) {
+void add_decision(Json& object, std::string_view path, const path_filter::Decision& decision) {
   object["indexable"] = decision.indexable;
   object["kind"] = decision.kind ? Json(to_string(*decision.kind)) : Json(nullptr);
   object["reason"] = decision.reason;
   object["language"] = decision.language ? Json(*decision.language) : Json(nullptr);
+  object["test"] = path_filter::is_test_path(path);
 }
 
 std::string json_line(const Json& object) {

@@ -49,8 +49,8 @@ using Json = nlohmann::ordered_json;
 /// own bytes, as hexadecimal digits, under "path_hex".
 Json json_of_path(std::string_view path);
 
-/// Adds the fields of `decision`.
-void add_decision(Json& object, const path_filter::Decision& decision);
+/// Adds the fields of the decision on `path`, and whether the path is test code.
+void add_decision(Json& object, std::string_view path, const path_filter::Decision& decision);
 
 /// One line, without the line's end. Never fails for the sake of invalid UTF-8.
 std::string json_line(const Json& object);

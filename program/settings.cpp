@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <toml++/toml.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <cstdlib>
 #include <sstream>
 #include <system_error>
-#include <toml++/toml.h>
 #include <utility>
 
 #include "utils/path_filter/internal/file_system.h"
@@ -58,7 +58,8 @@ IndexConfig read_config(const std::string& file) {
   }
   const toml::table* index = table["index"].as_table();
   if (index == nullptr) {
-    throw UsageError(file + ": has no section [index]; write one, with max_file_size_mb or languages");
+    throw UsageError(file +
+                     ": has no section [index]; write one, with max_file_size_mb or languages");
   }
   // What the file leaves out has its default.
   IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, ConfigValue{}};

@@ -17,6 +17,7 @@
 #include "program/commands.h"
 #include "program/file_size.h"
 #include "program/output.h"
+#include "utils/path_filter/test_code.h"
 
 namespace program {
 
@@ -123,6 +124,7 @@ int summarize(const SummaryOptions& options) {
   int status = 0;
   Count in;
   Count out;
+  Count tests;
   std::map<std::string, Count> languages;
   std::map<Exclusion, Count> exclusions;
   std::vector<PrunedDirectory> pruned;
@@ -148,6 +150,7 @@ int summarize(const SummaryOptions& options) {
       try {
         const Decision decision = scope.is_indexable(path, {.size = size});
         (decision ? in : out).add(bytes);
+        if (decision && path_filter::is_test_path(path)) tests.add(bytes);
         (decision ? languages[*decision.language] : exclusions[*decision.kind]).add(bytes);
       } catch (const std::invalid_argument& error) {
         complain(path, error.what());
@@ -161,14 +164,14 @@ int summarize(const SummaryOptions& options) {
       count->bytes += directory.count.bytes;
     }
   }
-  std::ranges::stable_sort(pruned, [](const auto& a, const auto& b) {
-    return a.count.bytes > b.count.bytes;
-  });
+  std::ranges::stable_sort(
+      pruned, [](const auto& a, const auto& b) { return a.count.bytes > b.count.bytes; });
 
   Output output;
   print_heading(output, "indexed, by language");
   for (const auto& [language, count] : by_files(languages)) print_row(output, count, language);
   print_row(output, in, "in all");
+  print_row(output, tests, "of it test code");
   output << '\n';
   print_heading(output, "left out, by kind");
   for (const auto& [kind, count] : by_files(exclusions)) {

@@ -91,10 +91,10 @@ TEST(IndexLimits, Sizes) {
     const CapturedLog log;
     EXPECT_EQ(IndexLimits::from_config({row.size, ConfigValue{}}).max_file_bytes, row.bytes)
         << row.literal;
-    EXPECT_EQ(log.text(), row.literal.empty() ? ""
-                                              : "utils.path_filter warning index.max_file_size_mb=" +
-                                                    row.literal +
-                                                    " is not a positive number; using 10\n");
+    EXPECT_EQ(log.text(), row.literal.empty()
+                              ? ""
+                              : "utils.path_filter warning index.max_file_size_mb=" + row.literal +
+                                    " is not a positive number; using 10\n");
   }
 }
 
@@ -123,9 +123,9 @@ TEST(IndexLimits, Allows) {
     const char* language;
     bool in_typescript, in_nothing;
   };
-  for (const Row& row : {Row{"typescript", true, false}, Row{"tsx", true, false},
-                         Row{"python", false, false}, Row{"markdown", false, false},
-                         Row{"json", true, true}}) {
+  for (const Row& row :
+       {Row{"typescript", true, false}, Row{"tsx", true, false}, Row{"python", false, false},
+        Row{"markdown", false, false}, Row{"json", true, true}}) {
     EXPECT_EQ(typescript.allows(row.language), row.in_typescript) << row.language;
     EXPECT_EQ(nothing.allows(row.language), row.in_nothing) << row.language;
     EXPECT_TRUE(all.allows(row.language));

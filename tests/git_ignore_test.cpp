@@ -116,8 +116,8 @@ TEST(GitIgnore, LiteralsOfEveryLength) {
       EXPECT_EQ(matches("y" + literal), tail) << pattern;
       EXPECT_EQ(matches(literal + "y"), pattern == literal + "*" || pattern.ends_with('?'))
           << pattern;
-      EXPECT_EQ(matches("a/" + literal), !pattern.starts_with('/') && !pattern.ends_with("/**") &&
-                                             !pattern.ends_with('?'))
+      EXPECT_EQ(matches("a/" + literal),
+                !pattern.starts_with('/') && !pattern.ends_with("/**") && !pattern.ends_with('?'))
           << pattern;
       EXPECT_EQ(matches(literal + "/b"), pattern.ends_with("/**")) << pattern;
     }
@@ -145,22 +145,23 @@ TEST(GitIgnore, ReadingAFile) {
   EXPECT_FALSE(_read_ignore_rules(tree / "ignore"));
   EXPECT_FALSE(check_content("# only\n\n   \n", "a"));
   EXPECT_FALSE(_read_ignore_rules(tree / "ignore"));
-  for (const std::string_view end :
-       {"\n", "\r\n", "\r", "\v", "\f", "\x1C", "\x1D", "\x1E", "\xC2\x85", "\xE2\x80\xA8",
-        "\xE2\x80\xA9"}) {
+  for (const std::string_view end : {"\n", "\r\n", "\r", "\v", "\f", "\x1C", "\x1D", "\x1E",
+                                     "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"}) {
     const std::string content = "a" + std::string(end) + "b";
     EXPECT_TRUE(check_content(content, "a") && check_content(content, "b")) << content;
   }
   EXPECT_FALSE(check_content("a\x1Fz\nb", "a"));
   EXPECT_TRUE(check_content("x\xFFy\nb", "b"));
   EXPECT_TRUE(check_content("x\xFFy\nb", "x\xEF\xBF\xBDy"));
-  EXPECT_FALSE(check_content("\xEF\xBB\xBF"
-                             "a\nb",
-                             "a"));
-  EXPECT_TRUE(check_content("\xEF\xBB\xBF"
-                            "a\nb",
-                            "\xEF\xBB\xBF"
-                            "a"));
+  EXPECT_FALSE(
+      check_content("\xEF\xBB\xBF"
+                    "a\nb",
+                    "a"));
+  EXPECT_TRUE(
+      check_content("\xEF\xBB\xBF"
+                    "a\nb",
+                    "\xEF\xBB\xBF"
+                    "a"));
 }
 
 TEST(GitIgnore, WhatCannotBeRead) {
@@ -178,13 +179,12 @@ TEST(GitIgnore, WhatCannotBeRead) {
     LastLink last_link;
     const char* problem;  // "" when nothing is logged
   };
-  for (const Row& row : {Row{"missing", LastLink::follow, ""},
-                         Row{"file/.gitignore", LastLink::follow, ""},
-                         Row{"nowhere", LastLink::follow, ""},
-                         Row{"directory", LastLink::follow, "Is a directory"},
-                         Row{"fifo", LastLink::follow, "Not a regular file"},
-                         Row{"large", LastLink::follow, "File too large"},
-                         Row{"link", LastLink::refuse, "Too many levels of symbolic links"}}) {
+  for (const Row& row :
+       {Row{"missing", LastLink::follow, ""}, Row{"file/.gitignore", LastLink::follow, ""},
+        Row{"nowhere", LastLink::follow, ""}, Row{"directory", LastLink::follow, "Is a directory"},
+        Row{"fifo", LastLink::follow, "Not a regular file"},
+        Row{"large", LastLink::follow, "File too large"},
+        Row{"link", LastLink::refuse, "Too many levels of symbolic links"}}) {
     const CapturedLog log;
     const std::string path = (tree / row.path).string();
     EXPECT_FALSE(_read_ignore_rules(path, row.last_link)) << path;

@@ -114,13 +114,12 @@ TEST(IndexScope, Relative) {
     const char* path;
     const char* relative;  // null: absent
   };
-  for (const Row& row : {Row{"/r", "/r/./src//a.py/", "src/a.py"}, Row{"/r", "/r/a", "a"},
-                         Row{"/r/", "/r/a/", "a"}, Row{"/r", "/r", nullptr},
-                         Row{"/r", "/ra/b", nullptr}, Row{"/r", "/r/a/../../etc", nullptr},
-                         Row{"/r", "r/a", nullptr}, Row{"/r", "//r/a", nullptr},
-                         Row{"/", "/a", "a"}, Row{"r", "r/a", "a"}, Row{".", "a/b", "a/b"},
-                         Row{".", "/a/b", nullptr}, Row{"/r", "", nullptr},
-                         Row{"/r/..", "/r/../a", "a"}, Row{"/r", "/r/a\\b", "a\\b"}}) {
+  for (const Row& row :
+       {Row{"/r", "/r/./src//a.py/", "src/a.py"}, Row{"/r", "/r/a", "a"}, Row{"/r/", "/r/a/", "a"},
+        Row{"/r", "/r", nullptr}, Row{"/r", "/ra/b", nullptr}, Row{"/r", "/r/a/../../etc", nullptr},
+        Row{"/r", "r/a", nullptr}, Row{"/r", "//r/a", nullptr}, Row{"/", "/a", "a"},
+        Row{"r", "r/a", "a"}, Row{".", "a/b", "a/b"}, Row{".", "/a/b", nullptr},
+        Row{"/r", "", nullptr}, Row{"/r/..", "/r/../a", "a"}, Row{"/r", "/r/a\\b", "a\\b"}}) {
     const auto relative = IndexScope(row.root).relative(row.path);
     EXPECT_EQ(relative.value_or("(absent)"), row.relative == nullptr ? "(absent)" : row.relative)
         << row.path << " in " << row.root;
@@ -303,8 +302,8 @@ TEST(IndexScope, OddIgnoreFiles) {
   const std::string root = tree.root().string();
   const std::string start = "utils.path_filter warning Cannot read the ignore rules in ";
   EXPECT_EQ(log.text(), start + root + "/dir/.gitignore: Is a directory\n" +  //
-                            start + root + "/fifo/.gitignore: Not a regular file\n" + start +
-                            root + "/link/.gitignore: Too many levels of symbolic links\n");
+                            start + root + "/fifo/.gitignore: Not a regular file\n" + start + root +
+                            "/link/.gitignore: Too many levels of symbolic links\n");
 }
 
 TEST(IndexScope, DeepPaths) {
@@ -329,13 +328,13 @@ struct Walked {
 
 Walked walk(const IndexScope& scope) {
   Walked walked;
-  for (const std::string& path :
-       scope.walk([&](const std::filesystem::filesystem_error& error) {
+  for (const std::string& path : scope.walk(
+           [&](const std::filesystem::filesystem_error&error) {
              walked.errors.push_back(error.path1().string() + ": " + error.code().message());
            },
-                  {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
-                    walked.pruned.emplace(rel_dir, kind);
-                  }})) {
+           {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
+             walked.pruned.emplace(rel_dir, kind);
+           }})) {
     walked.paths.push_back(path);
   }
   return walked;
@@ -357,11 +356,11 @@ TEST(Walk, PrunesAndProduces) {
 
   const IndexScope scope(tree.root());
   const Walked walked = walk(scope);
-  EXPECT_EQ(std::set<std::string>(walked.paths.begin(), walked.paths.end()),
-            (std::set<std::string>{".gitignore", "b.txt", "a.txt", "x/c.py", "x/y/e.py",
-                                   "memory/wiki/h.md", "app.log", "name\xFF\n/k\xFE",
-                                   "back\\slash/l.py", "x/package-lock.json", "link-to-file",
-                                   "dangling", "x/pipe"}));
+  EXPECT_EQ(
+      std::set<std::string>(walked.paths.begin(), walked.paths.end()),
+      (std::set<std::string>{".gitignore", "b.txt", "a.txt", "x/c.py", "x/y/e.py",
+                             "memory/wiki/h.md", "app.log", "name\xFF\n/k\xFE", "back\\slash/l.py",
+                             "x/package-lock.json", "link-to-file", "dangling", "x/pipe"}));
   EXPECT_EQ(walked.errors, std::vector<std::string>());
   EXPECT_EQ(walked.pruned,
             (std::map<std::string, Exclusion>{{"x/.venv", Exclusion::directory},
@@ -373,7 +372,8 @@ TEST(Walk, PrunesAndProduces) {
   std::set<std::string> finished;
   std::string current;
   for (const std::string& path : walked.paths) {
-    const std::string top = path.substr(0, path.find('/') == std::string::npos ? 0 : path.find('/'));
+    const std::string top =
+        path.substr(0, path.find('/') == std::string::npos ? 0 : path.find('/'));
     if (top != current) {
       EXPECT_TRUE(finished.insert(top).second || top.empty()) << path;
       EXPECT_FALSE(top.empty() && !current.empty()) << path;

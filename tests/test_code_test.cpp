@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -73,22 +73,40 @@ TEST(TestCode, ShellGlobs) {
     bool matches;
   };
   const Row rows[] = {
-      {"*.min.js", "a.min.js", true},      {"*.min.js", ".min.js", true},
-      {"*.min.js", "a.min.js.map", false}, {"*.min.js", "a.MIN.js", false},
-      {"*a*b", "a/xb", true},              {"a?c", "a\xC3\xA9"
-                                                   "c", true},
-      {"a?c", "ac", false},                {"a?c", "a\xFF"
-                                                   "c", true},
-      {"??", "\xC3\xA9", false},           {"[abc]x", "bx", true},
-      {"[!abc]x", "bx", false},            {"[!abc]x", "dx", true},
-      {"[a-c]", "b", true},                {"[c-a]", "b", false},
-      {"[\xC3\xA0-\xC3\xAF]", "\xC3\xA9", true}, {"[]]", "]", true},
-      {"[!]]", "a", true},                 {"[a", "[a", true},
-      {"[a", "a", false},                  {"*[", "x[", true},
-      {"[a-]", "-", true},                 {"[^a]", "^", true},
-      {"[[:alpha:]]", "a]", true},         {"a\\*", "a\\b", true},
-      {"", "", true},                      {"", "a", false},
-      {"*", "", true},                     {"**", "abc", true},
+      {"*.min.js", "a.min.js", true},
+      {"*.min.js", ".min.js", true},
+      {"*.min.js", "a.min.js.map", false},
+      {"*.min.js", "a.MIN.js", false},
+      {"*a*b", "a/xb", true},
+      {"a?c",
+       "a\xC3\xA9"
+       "c",
+       true},
+      {"a?c", "ac", false},
+      {"a?c",
+       "a\xFF"
+       "c",
+       true},
+      {"??", "\xC3\xA9", false},
+      {"[abc]x", "bx", true},
+      {"[!abc]x", "bx", false},
+      {"[!abc]x", "dx", true},
+      {"[a-c]", "b", true},
+      {"[c-a]", "b", false},
+      {"[\xC3\xA0-\xC3\xAF]", "\xC3\xA9", true},
+      {"[]]", "]", true},
+      {"[!]]", "a", true},
+      {"[a", "[a", true},
+      {"[a", "a", false},
+      {"*[", "x[", true},
+      {"[a-]", "-", true},
+      {"[^a]", "^", true},
+      {"[[:alpha:]]", "a]", true},
+      {"a\\*", "a\\b", true},
+      {"", "", true},
+      {"", "a", false},
+      {"*", "", true},
+      {"**", "abc", true},
       {"*?*?*", "a", false},
   };
   for (const Row& row : rows) {

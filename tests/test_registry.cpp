@@ -26,12 +26,18 @@ struct Row {
 };
 
 constexpr Row ROWS[] = {
-    {"python", ".py", {"code", PYTHON_GLOBS}},   {"java", ".java", {"code", JAVA_GLOBS}},
-    {"csharp", ".cs", {"code", {}}},             {"typescript", ".ts", {"code", {}}},
-    {"tsx", ".tsx", {"code", {}}},               {"javascript", ".js", {"code", {}}},
-    {"javascript", ".mjs", {"code", {}}},        {"javascript", ".cjs", {"code", {}}},
-    {"makefile", "Makefile", {"code", {}}},      {"markdown", ".md", {"docs", {}}},
-    {"json", ".json", {"data", {}}},             {"text", ".log", {"docs", {}}},
+    {"python", ".py", {"code", PYTHON_GLOBS}},
+    {"java", ".java", {"code", JAVA_GLOBS}},
+    {"csharp", ".cs", {"code", {}}},
+    {"typescript", ".ts", {"code", {}}},
+    {"tsx", ".tsx", {"code", {}}},
+    {"javascript", ".js", {"code", {}}},
+    {"javascript", ".mjs", {"code", {}}},
+    {"javascript", ".cjs", {"code", {}}},
+    {"makefile", "Makefile", {"code", {}}},
+    {"markdown", ".md", {"docs", {}}},
+    {"json", ".json", {"data", {}}},
+    {"text", ".log", {"docs", {}}},
 };
 
 void fail_on_demand() {

@@ -31,8 +31,7 @@ std::string_view _relative_posix(std::string_view path, std::string& storage) {
     posix = storage;
   }
   if (posix.starts_with('/') || (posix.size() >= 3 && posix.substr(1, 2) == ":/")) {
-    throw std::invalid_argument(internal::quoted(path) +
-                                " is not relative to the repository root");
+    throw std::invalid_argument(internal::quoted(path) + " is not relative to the repository root");
   }
   return posix;
 }

@@ -31,8 +31,9 @@ enum class Exclusion : unsigned char {
 
 /// All kinds, in their order.
 inline constexpr std::array ALL_EXCLUSIONS{
-    Exclusion::directory, Exclusion::index_data, Exclusion::unknown_language, Exclusion::lockfile,
-    Exclusion::minified,  Exclusion::gitignore,  Exclusion::size,             Exclusion::language};
+    Exclusion::directory, Exclusion::index_data, Exclusion::unknown_language,
+    Exclusion::lockfile,  Exclusion::minified,   Exclusion::gitignore,
+    Exclusion::size,      Exclusion::language};
 
 /// The kind's text, under which it is reported: "directory", "index_data", and so on.
 constexpr std::string_view to_string(Exclusion kind) {

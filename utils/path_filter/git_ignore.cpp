@@ -101,8 +101,7 @@ class GitIgnoreSpec::Builder {
     if (tokens.size() < 2 || tokens.front().kind != GlobToken::Kind::globstar) return;
     const bool one_component =
         std::none_of(tokens.begin() + 1, tokens.end(), [](const GlobToken& token) {
-          return token.kind == GlobToken::Kind::globstar ||
-                 token.kind == GlobToken::Kind::rest ||
+          return token.kind == GlobToken::Kind::globstar || token.kind == GlobToken::Kind::rest ||
                  (token.kind == GlobToken::Kind::byte && token.byte == '/');
         });
     if (!one_component) return;
@@ -143,9 +142,7 @@ class GitIgnoreSpec::Builder {
   }
 
   void file_variant(Rule& rule, const std::vector<GlobToken>& tokens) {
-    const auto is_byte = [](const GlobToken& token) {
-      return token.kind == GlobToken::Kind::byte;
-    };
+    const auto is_byte = [](const GlobToken& token) { return token.kind == GlobToken::Kind::byte; };
     const auto head_end = std::find_if_not(tokens.begin(), tokens.end(), is_byte);
     const auto tail_begin = std::find_if_not(tokens.rbegin(), tokens.rend(), is_byte).base();
     _head.clear();
@@ -242,8 +239,7 @@ CheckResult GitIgnoreSpec::check_file(std::string_view path) const {
 bool GitIgnoreSpec::rule_matches(RuleNumber number, const Subject& subject) const {
   const Rule& rule = _rules[number - 1];
   if (rule.directories_only && !subject.is_directory) return false;
-  return _globs.matches(rule.glob,
-                        rule.kind == GlobKind::name ? subject.name : subject.path);
+  return _globs.matches(rule.glob, rule.kind == GlobKind::name ? subject.name : subject.path);
 }
 
 void GitIgnoreSpec::ask_entry(const LiteralIndex::Entry& entry, const Subject& subject,
@@ -364,8 +360,7 @@ std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content) {
   return spec;
 }
 
-void _warn_unreadable(const internal::ReadError& error,
-                      const std::function<std::string()>& path) {
+void _warn_unreadable(const internal::ReadError& error, const std::function<std::string()>& path) {
   if (error.code == ENOENT || error.code == ENOTDIR) return;
   logger->warn("Cannot read the ignore rules in {}: {}", path(), error.message);
 }

@@ -141,16 +141,14 @@ class GitIgnoreSpec {
 /// file or is over MAX_IGNORE_FILE_BYTES. Invalid UTF-8 reads as U+FFFD. Whether a
 /// symbolic link is read is the caller's to say: git reads none for a `.gitignore`.
 std::optional<GitIgnoreSpec> _read_ignore_rules(
-    const std::filesystem::path& path,
-    internal::LastLink last_link = internal::LastLink::follow);
+    const std::filesystem::path& path, internal::LastLink last_link = internal::LastLink::follow);
 
 /// The rule set of an ignore file's content, or absent when it holds no pattern.
 std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content);
 
 /// Logs the one warning for an ignore file that could not be read, unless it is only
 /// missing. `path` gives its path and is called when there is something to log.
-void _warn_unreadable(const internal::ReadError& error,
-                      const std::function<std::string()>& path);
+void _warn_unreadable(const internal::ReadError& error, const std::function<std::string()>& path);
 
 /// The git directory of the work tree `root`: its `.git` when that is a directory, or
 /// what the `.git` file there points to ("gitdir: PATH"), or absent. Throws

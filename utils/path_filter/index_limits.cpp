@@ -31,13 +31,12 @@ std::optional<double> number_in(std::string_view text) {
 
 std::optional<double> as_number(const ConfigValue& value) {
   using Result = std::optional<double>;
-  return std::visit(
-      Cases{[](bool flag) -> Result { return flag ? 1.0 : 0.0; },
-            [](std::int64_t number) -> Result { return static_cast<double>(number); },
-            [](double number) -> Result { return number; },
-            [](const std::string& text) -> Result { return number_in(text); },
-            [](const auto&) -> Result { return std::nullopt; }},
-      value.value);
+  return std::visit(Cases{[](bool flag) -> Result { return flag ? 1.0 : 0.0; },
+                          [](std::int64_t number) -> Result { return static_cast<double>(number); },
+                          [](double number) -> Result { return number; },
+                          [](const std::string& text) -> Result { return number_in(text); },
+                          [](const auto&) -> Result { return std::nullopt; }},
+                    value.value);
 }
 
 /// The bytes in `mebibytes`, toward zero; 0 when that is no finite number.
@@ -57,25 +56,25 @@ std::string number_literal(Number number) {
 
 /// The value as a person would write it in the configuration.
 std::string literal(const ConfigValue& value) {
-  return std::visit(
-      Cases{[](std::monostate) -> std::string { return "None"; },
-            [](bool flag) -> std::string { return flag ? "True" : "False"; },
-            [](std::int64_t number) { return number_literal(number); },
-            [](double number) {
-              std::string text = number_literal(number);
-              if (text.find_first_not_of("-0123456789") == std::string::npos) text += ".0";
-              return text;
-            },
-            [](const std::string& text) { return internal::quoted(text); },
-            [](const ConfigValue::List& list) {
-              std::string text;
-              for (const ConfigValue& entry : list) {
-                text += (text.empty() ? "" : ", ") + literal(entry);
-              }
-              return "[" + text + "]";
-            },
-            [](const ConfigValue::Other& other) { return other.literal; }},
-      value.value);
+  return std::visit(Cases{[](std::monostate) -> std::string { return "None"; },
+                          [](bool flag) -> std::string { return flag ? "True" : "False"; },
+                          [](std::int64_t number) { return number_literal(number); },
+                          [](double number) {
+                            std::string text = number_literal(number);
+                            if (text.find_first_not_of("-0123456789") == std::string::npos)
+                              text += ".0";
+                            return text;
+                          },
+                          [](const std::string& text) { return internal::quoted(text); },
+                          [](const ConfigValue::List& list) {
+                            std::string text;
+                            for (const ConfigValue& entry : list) {
+                              text += (text.empty() ? "" : ", ") + literal(entry);
+                            }
+                            return "[" + text + "]";
+                          },
+                          [](const ConfigValue::Other& other) { return other.literal; }},
+                    value.value);
 }
 
 [[noreturn]] void fail_not_a_list(const ConfigValue& value) {

@@ -190,10 +190,10 @@ Explanation IndexScope::explain(std::string_view rel_path, FileFacts facts) cons
     case Exclusion::directory:
     case Exclusion::index_data:
       // The topmost has the rule: those below it inherit it.
-      explanation.directory = directory.substr(
-          0, topmost(_directories[directory], [&](const Directory& above) {
-               return _directory_rule(above).has_value();
-             })->path_size);
+      explanation.directory =
+          directory.substr(0, topmost(_directories[directory], [&](const Directory& above) {
+                                return _directory_rule(above).has_value();
+                              })->path_size);
       break;
     case Exclusion::minified:
       explanation.glob = minified_glob(name);
@@ -219,10 +219,9 @@ std::optional<IgnoreRule> IndexScope::deciding_ignore_rule(std::string_view rel_
   const Directory* ignored = topmost(known, [&](const Directory& above) {
     return _directory_ignored(*caches, directory.substr(0, above.path_size), above, nullptr);
   });
-  const Match match =
-      ignored != nullptr
-          ? _matches(*caches, path.substr(0, ignored->path_size), true, *ignored->parent, nullptr)
-          : _matches(*caches, path, false, known, nullptr);
+  const Match match = ignored != nullptr ? _matches(*caches, path.substr(0, ignored->path_size),
+                                                    true, *ignored->parent, nullptr)
+                                         : _matches(*caches, path, false, known, nullptr);
   if (match.file == nullptr) return std::nullopt;
   const auto pattern = match.file->rules.pattern(match.rule);
   return IgnoreRule{match.file->source, pattern.line, std::string(pattern.text)};
@@ -249,8 +248,7 @@ std::optional<Exclusion> IndexScope::_directory_rule(const Directory& directory)
       const Directory& judged = **next;
       if (rule == DirectoryRule::none) {
         const std::string_view above = judged.parent->name;
-        if (_skips_directory(judged.name,
-                             above.empty() ? std::nullopt : std::optional(above))) {
+        if (_skips_directory(judged.name, above.empty() ? std::nullopt : std::optional(above))) {
           rule = DirectoryRule::directory;
         } else if (&judged == _index_data_directory) {
           rule = DirectoryRule::index_data;
@@ -323,8 +321,8 @@ const IndexScope::IgnoreFile* IndexScope::_ignore_rules(IgnoreCaches& caches,
       source += IGNORE_FILE_NAME;
       const std::size_t skip = path.empty() ? 0 : path.size() + 1;
       const std::lock_guard hold(caches.lock);
-      chain = &caches.files.emplace_back(
-          IgnoreFile{std::move(*rules), std::move(source), skip, chain});
+      chain =
+          &caches.files.emplace_back(IgnoreFile{std::move(*rules), std::move(source), skip, chain});
     }
     caches._ignore_files.store(**next, chain);
   }
@@ -364,8 +362,7 @@ IndexScope::Match IndexScope::_matches(IgnoreCaches& caches, std::string_view pa
   }
   const std::string_view directory = SplitPath(path).directory;
   // `parent` is the directory of the path as it was given.
-  const Directory& known =
-      parent.path_size == directory.size() ? parent : _directories[directory];
+  const Directory& known = parent.path_size == directory.size() ? parent : _directories[directory];
 
   const GitIgnoreSpec::Question question(path, is_directory);
   for (const IgnoreFile* file = _ignore_rules(caches, known, directory, listed);

@@ -216,7 +216,8 @@ class IndexScope {
   Match _matches(IgnoreCaches& caches, std::string_view path, bool is_directory,
                  const internal::Directory& parent, const ListedDirectory* listed) const;
   bool _directory_ignored(IgnoreCaches& caches, std::string_view rel_dir,
-                          const internal::Directory& directory, const ListedDirectory* listed) const;
+                          const internal::Directory& directory,
+                          const ListedDirectory* listed) const;
   bool _ignored(std::string_view path, std::string_view directory,
                 const internal::Directory& known_directory) const;
 

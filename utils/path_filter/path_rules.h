@@ -37,10 +37,10 @@ namespace path_filter {
 
 /// Directory names that are skipped wherever they occur.
 inline constexpr internal::FixedTextSet ALWAYS_SKIP_DIRS{std::array<std::string_view, 23>{
-    ".cache", ".git",         ".gradle",     ".mypy_cache", ".next", ".npm",
-    ".nuxt",  ".pixi",        ".pytest_cache", ".ruff_cache", ".tox",  ".uv",
-    ".venv",  ".yarn",        "__pycache__", "build",       "coverage", "dist",
-    "node_modules", "obj",    "out",         "target",      "venv"}};
+    ".cache",       ".git",  ".gradle",       ".mypy_cache", ".next",    ".npm",
+    ".nuxt",        ".pixi", ".pytest_cache", ".ruff_cache", ".tox",     ".uv",
+    ".venv",        ".yarn", "__pycache__",   "build",       "coverage", "dist",
+    "node_modules", "obj",   "out",           "target",      "venv"}};
 
 /// Hidden directory names that are not skipped for being hidden.
 inline constexpr internal::FixedTextSet ALLOWED_HIDDEN_DIRS{
@@ -112,14 +112,12 @@ struct Loaded {
 
 /// The registry's test directory names, as they were when the component was loaded:
 /// *TEST_DIR_NAMES is the set, TEST_DIR_NAMES->contains("tests") asks it.
-inline constexpr internal::Loaded<const language_registry::TextSet,
-                                  internal::loaded_test_dir_names>
+inline constexpr internal::Loaded<const language_registry::TextSet, internal::loaded_test_dir_names>
     TEST_DIR_NAMES{};
 
 /// The registry's test file-name globs, as they were when the component was loaded,
 /// in the registry's order.
-inline constexpr internal::Loaded<const std::vector<std::string>,
-                                  internal::loaded_test_file_globs>
+inline constexpr internal::Loaded<const std::vector<std::string>, internal::loaded_test_file_globs>
     TEST_FILE_GLOBS{};
 
 /// The component's one logger, named "utils.path_filter"; it is used for warnings

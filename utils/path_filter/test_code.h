@@ -48,8 +48,8 @@ struct ProductionPathsOptions {
 /// repository that is nothing but tests is its tests. `paths` is any range of texts
 /// and is read once.
 template <std::ranges::input_range Paths>
-  requires std::constructible_from<std::string, std::ranges::range_reference_t<Paths>>
-std::vector<std::string> production_paths(Paths&& paths, ProductionPathsOptions options = {}) {
+requires std::constructible_from<std::string, std::ranges::range_reference_t<Paths>>
+    std::vector<std::string> production_paths(Paths&& paths, ProductionPathsOptions options = {}) {
   std::vector<std::string> all;
   for (auto&& path : paths) all.emplace_back(std::forward<decltype(path)>(path));
   if (options.include_tests) return all;

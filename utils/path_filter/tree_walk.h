@@ -102,7 +102,7 @@ class Walk {
   WalkOptions _options;
   bool _begun = false;
   std::vector<Level> _levels;
-  std::string _path;    // the directory being produced, and then the file
+  std::string _path;  // the directory being produced, and then the file
   std::size_t _prefix = 0;
   internal::Listing _listing;  // of the directory whose files are being produced
   std::size_t _next_file = 0;

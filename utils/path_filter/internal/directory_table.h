@@ -27,11 +27,11 @@ namespace path_filter::internal {
 /// component and a pointer to what is before it, so that a directory costs the length
 /// of its name, however deep it lies.
 struct Directory {
-  const Directory* parent;   // null for the root, whose path is ""
-  std::uint64_t hash;        // hash_text of the path
-  std::size_t path_size;     // in bytes
+  const Directory* parent;  // null for the root, whose path is ""
+  std::uint64_t hash;       // hash_text of the path
+  std::size_t path_size;    // in bytes
   std::string_view name;
-  std::uint32_t number;      // the root's is 0
+  std::uint32_t number;  // the root's is 0
 };
 
 class DirectoryTable {

@@ -58,8 +58,8 @@ int open_in_pieces(int directory, std::string_view path, int flags, std::size_t 
     } else if (size > longest_piece) {
       const std::size_t slash = path.rfind('/', longest_piece);
       // A component longer than a piece is left whole: the system refuses it.
-      size = slash == std::string_view::npos || slash == 0 ? std::min(path.find('/', 1), size)
-                                                           : slash;
+      size =
+          slash == std::string_view::npos || slash == 0 ? std::min(path.find('/', 1), size) : slash;
     }
     if (size >= piece.size()) return ENAMETOOLONG;
     const bool last = size == path.size();
@@ -114,8 +114,7 @@ FileContent read_file(std::string_view path, LastLink last_link, std::size_t lim
   if (path.find('\0') != std::string_view::npos) return error_of(ENOENT);
   FileDescriptor file;
   const int flags = O_RDONLY | (last_link == LastLink::refuse ? O_NOFOLLOW : 0);
-  if (const int code =
-          open_in_pieces(AT_FDCWD, path, flags, LONGEST_PIECE, file, open_retrying)) {
+  if (const int code = open_in_pieces(AT_FDCWD, path, flags, LONGEST_PIECE, file, open_retrying)) {
     return error_of(code);
   }
   return read_regular(file, limit);
@@ -166,8 +165,8 @@ int open_directory_below(const std::string& root, std::string_view below, FileDe
     opened = std::move(top);
     return 0;
   }
-  const int code = open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened,
-                                  open_without_links);
+  const int code =
+      open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened, open_without_links);
   if (code != ENOSYS && code != EPERM) return code;
   // A kernel before 5.6, or a sandbox that does not know the call: the same, one
   // component at a time.
@@ -217,8 +216,9 @@ int Listing::read(const FileDescriptor& directory) {
         is_link = S_ISLNK(status.st_mode);
       }
       if (is_link) {
-        is_directory = ::fstatat(directory.number(), entry->d_name, &status, AT_NO_AUTOMOUNT) == 0 &&
-                       S_ISDIR(status.st_mode);
+        is_directory =
+            ::fstatat(directory.number(), entry->d_name, &status, AT_NO_AUTOMOUNT) == 0 &&
+            S_ISDIR(status.st_mode);
       }
       _records.push_back({_names.size(), name.size(), is_directory, is_link});
       _names += name;

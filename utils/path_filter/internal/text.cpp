@@ -202,8 +202,8 @@ bool shell_glob_matches(std::string_view pattern, std::string_view text) {
   const std::size_t last_bracket = pattern.rfind(']');
   std::size_t p = 0;
   std::size_t t = 0;
-  std::size_t star = NONE;     // the pattern after the last star
-  std::size_t star_text = 0;   // where the text after that star's run begins
+  std::size_t star = NONE;    // the pattern after the last star
+  std::size_t star_text = 0;  // where the text after that star's run begins
   for (;;) {
     if (p < pattern.size() && pattern[p] == '*') {
       star = ++p;
