@@ -7,7 +7,8 @@ case "${1:-build}" in
   build)
     packages="git cmake ninja-build g++ clang-14 clang-format-14 libclang-rt-14-dev pkg-config
       libspdlog-dev libutf8proc-dev libxxhash-dev libcli11-dev libtomlplusplus-dev
-      nlohmann-json3-dev libgtest-dev libsqlite3-dev sqlite3"
+      nlohmann-json3-dev libgtest-dev libsqlite3-dev libboost-dev
+      sqlite3"
     ;;
   bench)
     packages="libbenchmark-dev libgit2-dev hyperfine ripgrep fd-find bfs strace linux-source-6.1

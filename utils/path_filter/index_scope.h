@@ -59,6 +59,7 @@
 #include "utils/path_filter/decision.h"
 #include "utils/path_filter/git_ignore.h"
 #include "utils/path_filter/index_limits.h"
+#include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/internal/directory_table.h"
 #include "utils/path_filter/tree_walk.h"
 
@@ -76,9 +77,7 @@ using ExcludesFileLookup =
 
 /// What a scope is given by name.
 struct IndexScopeOptions {
-  struct ByName {};
-  /// Holds the first place, so that what follows can only be given by name.
-  ByName by_name = {};
+  internal::ByNameOnly by_name_only = internal::ByNameOnly();
   /// The configuration's limits; absent: none.
   std::optional<IndexLimits> limits = std::nullopt;
   /// Absent: no such file is read.
