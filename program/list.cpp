@@ -38,7 +38,11 @@ int list(const ListOptions& options) {
       output << json_line(object) << '\n';
       return;
     }
-    output << (options.null ? std::string(path) : printable(path));
+    if (options.null || is_printable(path)) {
+      output << path;
+    } else {
+      output << printable(path);
+    }
     if (options.excluded) {
       output << separator << to_string(*decision.kind) << separator << decision.reason;
     }
@@ -63,7 +67,7 @@ int list(const ListOptions& options) {
   bool has_production = false;
   for (const std::string& path : walk) {
     try {
-      Decision decision = scope.is_indexable(path, {.size = size_for_limits(scope, path)});
+      Decision decision = walk.decide({.size = size_for_limits(scope, path)});
       if (decision.indexable == options.excluded) continue;
       if (options.surface != Surface::all) {
         const bool is_test = path_filter::is_test_path(path);

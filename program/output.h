@@ -37,6 +37,9 @@ class Output {
   bool _closed = false;
 };
 
+/// Whether no character of `path` would break a line.
+bool is_printable(std::string_view path);
+
 /// `path` as it is, or in quotes and escaped when it would break a line.
 std::string printable(std::string_view path);
 

@@ -148,7 +148,7 @@ int summarize(const SummaryOptions& options) {
       const auto size = file_size(scope, path);
       const auto bytes = static_cast<std::size_t>(size.value_or(0));
       try {
-        const Decision decision = scope.is_indexable(path, {.size = size});
+        const Decision decision = walk.decide({.size = size});
         (decision ? in : out).add(bytes);
         if (decision && path_filter::is_test_path(path)) tests.add(bytes);
         (decision ? languages[*decision.language] : exclusions[*decision.kind]).add(bytes);

@@ -382,6 +382,37 @@ TEST(Walk, PrunesAndProduces) {
   }
 }
 
+TEST(Walk, DecidesAsTheScopeDoes) {
+  const TempTree tree;
+  tree.write(".gitignore", "*.log\n/x/\n");
+  tree.write("sub/.gitignore", "!a.log\nb.py\n");
+  for (const char* path : {"a.py", "a.log", "x/a.py", "sub/a.log", "sub/b.py", "sub/deep/b.py",
+                           "sub/c.bin", "a\\b.py", "back\\slash/b.py", "C:/drive.py", "\\root.py"}) {
+    tree.write(path);
+  }
+  const IndexScope scope(tree.root(), {.limits = IndexLimits{10, std::nullopt}});
+  const IndexScope other(tree.root(), {.limits = IndexLimits{10, std::nullopt}});
+  const auto answer = [](const auto& question) {
+    try {
+      const Decision decision = question();
+      return kind_of(decision) + decision.reason + decision.language.value_or("");
+    } catch (const std::invalid_argument& error) {
+      return std::string(error.what());
+    }
+  };
+  int files = 0;
+  Walk walk = scope.walk();
+  for (const std::string& path : walk) {
+    for (const FileFacts facts : {FileFacts{}, FileFacts{.size = 11}}) {
+      EXPECT_EQ(answer([&] { return walk.decide(facts); }),
+                answer([&] { return other.is_indexable(path, facts); }))
+          << path;
+    }
+    ++files;
+  }
+  EXPECT_EQ(files, 12);
+}
+
 TEST(Walk, Errors) {
   const TempTree tree;
   tree.make_directory("empty");

@@ -8,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#include "utils/path_filter/internal/split_path.h"
 #include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/path_rules.h"
 
@@ -170,9 +171,7 @@ class GitIgnoreSpec::Builder {
     if (!_has_glob) rule.glob = _spec._globs.add(_parsed, rule.kind);
     _has_glob = true;
     if (_head.empty() && _tail.empty()) {
-      if (_spec._unindexed.empty() || _spec._unindexed.back() != number()) {
-        _spec._unindexed.push_back(number());
-      }
+      _spec._unindexed.push_back({number(), longest_literal(tokens)});
     } else if (_head.size() > _tail.size()) {
       _head.resize(std::min(_head.size(), LiteralIndex::LONGEST_PART));
       file_candidate(name ? Place::name_head : Place::path_head, _head);
@@ -180,6 +179,20 @@ class GitIgnoreSpec::Builder {
       _tail.erase(0, _tail.size() - std::min(_tail.size(), LiteralIndex::LONGEST_PART));
       file_candidate(name ? Place::name_tail : Place::path_tail, _tail);
     }
+  }
+
+  static std::string longest_literal(const std::vector<GlobToken>& tokens) {
+    std::string longest;
+    std::string run;
+    for (const GlobToken& token : tokens) {
+      if (token.kind == GlobToken::Kind::byte) {
+        run += static_cast<char>(token.byte);
+      } else {
+        run.clear();
+      }
+      if (run.size() > longest.size()) longest = run;
+    }
+    return longest;
   }
 
   void file_decided(const Rule& rule, Place place, std::string_view key) {
@@ -224,7 +237,7 @@ std::vector<GitIgnoreSpec::Pattern> GitIgnoreSpec::patterns() const {
 
 GitIgnoreSpec::Question::Question(std::string_view path, bool is_directory)
     : _path(path),
-      _name(path.substr(path.rfind('/') + 1)),  // npos + 1 is 0
+      _name(internal::SplitPath(path).name),
       _name_hash(internal::hash_text(_name)),
       _is_directory(is_directory) {}
 
@@ -277,8 +290,10 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
   _index.for_each_part(Place::path_head, subject.path, ask);
   _index.for_each_part(Place::path_tail, subject.path, ask);
 
-  for (auto rule = _unindexed.rbegin(); rule != _unindexed.rend() && *rule > best; ++rule) {
-    if (rule_matches(*rule, subject)) return *rule;
+  for (auto at = _unindexed.rbegin(); at != _unindexed.rend() && at->rule > best; ++at) {
+    const bool name = _rules[at->rule - 1].kind == GlobKind::name;
+    if ((name ? subject.name : subject.path).find(at->literal) == std::string_view::npos) continue;
+    if (rule_matches(at->rule, subject)) return at->rule;
   }
   return best;
 }

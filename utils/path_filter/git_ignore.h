@@ -132,7 +132,13 @@ class GitIgnoreSpec {
   std::vector<Rule> _rules;
   internal::GlobStore _globs;
   internal::LiteralIndex _index;
-  std::vector<RuleNumber> _unindexed;  // wildcards at both ends: tried from the last back
+  /// A rule with wildcards at both ends. These are tried one by one, from the last back;
+  /// what does not have the longest literal between the wildcards is passed over.
+  struct Unindexed {
+    RuleNumber rule;
+    std::string literal;
+  };
+  std::vector<Unindexed> _unindexed;
 };
 
 /// Reads the ignore file at `path`. Absent when there is no such file, when a

@@ -12,25 +12,16 @@
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/listed_directory.h"
 #include "utils/path_filter/internal/path_components.h"
+#include "utils/path_filter/internal/split_path.h"
 #include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/path_rules.h"
 
 namespace path_filter {
 
 using internal::Directory;
+using internal::SplitPath;
 
 namespace {
-
-/// A path relative to the root, split at its last "/".
-struct SplitPath {
-  explicit SplitPath(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    name = path.substr(slash + 1);  // npos + 1 is 0
-    directory = path.substr(0, slash == std::string_view::npos ? 0 : slash);
-  }
-  std::string_view directory;
-  std::string_view name;
-};
 
 /// The topmost of the directories from the root down to `directory` for which `holds`;
 /// null when there is none.
@@ -43,9 +34,13 @@ const Directory* topmost(const Directory& directory, Holds holds) {
   return found;
 }
 
+static_assert(std::ranges::all_of(MINIFIED_FILE_GLOBS, [](std::string_view glob) {
+  return glob.starts_with('*') && glob.find_first_of("*?[", 1) == std::string_view::npos;
+}), "a name matches each of these globs when it ends like it");
+
 std::string_view minified_glob(std::string_view name) {
   for (const std::string_view glob : MINIFIED_FILE_GLOBS) {
-    if (internal::shell_glob_matches(glob, name)) return glob;
+    if (name.ends_with(glob.substr(1))) return glob;
   }
   return {};
 }
@@ -116,9 +111,13 @@ std::optional<std::string> IndexScope::relative(std::string_view path) const {
 Decision IndexScope::is_indexable(std::string_view rel_path, FileFacts facts) const {
   std::string storage;
   const std::string_view path = _relative_posix(rel_path, storage);
-  const auto [directory, name] = SplitPath(path);
-  const Directory& known_directory = _directories[directory];
+  return _decide(path, _directories[SplitPath(path).directory], facts, nullptr);
+}
 
+/// The decision on the file at `path`, whose directory is `known_directory`.
+Decision IndexScope::_decide(std::string_view path, const Directory& known_directory,
+                             FileFacts facts, const ListedDirectory* listed) const {
+  const auto [directory, name] = SplitPath(path);
   if (!directory.empty()) {
     if (const auto kind = _directory_rule(known_directory)) return excluded(*kind);
   }
@@ -126,7 +125,9 @@ Decision IndexScope::is_indexable(std::string_view rel_path, FileFacts facts) co
   if (!language) return excluded(Exclusion::unknown_language);
   if (language_registry::is_lockfile(name)) return excluded(Exclusion::lockfile, language);
   if (!minified_glob(name).empty()) return excluded(Exclusion::minified, language);
-  if (_ignored(path, directory, known_directory)) return excluded(Exclusion::gitignore, language);
+  if (_ignored(path, directory, known_directory, listed)) {
+    return excluded(Exclusion::gitignore, language);
+  }
   return _within_limits(*language, facts.size);
 }
 
@@ -134,7 +135,7 @@ bool IndexScope::is_ignored(std::string_view rel_path) const {
   std::string storage;
   const std::string_view path = _relative_posix(rel_path, storage);
   const std::string_view directory = SplitPath(path).directory;
-  return _ignored(path, directory, _directories[directory]);
+  return _ignored(path, directory, _directories[directory], nullptr);
 }
 
 bool IndexScope::admits_directory(std::string_view rel_dir) const {
@@ -336,8 +337,9 @@ std::optional<GitIgnoreSpec> IndexScope::_rules_of_directory(std::string_view re
   internal::FileContent content;
   if (listed == nullptr) {
     content = internal::read_file_below(root.native(), rel_dir, name, MAX_IGNORE_FILE_BYTES);
-  } else if (listed->path == rel_dir) {
-    if (!listed->listing.contains(name)) return std::nullopt;
+  } else if (listed->path == rel_dir && !listed->listing.contains(name)) {
+    return std::nullopt;
+  } else if (listed->path == rel_dir && listed->directory.is_open()) {
     content = internal::read_file_in(listed->directory, name, MAX_IGNORE_FILE_BYTES);
   } else {
     internal::FileDescriptor directory;
@@ -408,12 +410,13 @@ bool IndexScope::_directory_ignored(IgnoreCaches& caches, std::string_view rel_d
 }
 
 bool IndexScope::_ignored(std::string_view path, std::string_view directory,
-                          const Directory& known_directory) const {
+                          const Directory& known_directory,
+                          const ListedDirectory* listed) const {
   const auto caches = _caches();
-  if (!directory.empty() && _directory_ignored(*caches, directory, known_directory, nullptr)) {
+  if (!directory.empty() && _directory_ignored(*caches, directory, known_directory, listed)) {
     return true;
   }
-  return _matches(*caches, path, false, known_directory, nullptr).includes();
+  return _matches(*caches, path, false, known_directory, listed).includes();
 }
 
 }  // namespace path_filter

@@ -84,12 +84,6 @@ struct IndexScopeOptions {
   ExcludesFileLookup excludes_file = nullptr;
 };
 
-/// What a question about a file is told by name.
-struct FileFacts {
-  /// The file's size in bytes, when the caller knows it.
-  std::optional<std::int64_t> size = std::nullopt;
-};
-
 /// The rule of an ignore file that decided about a path.
 struct IgnoreRule {
   /// The ignore file, as git names it: relative to the root where it lies below it.
@@ -201,6 +195,8 @@ class IndexScope {
 
   std::shared_ptr<IgnoreCaches> _caches() const;
 
+  Decision _decide(std::string_view path, const internal::Directory& known_directory,
+                   FileFacts facts, const ListedDirectory* listed) const;
   std::optional<Exclusion> _directory_rule(const internal::Directory& directory) const;
   Decision _within_limits(std::string_view language, std::optional<std::int64_t> size) const;
   std::optional<Exclusion> _excludes_directory(std::string_view path,
@@ -218,7 +214,8 @@ class IndexScope {
                           const internal::Directory& directory,
                           const ListedDirectory* listed) const;
   bool _ignored(std::string_view path, std::string_view directory,
-                const internal::Directory& known_directory) const;
+                const internal::Directory& known_directory,
+                const ListedDirectory* listed) const;
 
   const ExcludesFileLookup _excludes_file;
 

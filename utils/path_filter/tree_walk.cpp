@@ -50,24 +50,36 @@ bool Walk::step() {
   }
 }
 
+Decision Walk::decide(FileFacts facts) const {
+  std::string storage;
+  // A backslash in a name separates components for a question, but not on disk: such a
+  // path does not lie in the directory that is listed.
+  if (_relative_posix(_path, storage).data() != _path.data()) {
+    return _scope->is_indexable(_path, facts);
+  }
+  const internal::FileDescriptor closed;
+  const ListedDirectory listed{closed, _below, _listing};
+  return _scope->_decide(_path, *_directory, facts, &listed);
+}
+
 /// Lists the directory that _path names (with a "/" at its end, or "" for the root)
 /// and judges its subdirectories.
 void Walk::visit() {
   _prefix = _path.size();
   _next_file = 0;
   _listing.clear();
-  const std::string& root = _scope->root.native();
-  const std::string below = _path.substr(0, _path.empty() ? 0 : _path.size() - 1);
+  _below.assign(_path, 0, _path.empty() ? 0 : _path.size() - 1);
 
   internal::FileDescriptor directory;
-  int code = internal::open_directory_below(root, below, directory);
+  int code = open(directory);
   if (code == 0) code = _listing.read(directory);
   if (code != 0) {
-    fail(code, below);
+    fail(code, _below);
     return;
   }
 
-  const ListedDirectory listed{directory, below, _listing};
+  const ListedDirectory listed{directory, _below, _listing};
+  _directory = &_scope->_directories[_below];
   Level level{_prefix, {}, 0};
   for (std::size_t index = 0; index < _listing.size(); ++index) {
     const auto entry = _listing[index];
@@ -81,6 +93,19 @@ void Walk::visit() {
   }
   _path.resize(_prefix);
   if (!level.names.empty()) _levels.push_back(std::move(level));
+}
+
+/// Opens the directory that _below names. The way to the root may lead through links: it
+/// is followed once, and from then on a directory is opened by its whole path, in one call
+/// that takes no link.
+int Walk::open(internal::FileDescriptor& directory) {
+  const std::string& root = _scope->root.native();
+  if (!_below.empty() && !_top.empty()) {
+    return internal::open_directory_below(_top, _below, directory, internal::RootLinks::refuse);
+  }
+  std::error_code unresolved;
+  if (_below.empty()) _top = std::filesystem::canonical(_scope->root, unresolved).native();
+  return internal::open_directory_below(root, _below, directory, internal::RootLinks::follow);
 }
 
 /// Whether the scope admits the directory that _path names.

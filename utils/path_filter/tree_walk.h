@@ -4,9 +4,11 @@
 #define UTILS_PATH_FILTER_TREE_WALK_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +20,16 @@ namespace path_filter {
 
 class IndexScope;
 struct ListedDirectory;
+
+namespace internal {
+struct Directory;
+}
+
+/// What a question about a file is told by name.
+struct FileFacts {
+  /// The file's size in bytes, when the caller knows it.
+  std::optional<std::int64_t> size = std::nullopt;
+};
 
 /// Told of each directory that a walk cannot list; the error carries the operating
 /// system's code, its message and the directory's path.
@@ -78,6 +90,11 @@ class Walk {
   Iterator begin() { return ++Iterator(this); }
   std::default_sentinel_t end() const { return {}; }
 
+  /// What the scope's is_indexable answers about the path that the walk has come to, for
+  /// less: the files of a directory share the search for it, and a `.gitignore` that is
+  /// not in its listing is not looked for. Throws as is_indexable does.
+  Decision decide(FileFacts facts = {}) const;
+
  private:
   friend class IndexScope;
 
@@ -94,6 +111,7 @@ class Walk {
   bool advance();
   bool step();
   void visit();
+  int open(internal::FileDescriptor& directory);
   bool admits(const ListedDirectory& listed, bool is_link);
   void fail(int code, const std::string& below);
 
@@ -101,9 +119,12 @@ class Walk {
   WalkErrorHandler _on_error;
   WalkOptions _options;
   bool _begun = false;
+  std::string _top;     // the root's path without links
   std::vector<Level> _levels;
   std::string _path;  // the directory being produced, and then the file
   std::size_t _prefix = 0;
+  std::string _below;  // the directory's path without its "/"
+  const internal::Directory* _directory = nullptr;
   internal::Listing _listing;  // of the directory whose files are being produced
   std::size_t _next_file = 0;
 };

@@ -43,12 +43,35 @@ int open_without_links(int directory, const char* path, int flags) {
   return static_cast<int>(number);
 }
 
+/// Up to three parts of a path with a "/" between them, for one call and without an
+/// allocation, when the operating system takes a path of that length.
+class JoinedPath {
+ public:
+  JoinedPath(std::string_view root, std::string_view below, std::string_view name) {
+    if (root.size() + below.size() + name.size() + 3 > _text.size()) return;
+    _fits = true;
+    char* end = _text.data();
+    for (const std::string_view part : {root, below, name}) {
+      if (part.empty()) continue;
+      if (end != _text.data() && end[-1] != '/') *end++ = '/';
+      end = std::copy(part.begin(), part.end(), end);
+    }
+    *end = '\0';
+  }
+  bool fits() const { return _fits; }
+  const char* c_str() const { return _text.data(); }
+
+ private:
+  bool _fits = false;
+  std::array<char, PATH_MAX> _text;
+};
+
 /// Opens `path` from `directory` in pieces that the operating system takes. `Open`
 /// opens one piece. When `longest_piece` is 0 each component is a piece.
 template <typename Open>
 int open_in_pieces(int directory, std::string_view path, int flags, std::size_t longest_piece,
                    FileDescriptor& opened, Open open) {
-  std::array<char, PATH_MAX> piece{};
+  std::array<char, PATH_MAX> piece;
   FileDescriptor from;
   int base = directory;
   for (;;) {
@@ -129,19 +152,8 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit) {
-  std::array<char, PATH_MAX> path{};
-  const std::size_t size = root.size() + below.size() + name.size() + 2;
-  if (size < path.size()) {
-    // The usual case is one call, with a path that costs no allocation.
-    char* end = path.data();
-    const auto append = [&](std::string_view part) {
-      if (!part.empty()) end = std::copy(part.begin(), part.end(), end);
-      if (end != path.data() && end[-1] != '/') *end++ = '/';
-    };
-    append(root);
-    append(below);
-    std::copy(name.begin(), name.end(), end);
-    FileDescriptor file(open_retrying(AT_FDCWD, path.data(), O_RDONLY | O_NOFOLLOW));
+  if (const JoinedPath path(root, below, name); path.fits()) {
+    FileDescriptor file(open_retrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW));
     if (!file.is_open()) return error_of(errno);
     return read_regular(file, limit);
   }
@@ -156,8 +168,17 @@ FileContent read_file_below(const std::string& root, std::string_view below,
   return read_file_in(directory, name, limit);
 }
 
-int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened) {
+int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened,
+                         RootLinks root_links) {
   constexpr int LISTING = O_RDONLY | O_DIRECTORY;
+  if (root_links == RootLinks::refuse && !below.empty()) {
+    const JoinedPath path(root, below, {});
+    if (path.fits()) {
+      opened = FileDescriptor(open_without_links(AT_FDCWD, path.c_str(), LISTING));
+      if (opened.is_open()) return 0;
+      if (errno != ENOSYS && errno != EPERM) return errno;
+    }
+  }
   FileDescriptor top(open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(),
                                    below.empty() ? LISTING : O_PATH | O_DIRECTORY));
   if (!top.is_open()) return errno;
@@ -165,8 +186,8 @@ int open_directory_below(const std::string& root, std::string_view below, FileDe
     opened = std::move(top);
     return 0;
   }
-  const int code =
-      open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened, open_without_links);
+  const int code = open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened,
+                                  open_without_links);
   if (code != ENOSYS && code != EPERM) return code;
   // A kernel before 5.6, or a sandbox that does not know the call: the same, one
   // component at a time.

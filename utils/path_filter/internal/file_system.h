@@ -61,10 +61,15 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit);
 
+/// Whether the way to a root may lead through symbolic links.
+enum class RootLinks { follow, refuse };
+
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is
-/// "". The way to the root may lead through symbolic links, the way from there may
-/// not: that fails with ELOOP or ENOTDIR. Returns an errno value, 0 on success.
-int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened);
+/// "". The way from the root may not lead through symbolic links: that fails with ELOOP
+/// or ENOTDIR. When the way to the root may not either, one call does both. Returns an
+/// errno value, 0 on success.
+int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened,
+                         RootLinks root_links = RootLinks::follow);
 
 /// The entries of one directory, in the order in which the file system gives them.
 class Listing {

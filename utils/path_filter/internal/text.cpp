@@ -60,6 +60,15 @@ bool is_space(char32_t code) {
   }
 }
 
+/// Where the first character of `pattern` stands that is more than itself, or npos.
+/// (string_view::find_first_of makes a call for each character.)
+std::size_t find_special(std::string_view pattern) {
+  for (std::size_t at = 0; at < pattern.size(); ++at) {
+    if (pattern[at] == '*' || pattern[at] == '?' || pattern[at] == '[') return at;
+  }
+  return std::string_view::npos;
+}
+
 /// Matches `code` against the set whose inside is `set` ("!" included).
 bool set_matches(std::string_view set, char32_t code) {
   const bool negated = set.starts_with('!');
@@ -186,14 +195,14 @@ std::string quoted(std::string_view text) {
 bool shell_glob_matches(std::string_view pattern, std::string_view text) {
   // Nearly every glob is "*tail" or "head*tail" with nothing special in the tail:
   // two comparisons decide it.
-  const std::size_t head = pattern.find_first_of("*?[");
+  const std::size_t head = find_special(pattern);
   if (head == std::string_view::npos) return pattern == text;
   if (text.substr(0, head) != pattern.substr(0, head)) return false;
   pattern.remove_prefix(head);
   text.remove_prefix(head);
   if (pattern.front() == '*') {
     const std::string_view tail = pattern.substr(1);
-    if (tail.find_first_of("*?[") == std::string_view::npos) return text.ends_with(tail);
+    if (find_special(tail) == std::string_view::npos) return text.ends_with(tail);
   }
 
   // Only the last star met is ever taken back: it can take over whatever an earlier
