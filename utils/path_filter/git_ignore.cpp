@@ -114,17 +114,18 @@ class GitIgnoreSpec::Builder {
   /// few texts ("[Dd]ebug", "*.py[cod]"), with each of them spelled out.
   template <typename File>
   void for_each_variant(File file) {
-    constexpr std::size_t MOST_VARIANTS = 32;
     std::size_t variants = 1;
     for (const auto& set : _parsed.sets) {
       variants *= set.count();
       if (variants == 0) return;  // an empty set: matches nothing
       if (variants > MOST_VARIANTS) break;
     }
-    if (_parsed.sets.empty() || variants > MOST_VARIANTS) {
+    const std::size_t spelled_out = variants * _parsed.tokens.size();
+    if (_parsed.sets.empty() || variants > MOST_VARIANTS || spelled_out > _bytes_left) {
       file(_parsed.tokens);
       return;
     }
+    _bytes_left -= spelled_out;
     std::vector<GlobToken> tokens = _parsed.tokens;
     for (std::size_t variant = 0; variant < variants; ++variant) {
       std::size_t digits = variant;
@@ -171,7 +172,10 @@ class GitIgnoreSpec::Builder {
     if (!_has_glob) rule.glob = _spec._globs.add(_parsed, rule.kind);
     _has_glob = true;
     if (_head.empty() && _tail.empty()) {
-      _spec._unindexed.push_back({number(), longest_literal(tokens)});
+      Unindexed entry{number(), longest_literal(tokens)};
+      if (_spec._unindexed.empty() || _spec._unindexed.back() != entry) {
+        _spec._unindexed.push_back(std::move(entry));
+      }
     } else if (_head.size() > _tail.size()) {
       _head.resize(std::min(_head.size(), LiteralIndex::LONGEST_PART));
       file_candidate(name ? Place::name_head : Place::path_head, _head);
@@ -204,7 +208,12 @@ class GitIgnoreSpec::Builder {
     _spec._index.add_candidate(_spec._index.add(place, key), number());
   }
 
+  static constexpr std::size_t MOST_VARIANTS = 32;
+
   GitIgnoreSpec& _spec;
+  /// What the spelled-out variants of a rule set may take in all: no honest file comes
+  /// near it, a hostile one gets no more memory than this out of it.
+  std::size_t _bytes_left = std::size_t{1} << 20;
   GlobTokens _parsed;  // reused from line to line, like the texts
   std::string _head;
   std::string _tail;
@@ -217,6 +226,8 @@ GitIgnoreSpec GitIgnoreSpec::from_lines(std::span<const std::string_view> lines)
   for (std::size_t index = 0; index < lines.size(); ++index) {
     builder.add_line(lines[index], index + 1);
   }
+  spec._text.shrink_to_fit();  // it is kept as long as the scope's caches
+  spec._rules.shrink_to_fit();
   return spec;
 }
 

@@ -42,8 +42,8 @@ namespace path_filter {
 inline constexpr std::string_view IGNORE_FILE_NAME = ".gitignore";
 
 /// The largest ignore file that is read, in bytes (16 MiB); a larger one is refused
-/// with a warning, so that a stranger's file costs a bounded amount of memory. (git's
-/// own limit is 100 MiB.)
+/// with a warning, so that a stranger's file costs a bounded amount of memory. (git has
+/// no limit in 2.39, and one of 100 MiB later.)
 inline constexpr std::size_t MAX_IGNORE_FILE_BYTES = std::size_t{16} << 20;
 
 /// What a rule set says of one path.
@@ -137,6 +137,7 @@ class GitIgnoreSpec {
   struct Unindexed {
     RuleNumber rule;
     std::string literal;
+    bool operator==(const Unindexed&) const = default;
   };
   std::vector<Unindexed> _unindexed;
 };

@@ -19,6 +19,8 @@ template <typename... Case>
 struct Cases : Case... {
   using Case::operator()...;
 };
+template <typename... Case>
+Cases(Case...) -> Cases<Case...>;  // clang 14 does not deduce it
 
 std::optional<double> number_in(std::string_view text) {
   text = internal::trim(text);

@@ -34,9 +34,12 @@ const Directory* topmost(const Directory& directory, Holds holds) {
   return found;
 }
 
-static_assert(std::ranges::all_of(MINIFIED_FILE_GLOBS, [](std::string_view glob) {
-  return glob.starts_with('*') && glob.find_first_of("*?[", 1) == std::string_view::npos;
-}), "a name matches each of these globs when it ends like it");
+static_assert(std::ranges::all_of(MINIFIED_FILE_GLOBS,
+                                  [](std::string_view glob) {
+                                    return glob.starts_with('*') &&
+                                           glob.find_first_of("*?[", 1) == std::string_view::npos;
+                                  }),
+              "a name matches each of these globs when it ends like it");
 
 std::string_view minified_glob(std::string_view name) {
   for (const std::string_view glob : MINIFIED_FILE_GLOBS) {
@@ -248,8 +251,8 @@ std::optional<Exclusion> IndexScope::_directory_rule(const Directory& directory)
     for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
       const Directory& judged = **next;
       if (rule == DirectoryRule::none) {
-        const std::string_view above = judged.parent->name;
-        if (_skips_directory(judged.name, above.empty() ? std::nullopt : std::optional(above))) {
+        const std::string_view above = judged.parent->name();
+        if (_skips_directory(judged.name(), above.empty() ? std::nullopt : std::optional(above))) {
           rule = DirectoryRule::directory;
         } else if (&judged == _index_data_directory) {
           rule = DirectoryRule::index_data;
@@ -284,11 +287,13 @@ std::vector<std::filesystem::path> IndexScope::_exclude_files() const {
 const std::vector<IndexScope::IgnoreFile>& IndexScope::_repository_excludes(
     IgnoreCaches& caches) const {
   if (const auto* loaded = caches._excludes.load(std::memory_order_acquire)) return *loaded;
+  const std::filesystem::path own = root / ".git" / "info" / "exclude";
   std::vector<IgnoreFile> excludes;
   for (const std::filesystem::path& path : _exclude_files()) {
     if (auto rules = _read_ignore_rules(path)) {
-      excludes.push_back({std::move(*rules),
-                          relative(path).value_or(path.lexically_normal().string()), 0, nullptr});
+      // git names the repository's own file relative to the work tree.
+      std::string source = path == own ? ".git/info/exclude" : path.lexically_normal().string();
+      excludes.push_back({std::move(*rules), std::move(source), 0, nullptr});
     }
   }
   const std::lock_guard hold(caches.lock);
@@ -410,8 +415,7 @@ bool IndexScope::_directory_ignored(IgnoreCaches& caches, std::string_view rel_d
 }
 
 bool IndexScope::_ignored(std::string_view path, std::string_view directory,
-                          const Directory& known_directory,
-                          const ListedDirectory* listed) const {
+                          const Directory& known_directory, const ListedDirectory* listed) const {
   const auto caches = _caches();
   if (!directory.empty() && _directory_ignored(*caches, directory, known_directory, listed)) {
     return true;

@@ -214,8 +214,7 @@ class IndexScope {
                           const internal::Directory& directory,
                           const ListedDirectory* listed) const;
   bool _ignored(std::string_view path, std::string_view directory,
-                const internal::Directory& known_directory,
-                const ListedDirectory* listed) const;
+                const internal::Directory& known_directory, const ListedDirectory* listed) const;
 
   const ExcludesFileLookup _excludes_file;
 

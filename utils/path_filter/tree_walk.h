@@ -119,7 +119,7 @@ class Walk {
   WalkErrorHandler _on_error;
   WalkOptions _options;
   bool _begun = false;
-  std::string _top;     // the root's path without links
+  std::string _top;  // the root's path without links
   std::vector<Level> _levels;
   std::string _path;  // the directory being produced, and then the file
   std::size_t _prefix = 0;

@@ -137,6 +137,7 @@ export const extensions = [
   ['.frag', 'GLSL', commonest],
   ['.frm', 'Visual Basic 6.0', commonest],
   ['.fs', 'F#', commonest],
+  ['.f', 'Fortran', commonest],
   ['.ftl', 'FreeMarker', commonest],
   ['.fx', 'HLSL', commonest],
   ['.g', 'GAP', 'G-code has other extensions'],

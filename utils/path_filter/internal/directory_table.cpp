@@ -13,8 +13,8 @@ namespace {
 bool has_path(const Directory& directory, std::string_view path) {
   const Directory* at = &directory;
   for (; at->parent != nullptr; at = at->parent) {
-    if (at->path_size != path.size() || !path.ends_with(at->name)) return false;
-    path.remove_suffix(at->name.size());
+    if (at->path_size != path.size() || !path.ends_with(at->name())) return false;
+    path.remove_suffix(at->name().size());
     if (at->parent->parent == nullptr) return path.empty();
     if (!path.ends_with('/')) return false;
     path.remove_suffix(1);
@@ -29,9 +29,7 @@ constexpr std::size_t FIRST_SLOTS = 256;
 DirectoryTable::DirectoryTable() {
   _tables.push_back(std::make_unique<Slots>(FIRST_SLOTS));
   _current.store(_tables.back().get(), std::memory_order_release);
-  void* memory = _memory.allocate(sizeof(Directory), alignof(Directory));
-  _root = new (memory) Directory{nullptr, hash_text(""), 0, "", _count++};
-  insert(_root);
+  _root = make(nullptr, "", hash_text(""), 0);
 }
 
 const Directory* DirectoryTable::find(std::string_view path) const {
@@ -64,17 +62,9 @@ const Directory& DirectoryTable::add(std::string_view path) {
     for (std::size_t slot = hash & table.mask; found == nullptr; slot = (slot + 1) & table.mask) {
       const Directory* at = table.slots[slot].load(std::memory_order_relaxed);
       if (at == nullptr) break;
-      if (at->hash == hash && at->parent == parent && at->name == name) found = at;
+      if (at->hash == hash && at->parent == parent && at->name() == name) found = at;
     }
-    if (found == nullptr) {
-      if (_count == UINT32_MAX) throw std::length_error("too many directories in one scope");
-      auto* text = static_cast<char*>(_memory.allocate(std::max<std::size_t>(name.size(), 1), 1));
-      name.copy(text, name.size());
-      void* memory = _memory.allocate(sizeof(Directory), alignof(Directory));
-      found = new (memory) Directory{parent, hash, end, {text, name.size()}, _count};
-      insert(found);
-      ++_count;
-    }
+    if (found == nullptr) found = make(parent, name, hash, end);
     parent = found;
     if (end < path.size()) XXH3_64bits_update(&running, "/", 1);
     begin = end + 1;
@@ -82,7 +72,12 @@ const Directory& DirectoryTable::add(std::string_view path) {
   return *parent;
 }
 
-void DirectoryTable::insert(const Directory* directory) {
+/// Makes a directory that the table does not have, and publishes it.
+const Directory* DirectoryTable::make(const Directory* parent, std::string_view name,
+                                      std::uint64_t hash, std::size_t path_size) {
+  if (_count == UINT32_MAX || path_size > UINT32_MAX) {
+    throw std::length_error("too many directories in one scope, or too long a path");
+  }
   const auto put = [](Slots& table, const Directory* entry) {
     std::size_t slot = entry->hash & table.mask;
     while (table.slots[slot].load(std::memory_order_relaxed) != nullptr) {
@@ -90,19 +85,22 @@ void DirectoryTable::insert(const Directory* directory) {
     }
     table.slots[slot].store(entry, std::memory_order_release);
   };
-  Slots* table = _tables.back().get();
-  if ((std::size_t{_count} + 1) * 2 > table->mask + 1) {
-    auto larger = std::make_unique<Slots>((table->mask + 1) * 2);
-    for (const auto& slot : table->slots) {
+  if (const Slots& full = *_tables.back(); (std::size_t{_count} + 1) * 4 > full.slots.size() * 3) {
+    auto larger = std::make_unique<Slots>(full.slots.size() * 2);
+    for (const auto& slot : full.slots) {
       if (const Directory* entry = slot.load(std::memory_order_relaxed)) put(*larger, entry);
     }
     _tables.push_back(std::move(larger));
-    table = _tables.back().get();
-    put(*table, directory);
-    _current.store(table, std::memory_order_release);
-    return;
+    _current.store(_tables.back().get(), std::memory_order_release);
   }
-  put(*table, directory);
+
+  void* memory = _memory.allocate(sizeof(Directory) + name.size(), alignof(Directory));
+  const auto* made = new (memory) Directory{parent, hash, static_cast<std::uint32_t>(path_size),
+                                            static_cast<std::uint32_t>(name.size()), _count};
+  name.copy(reinterpret_cast<char*>(static_cast<Directory*>(memory) + 1), name.size());
+  put(*_tables.back(), made);
+  ++_count;
+  return made;
 }
 
 }  // namespace path_filter::internal

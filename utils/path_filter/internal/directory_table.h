@@ -29,9 +29,12 @@ namespace path_filter::internal {
 struct Directory {
   const Directory* parent;  // null for the root, whose path is ""
   std::uint64_t hash;       // hash_text of the path
-  std::size_t path_size;    // in bytes
-  std::string_view name;
+  std::uint32_t path_size;  // in bytes
+  std::uint32_t name_size;
   std::uint32_t number;  // the root's is 0
+
+  /// The last component. Its bytes follow the record, which only the table makes.
+  std::string_view name() const { return {reinterpret_cast<const char*>(this + 1), name_size}; }
 };
 
 class DirectoryTable {
@@ -48,8 +51,8 @@ class DirectoryTable {
   }
 
  private:
-  /// An open hash table. It is replaced by a larger one before it is half full; the
-  /// old ones stay, for the readers that still search them.
+  /// An open hash table. It is replaced by a larger one before it is three quarters full;
+  /// the old ones stay, for the readers that still search them.
   struct Slots {
     explicit Slots(std::size_t count) : mask(count - 1), slots(count) {}
     std::size_t mask;
@@ -58,7 +61,8 @@ class DirectoryTable {
 
   const Directory* find(std::string_view path) const;
   const Directory& add(std::string_view path);
-  void insert(const Directory* directory);
+  const Directory* make(const Directory* parent, std::string_view name, std::uint64_t hash,
+                        std::size_t path_size);
 
   std::atomic<const Slots*> _current;  // the last of _tables
   const Directory* _root;

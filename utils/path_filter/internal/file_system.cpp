@@ -186,8 +186,8 @@ int open_directory_below(const std::string& root, std::string_view below, FileDe
     opened = std::move(top);
     return 0;
   }
-  const int code = open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened,
-                                  open_without_links);
+  const int code =
+      open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened, open_without_links);
   if (code != ENOSYS && code != EPERM) return code;
   // A kernel before 5.6, or a sandbox that does not know the call: the same, one
   // component at a time.

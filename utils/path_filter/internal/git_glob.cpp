@@ -60,6 +60,7 @@ bool parse_set(std::string_view pattern, std::size_t& at, ByteSet& set) {
   if (negated) ++p;
   constexpr std::size_t NONE = 256;
   std::size_t previous = NONE;  // where a range may begin
+  std::size_t close = 0;        // the first "]" behind the last "[:"
   bool first = true;
   for (;; first = false) {
     if (p >= pattern.size()) return false;
@@ -75,7 +76,7 @@ bool parse_set(std::string_view pattern, std::size_t& at, ByteSet& set) {
     }
     if (character == '[' && peek(1) == ':') {
       const std::size_t name = p + 2;
-      const std::size_t close = pattern.find(']', name);
+      if (close < name) close = pattern.find(']', name);  // searched once, not for each "[:"
       if (close == std::string_view::npos) return false;
       if (close > name && pattern[close - 1] == ':') {
         const NamedClass* named = find_class(pattern.substr(name, close - 1 - name));

@@ -68,7 +68,9 @@ class LiteralIndex {
     return _entries[_slots[slot] - 1];
   }
 
+  /// A rule that is filed twice under one literal is tried once.
   void add_candidate(Entry& entry, std::uint32_t rule) {
+    if (entry.last_to_try != 0 && candidate(entry.last_to_try).rule == rule) return;
     _candidates.push_back({rule, entry.last_to_try});
     entry.last_to_try = static_cast<std::uint32_t>(_candidates.size());
   }
