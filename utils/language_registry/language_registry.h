@@ -22,8 +22,11 @@
 #ifndef UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_
 #define UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -32,17 +35,55 @@
 
 namespace language_registry {
 
-/// Hashes text of any string type alike, so that a set of strings is asked with a
-/// string_view and builds no string.
-struct TextHash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view text) const noexcept {
-    return std::hash<std::string_view>{}(text);
-  }
-};
+/// An immutable set of texts that is asked on hot paths. Nearly all texts that are not
+/// members are told by their first character and their length, without a hash.
+class TextSet {
+ public:
+  TextSet(std::initializer_list<std::string_view> members)
+      : TextSet(members.begin(), members.end()) {}
 
-/// A set of texts that is asked with a string_view.
-using TextSet = std::unordered_set<std::string, TextHash, std::equal_to<>>;
+  template <typename Iterator>
+  TextSet(Iterator begin, Iterator end) {
+    for (; begin != end; ++begin) {
+      const std::string_view member = *begin;
+      _members.emplace(member);
+      _sizes[first(member)] |= size_bit(member.size());
+    }
+  }
+
+  bool contains(std::string_view text) const {
+    return may_contain_in_some_case(text) && _members.contains(text);
+  }
+
+  /// False when neither `text`, which is ASCII, nor `text` in another case is a member.
+  bool may_contain_in_some_case(std::string_view text) const {
+    return (_sizes[first(text)] & size_bit(text.size())) != 0;
+  }
+
+  std::size_t size() const { return _members.size(); }
+  auto begin() const { return _members.begin(); }
+  auto end() const { return _members.end(); }
+  bool operator==(const TextSet& other) const { return _members == other._members; }
+
+ private:
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+      return std::hash<std::string_view>{}(text);
+    }
+  };
+
+  /// The low bits of the first character, which are the same in both cases of a letter.
+  static std::size_t first(std::string_view text) {
+    return text.empty() ? 0 : static_cast<unsigned char>(text.front()) & 31U;
+  }
+  static std::uint32_t size_bit(std::size_t size) {
+    return std::uint32_t{1} << (size < 31 ? size : 31);
+  }
+
+  std::unordered_set<std::string, Hash, std::equal_to<>> _members;
+  std::array<std::uint32_t, 32> _sizes{};  // by the first character: bit n, a member of n bytes
+};
 
 /// What the registry knows of the language of a file.
 struct LanguageRecord {

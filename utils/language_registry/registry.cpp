@@ -315,11 +315,7 @@ std::size_t find_language(std::string_view name) {
 
 const TextSet& Languages::test_dir_names() const {
   // Never destroyed, so that it can be asked while the process exits.
-  static const TextSet& names = *[] {
-    auto* const set = new TextSet;
-    for (const std::string_view name : test_directories) set->emplace(name);
-    return set;
-  }();
+  static const TextSet& names = *new TextSet(test_directories.begin(), test_directories.end());
   return names;
 }
 

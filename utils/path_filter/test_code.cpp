@@ -28,10 +28,13 @@ bool is_test_path(std::string_view path) {
   const auto& test_dir_names = LANGUAGES.test_dir_names();
   // `name` is a view into `path`: what stands before it are the directories. Without
   // a name there are none.
-  internal::PathComponents directories(
-      name.empty() ? name : path.substr(0, static_cast<std::size_t>(name.data() - path.data())));
+  const std::string_view directories =
+      name.empty() ? name : path.substr(0, static_cast<std::size_t>(name.data() - path.data()));
+  const bool ascii = internal::is_ascii(directories);
+  internal::PathComponents components(directories);
   std::string lower;
-  while (const auto directory = directories.next()) {
+  while (const auto directory = components.next()) {
+    if (ascii && !test_dir_names.may_contain_in_some_case(*directory)) continue;
     lower.clear();
     internal::append_lower(*directory, lower);
     if (test_dir_names.contains(lower)) return true;

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "utils/path_filter/internal/hash.h"
@@ -51,21 +52,18 @@ class LiteralIndex {
   Entry& add(Place place, std::string_view key) {
     if ((_entries.size() + 1) * 2 > _slots.size()) grow();
     const std::uint64_t hash = placed(place, hash_text(key));
-    std::size_t slot = find_slot(place, key, hash);
-    if (_slots[slot] == 0) {
+    Slot& slot = _slots[find_slot(place, key, hash)];
+    if (slot.entry == 0) {
       _entries.push_back({hash, static_cast<std::uint32_t>(_keys.size()),
                           static_cast<std::uint32_t>(key.size()), place});
       _keys += key;
-      _slots[slot] = static_cast<std::uint32_t>(_entries.size());
-      Filter& filter = _filters[static_cast<std::size_t>(place)];
-      filter.longest = std::max(filter.longest, key.size());
-      filter.any = true;
-      if (key.size() <= LONGEST_PART && !key.empty()) {
-        filter.sizes |= std::uint64_t{1} << key.size();
-        filter.inner_bytes.set(inner_byte(place, key));
-      }
+      slot = {static_cast<std::uint32_t>(_entries.size()), tag(hash)};
+      Filter& known = filter(place);
+      known.longest = std::max(known.longest, key.size());
+      const bool whole = place == Place::name || place == Place::path;
+      if (!whole) known.add_part(key, is_tail(place));
     }
-    return _entries[_slots[slot] - 1];
+    return _entries[slot.entry - 1];
   }
 
   /// A rule that is filed twice under one literal is tried once.
@@ -77,48 +75,67 @@ class LiteralIndex {
 
   const Candidate& candidate(std::uint32_t number) const { return _candidates[number - 1]; }
 
-  bool has(Place place) const { return _filters[static_cast<std::size_t>(place)].any; }
+  bool has(Place place) const { return filter(place).longest > 0; }
 
   /// The entry of the whole text `key`, whose hash_text is `text_hash`; or null.
   const Entry* find(Place place, std::string_view key, std::uint64_t text_hash) const {
-    const std::uint32_t entry = _slots[find_slot(place, key, placed(place, text_hash))];
-    return entry == 0 ? nullptr : &_entries[entry - 1];
+    const Slot& slot = _slots[find_slot(place, key, placed(place, text_hash))];
+    return slot.entry == 0 ? nullptr : &_entries[slot.entry - 1];
   }
 
   /// The longest literal that is filed in `place`, in bytes.
-  std::size_t longest(Place place) const {
-    return _filters[static_cast<std::size_t>(place)].longest;
-  }
+  std::size_t longest(Place place) const { return filter(place).longest; }
 
   /// Calls `visit` with the entry of each head (or tail) of `text` that is filed in
-  /// `place`. Only the sizes that occur are tried, and of those only the ones whose
-  /// innermost byte fits: for the suffixes of a template that is the dots.
+  /// `place`. Only the sizes that occur together with the text's outermost byte are
+  /// tried, and of those only the ones whose innermost byte fits: for the suffixes of a
+  /// template that is one or two.
   template <typename Visit>
   void for_each_part(Place place, std::string_view text, Visit visit) const {
-    const Filter& filter = _filters[static_cast<std::size_t>(place)];
-    const bool tail = place == Place::name_tail || place == Place::path_tail;
-    std::uint64_t sizes = filter.sizes;
+    const Filter& known = filter(place);
+    if (known.longest == 0 || text.empty()) return;
+    const bool tail = is_tail(place);
+    std::uint64_t sizes = known.sizes[(tail ? text.back() : text.front()) & 31];
     if (text.size() < LONGEST_PART) sizes &= (std::uint64_t{2} << text.size()) - 1;
     for (; sizes != 0; sizes &= sizes - 1) {
       const auto size = static_cast<std::size_t>(std::countr_zero(sizes));
       const std::string_view part = text.substr(tail ? text.size() - size : 0, size);
-      if (!filter.inner_bytes.test(inner_byte(place, part))) continue;
+      if (!known.inner_bytes.test(inner_byte(part, tail))) continue;
       if (const Entry* entry = find(place, part, hash_text(part))) visit(*entry);
     }
   }
 
  private:
+  /// What can be said of the keys of one place without looking for one.
   struct Filter {
-    std::bitset<256> inner_bytes;  // the first bytes of tails, the last bytes of heads
-    std::uint64_t sizes = 0;       // bit n: some key has n bytes
     std::size_t longest = 0;
-    bool any = false;
+    std::bitset<256> inner_bytes;      // the first bytes of tails, the last bytes of heads
+    std::vector<std::uint64_t> sizes;  // by the outermost byte's low bits; bit n: n bytes
+
+    void add_part(std::string_view key, bool tail) {
+      if (sizes.empty()) sizes.resize(32);
+      inner_bytes.set(inner_byte(key, tail));
+      sizes[(tail ? key.back() : key.front()) & 31] |= std::uint64_t{1} << key.size();
+    }
   };
 
-  static std::size_t inner_byte(Place place, std::string_view key) {
-    const bool tail = place == Place::name_tail || place == Place::path_tail;
+  struct Slot {
+    std::uint32_t entry = 0;  // 1 + index; 0: empty
+    std::uint32_t tag = 0;    // saves the look at nearly every entry that is another
+  };
+
+  const Filter& filter(Place place) const { return _filters[static_cast<std::size_t>(place)]; }
+  Filter& filter(Place place) { return _filters[static_cast<std::size_t>(place)]; }
+
+  static bool is_tail(Place place) {
+    return place == Place::name_tail || place == Place::path_tail;
+  }
+
+  static std::size_t inner_byte(std::string_view key, bool tail) {
     return static_cast<unsigned char>(tail ? key.front() : key.back());
   }
+
+  static std::uint32_t tag(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32); }
 
   static std::uint64_t placed(Place place, std::uint64_t text_hash) {
     return text_hash + static_cast<std::uint64_t>(place) * 0x9E3779B97F4A7C15U;
@@ -131,20 +148,23 @@ class LiteralIndex {
   /// The slot of `key`, or the empty one where it belongs. There is one.
   std::size_t find_slot(Place place, std::string_view key, std::uint64_t hash) const {
     const std::size_t mask = _slots.size() - 1;
-    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-      if (_slots[slot] == 0) return slot;
-      const Entry& entry = _entries[_slots[slot] - 1];
-      if (entry.hash == hash && entry.place == place && key_of(entry) == key) return slot;
+    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
+      const Slot& slot = _slots[at];
+      if (slot.entry == 0) return at;
+      if (slot.tag != tag(hash)) continue;
+      const Entry& entry = _entries[slot.entry - 1];
+      if (entry.hash == hash && entry.place == place && key_of(entry) == key) return at;
     }
   }
 
   void grow() {
-    std::vector<std::uint32_t> slots(std::max<std::size_t>(8, _slots.size() * 2));
+    std::vector<Slot> slots(std::max<std::size_t>(8, _slots.size() * 2));
     const std::size_t mask = slots.size() - 1;
-    for (std::size_t index = 0; index < _entries.size(); ++index) {
-      std::size_t slot = _entries[index].hash & mask;
-      while (slots[slot] != 0) slot = (slot + 1) & mask;
-      slots[slot] = static_cast<std::uint32_t>(index + 1);
+    for (const Slot& slot : _slots) {
+      if (slot.entry == 0) continue;
+      std::size_t at = _entries[slot.entry - 1].hash & mask;
+      while (slots[at].entry != 0) at = (at + 1) & mask;
+      slots[at] = slot;
     }
     _slots = std::move(slots);
   }
@@ -152,8 +172,8 @@ class LiteralIndex {
   std::string _keys;
   std::vector<Entry> _entries;
   std::vector<Candidate> _candidates;
-  std::vector<std::uint32_t> _slots = std::vector<std::uint32_t>(1);  // 1 + index; 0: empty
-  std::array<Filter, PLACES> _filters{};
+  std::vector<Slot> _slots = std::vector<Slot>(1);
+  std::array<Filter, PLACES> _filters;
 };
 
 }  // namespace path_filter::internal

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "utils/path_filter/internal/split_path.h"
+
 namespace path_filter::internal {
 
 /// The components of `path`, one at a time from the front. "/" is the only
@@ -42,10 +44,9 @@ class PathComponents {
 /// "//".
 inline std::string_view last_component(std::string_view path) {
   while (!path.empty()) {
-    const std::size_t slash = path.rfind('/');
-    const std::string_view component = path.substr(slash + 1);  // npos + 1 is 0
-    if (!component.empty() && component != ".") return component;
-    path = path.substr(0, slash == std::string_view::npos ? 0 : slash);
+    const auto [directory, name] = SplitPath(path);
+    if (!name.empty() && name != ".") return name;
+    path = directory;
   }
   return {};
 }

@@ -60,13 +60,9 @@ bool is_space(char32_t code) {
   }
 }
 
-/// Where the first character of `pattern` stands that is more than itself, or npos.
-/// (string_view::find_first_of makes a call for each character.)
-std::size_t find_special(std::string_view pattern) {
-  for (std::size_t at = 0; at < pattern.size(); ++at) {
-    if (pattern[at] == '*' || pattern[at] == '?' || pattern[at] == '[') return at;
-  }
-  return std::string_view::npos;
+/// Whether a character of a pattern can be more than itself, or belong to what is.
+bool is_special(char character) {
+  return character == '*' || character == '?' || character == '[' || character == ']';
 }
 
 /// Matches `code` against the set whose inside is `set` ("!" included).
@@ -193,17 +189,23 @@ std::string quoted(std::string_view text) {
 }
 
 bool shell_glob_matches(std::string_view pattern, std::string_view text) {
-  // Nearly every glob is "*tail" or "head*tail" with nothing special in the tail:
-  // two comparisons decide it.
-  const std::size_t head = find_special(pattern);
-  if (head == std::string_view::npos) return pattern == text;
-  if (text.substr(0, head) != pattern.substr(0, head)) return false;
+  // Nearly every glob is literals around one star, and nearly every text differs from
+  // them in the first bytes of one end: a few comparisons decide.
+  std::size_t head = 0;
+  for (; head < pattern.size() && !is_special(pattern[head]); ++head) {
+    if (head == text.size() || pattern[head] != text[head]) return false;
+  }
+  if (head == pattern.size()) return text.size() == head;
   pattern.remove_prefix(head);
   text.remove_prefix(head);
-  if (pattern.front() == '*') {
-    const std::string_view tail = pattern.substr(1);
-    if (find_special(tail) == std::string_view::npos) return text.ends_with(tail);
+  std::size_t tail = 0;
+  for (; !is_special(pattern[pattern.size() - 1 - tail]); ++tail) {
+    if (tail == text.size() ||
+        pattern[pattern.size() - 1 - tail] != text[text.size() - 1 - tail]) {
+      return false;
+    }
   }
+  if (pattern.front() == '*' && tail == pattern.size() - 1) return true;
 
   // Only the last star met is ever taken back: it can take over whatever an earlier
   // one would have had to match.

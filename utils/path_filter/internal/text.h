@@ -17,6 +17,13 @@ namespace path_filter::internal {
 /// U+0085, the blanks), and every space separator (category Zs).
 std::string_view trim(std::string_view text);
 
+/// Whether all of `text` is ASCII.
+inline bool is_ascii(std::string_view text) {
+  unsigned bytes = 0;  // no branch in the loop: it is done sixteen bytes at a time
+  for (const char byte : text) bytes |= static_cast<unsigned char>(byte);
+  return bytes < 0x80;
+}
+
 /// Appends `text` in lower case to `out`, by Unicode's simple, locale-independent
 /// mapping (one character to one character).
 void append_lower(std::string_view text, std::string& out);
