@@ -36,7 +36,7 @@
 namespace language_registry {
 
 /// An immutable set of texts that is asked on hot paths. Nearly all texts that are not
-/// members are told by their first character and their length, without a hash.
+/// members are told by their length and their first two characters, without a hash.
 class TextSet {
  public:
   TextSet(std::initializer_list<std::string_view> members)
@@ -47,7 +47,8 @@ class TextSet {
     for (; begin != end; ++begin) {
       const std::string_view member = *begin;
       _members.emplace(member);
-      _sizes[first(member)] |= size_bit(member.size());
+      _sizes[letter(member, 0)] |= bit(member.size());
+      _seconds[letter(member, 0)] |= bit(letter(member, 1));
     }
   }
 
@@ -57,7 +58,9 @@ class TextSet {
 
   /// False when neither `text`, which is ASCII, nor `text` in another case is a member.
   bool may_contain_in_some_case(std::string_view text) const {
-    return (_sizes[first(text)] & size_bit(text.size())) != 0;
+    const std::size_t first = letter(text, 0);
+    return (_sizes[first] & bit(text.size())) != 0 &&
+           (_seconds[first] & bit(letter(text, 1))) != 0;
   }
 
   std::size_t size() const { return _members.size(); }
@@ -73,16 +76,18 @@ class TextSet {
     }
   };
 
-  /// The low bits of the first character, which are the same in both cases of a letter.
-  static std::size_t first(std::string_view text) {
-    return text.empty() ? 0 : static_cast<unsigned char>(text.front()) & 31U;
+  /// The low bits of a character, which are the same in both cases of a letter.
+  static std::size_t letter(std::string_view text, std::size_t at) {
+    return at < text.size() ? static_cast<unsigned char>(text[at]) & 31U : 0;
   }
-  static std::uint32_t size_bit(std::size_t size) {
-    return std::uint32_t{1} << (size < 31 ? size : 31);
+  static std::uint32_t bit(std::size_t number) {
+    return std::uint32_t{1} << (number < 31 ? number : 31);
   }
 
   std::unordered_set<std::string, Hash, std::equal_to<>> _members;
-  std::array<std::uint32_t, 32> _sizes{};  // by the first character: bit n, a member of n bytes
+  // By the first character: which sizes members have, and which second characters.
+  std::array<std::uint32_t, 32> _sizes{};
+  std::array<std::uint32_t, 32> _seconds{};
 };
 
 /// What the registry knows of the language of a file.

@@ -222,6 +222,7 @@ class GitIgnoreSpec::Builder {
 
 GitIgnoreSpec GitIgnoreSpec::from_lines(std::span<const std::string_view> lines) {
   GitIgnoreSpec spec;
+  spec._index = LiteralIndex(lines.size());
   Builder builder(spec);
   for (std::size_t index = 0; index < lines.size(); ++index) {
     builder.add_line(lines[index], index + 1);
@@ -247,10 +248,7 @@ std::vector<GitIgnoreSpec::Pattern> GitIgnoreSpec::patterns() const {
 }
 
 GitIgnoreSpec::Question::Question(std::string_view path, bool is_directory)
-    : _path(path),
-      _name(internal::SplitPath(path).name),
-      _name_hash(internal::hash_text(_name)),
-      _is_directory(is_directory) {}
+    : _path(path), _name(internal::SplitPath(path).name), _is_directory(is_directory) {}
 
 CheckResult GitIgnoreSpec::check_file(std::string_view path) const {
   const bool is_directory = path.ends_with('/');
@@ -287,15 +285,8 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
   RuleNumber best = 0;
   const auto ask = [&](const LiteralIndex::Entry& entry) { ask_entry(entry, subject, best); };
 
-  if (_index.has(Place::name)) {
-    if (const auto* entry = _index.find(Place::name, subject.name, question._name_hash)) {
-      ask(*entry);
-    }
-  }
-  if (_index.has(Place::path) && subject.path.size() <= _index.longest(Place::path)) {
-    const std::uint64_t hash = internal::hash_text(subject.path);
-    if (const auto* entry = _index.find(Place::path, subject.path, hash)) ask(*entry);
-  }
+  if (const auto* entry = _index.find_whole(Place::name, subject.name)) ask(*entry);
+  if (const auto* entry = _index.find_whole(Place::path, subject.path)) ask(*entry);
   _index.for_each_part(Place::name_head, subject.name, ask);
   _index.for_each_part(Place::name_tail, subject.name, ask);
   _index.for_each_part(Place::path_head, subject.path, ask);

@@ -88,7 +88,6 @@ class GitIgnoreSpec {
     friend class GitIgnoreSpec;
     std::string_view _path;
     std::string_view _name;
-    std::uint64_t _name_hash;
     bool _is_directory;
   };
 

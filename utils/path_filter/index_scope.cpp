@@ -43,7 +43,7 @@ static_assert(std::ranges::all_of(MINIFIED_FILE_GLOBS,
 
 std::string_view minified_glob(std::string_view name) {
   for (const std::string_view glob : MINIFIED_FILE_GLOBS) {
-    if (name.ends_with(glob.substr(1))) return glob;
+    if (name.ends_with(glob.back()) && name.ends_with(glob.substr(1))) return glob;
   }
   return {};
 }

@@ -48,6 +48,10 @@ class LiteralIndex {
     std::uint32_t before;
   };
 
+  /// For about this many rules.
+  explicit LiteralIndex(std::size_t rules = 0)
+      : _pairs(std::clamp<std::size_t>(std::bit_ceil(rules / 4), 32, 1024)) {}
+
   /// The entry of `key`, made when there is none.
   Entry& add(Place place, std::string_view key) {
     if ((_entries.size() + 1) * 2 > _slots.size()) grow();
@@ -58,10 +62,7 @@ class LiteralIndex {
                           static_cast<std::uint32_t>(key.size()), place});
       _keys += key;
       slot = {static_cast<std::uint32_t>(_entries.size()), tag(hash)};
-      Filter& known = filter(place);
-      known.longest = std::max(known.longest, key.size());
-      const bool whole = place == Place::name || place == Place::path;
-      if (!whole) known.add_part(key, is_tail(place));
+      filter(place).add(key, outer_end(place), _pairs);
     }
     return _entries[slot.entry - 1];
   }
@@ -75,49 +76,70 @@ class LiteralIndex {
 
   const Candidate& candidate(std::uint32_t number) const { return _candidates[number - 1]; }
 
-  bool has(Place place) const { return filter(place).longest > 0; }
-
-  /// The entry of the whole text `key`, whose hash_text is `text_hash`; or null.
-  const Entry* find(Place place, std::string_view key, std::uint64_t text_hash) const {
-    const Slot& slot = _slots[find_slot(place, key, placed(place, text_hash))];
-    return slot.entry == 0 ? nullptr : &_entries[slot.entry - 1];
+  /// The entry of the whole text `key`, or null. Hashes it only when some literal in
+  /// `place` has its length and its last bytes.
+  const Entry* find_whole(Place place, std::string_view key) const {
+    const Filter& known = filter(place);
+    if (known.sizes.empty() || key.empty()) return nullptr;
+    if ((known.sizes[pair(key, End::back) & (_pairs - 1)] & size_bit(key.size())) == 0) {
+      return nullptr;
+    }
+    return find(place, key);
   }
 
-  /// The longest literal that is filed in `place`, in bytes.
-  std::size_t longest(Place place) const { return filter(place).longest; }
-
   /// Calls `visit` with the entry of each head (or tail) of `text` that is filed in
-  /// `place`. Only the sizes that occur together with the text's outermost byte are
+  /// `place`. Only the sizes that occur together with the text's outermost bytes are
   /// tried, and of those only the ones whose innermost byte fits: for the suffixes of a
   /// template that is one or two.
   template <typename Visit>
   void for_each_part(Place place, std::string_view text, Visit visit) const {
     const Filter& known = filter(place);
-    if (known.longest == 0 || text.empty()) return;
-    const bool tail = is_tail(place);
-    std::uint64_t sizes = known.sizes[(tail ? text.back() : text.front()) & 31];
+    if (known.sizes.empty() || text.empty()) return;
+    const bool tail = outer_end(place) == End::back;
+    std::uint64_t sizes = known.sizes[pair(text, outer_end(place)) & (_pairs - 1)];
     if (text.size() < LONGEST_PART) sizes &= (std::uint64_t{2} << text.size()) - 1;
     for (; sizes != 0; sizes &= sizes - 1) {
       const auto size = static_cast<std::size_t>(std::countr_zero(sizes));
       const std::string_view part = text.substr(tail ? text.size() - size : 0, size);
-      if (!known.inner_bytes.test(inner_byte(part, tail))) continue;
-      if (const Entry* entry = find(place, part, hash_text(part))) visit(*entry);
+      if (!known.inner_bytes.test(inner_byte(part, outer_end(place)))) continue;
+      if (const Entry* entry = find(place, part)) visit(*entry);
     }
   }
 
  private:
+  /// The end of a literal that lies at the end of what is matched; a whole text may take
+  /// either.
+  enum class End : std::uint8_t { front, back };
+
   /// What can be said of the keys of one place without looking for one.
   struct Filter {
-    std::size_t longest = 0;
-    std::bitset<256> inner_bytes;      // the first bytes of tails, the last bytes of heads
-    std::vector<std::uint64_t> sizes;  // by the outermost byte's low bits; bit n: n bytes
+    std::vector<std::uint64_t> sizes;  // by the pair of outermost bytes; bit n: n bytes
+    std::bitset<256> inner_bytes;      // those at the other end
 
-    void add_part(std::string_view key, bool tail) {
-      if (sizes.empty()) sizes.resize(32);
-      inner_bytes.set(inner_byte(key, tail));
-      sizes[(tail ? key.back() : key.front()) & 31] |= std::uint64_t{1} << key.size();
+    void add(std::string_view key, End outer, std::size_t pairs) {
+      if (sizes.empty()) sizes.resize(pairs);
+      // A literal of one byte goes with any neighbour.
+      const std::size_t last = key.size() == 1 ? pairs : (pair(key, outer) & (pairs - 1)) + 1;
+      const std::size_t step = key.size() == 1 ? 32 : pairs;
+      for (std::size_t at = pair(key, outer) & (pairs - 1); at < last; at += step) {
+        sizes[at] |= size_bit(key.size());
+      }
+      inner_bytes.set(inner_byte(key, outer));
     }
   };
+
+  /// The low bits of the outermost byte, and above them those of its neighbour.
+  static std::size_t pair(std::string_view text, End outer) {
+    const bool back = outer == End::back;
+    const auto byte = [&](std::size_t from_end) {
+      return static_cast<std::size_t>(text[back ? text.size() - 1 - from_end : from_end]) & 31;
+    };
+    return byte(0) | (text.size() > 1 ? byte(1) << 5 : 0);
+  }
+
+  static std::uint64_t size_bit(std::size_t size) {
+    return std::uint64_t{1} << std::min<std::size_t>(size, LONGEST_PART);
+  }
 
   struct Slot {
     std::uint32_t entry = 0;  // 1 + index; 0: empty
@@ -127,12 +149,12 @@ class LiteralIndex {
   const Filter& filter(Place place) const { return _filters[static_cast<std::size_t>(place)]; }
   Filter& filter(Place place) { return _filters[static_cast<std::size_t>(place)]; }
 
-  static bool is_tail(Place place) {
-    return place == Place::name_tail || place == Place::path_tail;
+  static End outer_end(Place place) {
+    return place == Place::name_head || place == Place::path_head ? End::front : End::back;
   }
 
-  static std::size_t inner_byte(std::string_view key, bool tail) {
-    return static_cast<unsigned char>(tail ? key.front() : key.back());
+  static std::size_t inner_byte(std::string_view key, End outer) {
+    return static_cast<unsigned char>(outer == End::back ? key.front() : key.back());
   }
 
   static std::uint32_t tag(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32); }
@@ -143,6 +165,11 @@ class LiteralIndex {
 
   std::string_view key_of(const Entry& entry) const {
     return std::string_view(_keys).substr(entry.key_begin, entry.key_size);
+  }
+
+  const Entry* find(Place place, std::string_view key) const {
+    const Slot& slot = _slots[find_slot(place, key, placed(place, hash_text(key)))];
+    return slot.entry == 0 ? nullptr : &_entries[slot.entry - 1];
   }
 
   /// The slot of `key`, or the empty one where it belongs. There is one.
@@ -169,6 +196,7 @@ class LiteralIndex {
     _slots = std::move(slots);
   }
 
+  std::size_t _pairs;  // how many pairs of bytes a filter tells apart: a power of two
   std::string _keys;
   std::vector<Entry> _entries;
   std::vector<Candidate> _candidates;
