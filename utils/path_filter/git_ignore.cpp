@@ -247,13 +247,11 @@ std::vector<GitIgnoreSpec::Pattern> GitIgnoreSpec::patterns() const {
   return patterns;
 }
 
-GitIgnoreSpec::Question::Question(std::string_view path, bool is_directory)
-    : _path(path), _name(internal::SplitPath(path).name), _is_directory(is_directory) {}
-
 CheckResult GitIgnoreSpec::check_file(std::string_view path) const {
   const bool is_directory = path.ends_with('/');
   while (path.ends_with('/')) path.remove_suffix(1);
-  const RuleNumber decides = deciding_rule(Question(path, is_directory), 0);
+  const RuleNumber decides = deciding_rule(
+      Question(path, internal::SplitPath(path).name, is_directory), 0);
   if (decides == 0) return {};
   return {includes(decides)};
 }

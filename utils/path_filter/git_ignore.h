@@ -79,10 +79,12 @@ class GitIgnoreSpec {
   CheckResult check_file(std::string_view path) const;
 
   /// One path as all the rule sets of a repository are asked about it: the parts that
-  /// stay the same for each of them are computed once. `path` has no "/" at its end.
+  /// stay the same for each of them are computed once. `path` has no "/" at its end;
+  /// `name` is its last component.
   class Question {
    public:
-    Question(std::string_view path, bool is_directory);
+    Question(std::string_view path, std::string_view name, bool is_directory)
+        : _path(path), _name(name), _is_directory(is_directory) {}
 
    private:
     friend class GitIgnoreSpec;

@@ -114,21 +114,23 @@ std::optional<std::string> IndexScope::relative(std::string_view path) const {
 Decision IndexScope::is_indexable(std::string_view rel_path, FileFacts facts) const {
   std::string storage;
   const std::string_view path = _relative_posix(rel_path, storage);
-  return _decide(path, _directories[SplitPath(path).directory], facts, nullptr);
+  const SplitPath split(path);
+  return _decide(path, split, _directories[split.directory], facts, nullptr);
 }
 
 /// The decision on the file at `path`, whose directory is `known_directory`.
-Decision IndexScope::_decide(std::string_view path, const Directory& known_directory,
-                             FileFacts facts, const ListedDirectory* listed) const {
-  const auto [directory, name] = SplitPath(path);
-  if (!directory.empty()) {
+Decision IndexScope::_decide(std::string_view path, const SplitPath& split,
+                             const Directory& known_directory, FileFacts facts,
+                             const ListedDirectory* listed) const {
+  const std::string_view name = split.name;
+  if (!split.directory.empty()) {
     if (const auto kind = _directory_rule(known_directory)) return excluded(*kind);
   }
   const auto language = language_registry::detect_language(name);
   if (!language) return excluded(Exclusion::unknown_language);
   if (language_registry::is_lockfile(name)) return excluded(Exclusion::lockfile, language);
   if (!minified_glob(name).empty()) return excluded(Exclusion::minified, language);
-  if (_ignored(path, directory, known_directory, listed)) {
+  if (_ignored(path, split, known_directory, listed)) {
     return excluded(Exclusion::gitignore, language);
   }
   return _within_limits(*language, facts.size);
@@ -137,8 +139,8 @@ Decision IndexScope::_decide(std::string_view path, const Directory& known_direc
 bool IndexScope::is_ignored(std::string_view rel_path) const {
   std::string storage;
   const std::string_view path = _relative_posix(rel_path, storage);
-  const std::string_view directory = SplitPath(path).directory;
-  return _ignored(path, directory, _directories[directory], nullptr);
+  const SplitPath split(path);
+  return _ignored(path, split, _directories[split.directory], nullptr);
 }
 
 bool IndexScope::admits_directory(std::string_view rel_dir) const {
@@ -217,15 +219,20 @@ Explanation IndexScope::explain(std::string_view rel_path, FileFacts facts) cons
 std::optional<IgnoreRule> IndexScope::deciding_ignore_rule(std::string_view rel_path) const {
   std::string storage;
   const std::string_view path = _relative_posix(rel_path, storage);
-  const std::string_view directory = SplitPath(path).directory;
+  const SplitPath split(path);
   const auto caches = _caches();
-  const Directory& known = _directories[directory];
+  const Directory& known = _directories[split.directory];
   const Directory* ignored = topmost(known, [&](const Directory& above) {
-    return _directory_ignored(*caches, directory.substr(0, above.path_size), above, nullptr);
+    const std::string_view rel_dir = path.substr(0, above.path_size);
+    return _directory_ignored(*caches, rel_dir, above, nullptr);
   });
-  const Match match = ignored != nullptr ? _matches(*caches, path.substr(0, ignored->path_size),
-                                                    true, *ignored->parent, nullptr)
-                                         : _matches(*caches, path, false, known, nullptr);
+  Match match;
+  if (ignored != nullptr) {
+    const std::string_view rel_dir = path.substr(0, ignored->path_size);
+    match = _matches(*caches, rel_dir, SplitPath(rel_dir), true, *ignored->parent, nullptr);
+  } else {
+    match = _matches(*caches, path, split, false, known, nullptr);
+  }
   if (match.file == nullptr) return std::nullopt;
   const auto pattern = match.file->rules.pattern(match.rule);
   return IgnoreRule{match.file->source, pattern.line, std::string(pattern.text)};
@@ -360,19 +367,20 @@ std::optional<GitIgnoreSpec> IndexScope::_rules_of_directory(std::string_view re
   return _ignore_rules_in(std::get<std::string>(content));
 }
 
+/// What decides about `path` by itself, where `split` is the path split and `parent` the
+/// directory that it lies in.
 IndexScope::Match IndexScope::_matches(IgnoreCaches& caches, std::string_view path,
-                                       bool is_directory, const Directory& parent,
+                                       SplitPath split, bool is_directory, const Directory& parent,
                                        const ListedDirectory* listed) const {
-  while (path.ends_with('/')) {
-    path.remove_suffix(1);
+  const Directory* known = &parent;
+  if (path.ends_with('/')) {
+    path = path.substr(0, path.find_last_not_of('/') + 1);  // npos + 1 is 0
+    split = SplitPath(path);
     is_directory = true;
+    known = &_directories[split.directory];
   }
-  const std::string_view directory = SplitPath(path).directory;
-  // `parent` is the directory of the path as it was given.
-  const Directory& known = parent.path_size == directory.size() ? parent : _directories[directory];
-
-  const GitIgnoreSpec::Question question(path, is_directory);
-  for (const IgnoreFile* file = _ignore_rules(caches, known, directory, listed);
+  const GitIgnoreSpec::Question question(path, split.name, is_directory);
+  for (const IgnoreFile* file = _ignore_rules(caches, *known, split.directory, listed);
        file != &IgnoreCaches::NO_RULES; file = file->up) {
     if (const auto rule = file->rules.deciding_rule(question, file->skip)) return {file, rule};
   }
@@ -404,7 +412,7 @@ bool IndexScope::_directory_ignored(IgnoreCaches& caches, std::string_view rel_d
       const Directory& judged = **next;
       if (verdict == IgnoreVerdict::not_ignored) {
         const std::string_view path = rel_dir.substr(0, judged.path_size);
-        if (_matches(caches, path, true, *judged.parent, listed).includes()) {
+        if (_matches(caches, path, SplitPath(path), true, *judged.parent, listed).includes()) {
           verdict = IgnoreVerdict::ignored;
         }
       }
@@ -414,13 +422,14 @@ bool IndexScope::_directory_ignored(IgnoreCaches& caches, std::string_view rel_d
   return verdict == IgnoreVerdict::ignored;
 }
 
-bool IndexScope::_ignored(std::string_view path, std::string_view directory,
+bool IndexScope::_ignored(std::string_view path, const SplitPath& split,
                           const Directory& known_directory, const ListedDirectory* listed) const {
   const auto caches = _caches();
-  if (!directory.empty() && _directory_ignored(*caches, directory, known_directory, listed)) {
+  if (!split.directory.empty() &&
+      _directory_ignored(*caches, split.directory, known_directory, listed)) {
     return true;
   }
-  return _matches(*caches, path, false, known_directory, listed).includes();
+  return _matches(*caches, path, split, false, known_directory, listed).includes();
 }
 
 }  // namespace path_filter

@@ -61,6 +61,7 @@
 #include "utils/path_filter/index_limits.h"
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/internal/directory_table.h"
+#include "utils/path_filter/internal/split_path.h"
 #include "utils/path_filter/tree_walk.h"
 
 namespace path_filter {
@@ -195,8 +196,9 @@ class IndexScope {
 
   std::shared_ptr<IgnoreCaches> _caches() const;
 
-  Decision _decide(std::string_view path, const internal::Directory& known_directory,
-                   FileFacts facts, const ListedDirectory* listed) const;
+  Decision _decide(std::string_view path, const internal::SplitPath& split,
+                   const internal::Directory& known_directory, FileFacts facts,
+                   const ListedDirectory* listed) const;
   std::optional<Exclusion> _directory_rule(const internal::Directory& directory) const;
   Decision _within_limits(std::string_view language, std::optional<std::int64_t> size) const;
   std::optional<Exclusion> _excludes_directory(std::string_view path,
@@ -208,12 +210,13 @@ class IndexScope {
   std::optional<GitIgnoreSpec> _rules_of_directory(std::string_view rel_dir,
                                                    const ListedDirectory* listed) const;
   const std::vector<IgnoreFile>& _repository_excludes(IgnoreCaches& caches) const;
-  Match _matches(IgnoreCaches& caches, std::string_view path, bool is_directory,
-                 const internal::Directory& parent, const ListedDirectory* listed) const;
+  Match _matches(IgnoreCaches& caches, std::string_view path, internal::SplitPath split,
+                 bool is_directory, const internal::Directory& parent,
+                 const ListedDirectory* listed) const;
   bool _directory_ignored(IgnoreCaches& caches, std::string_view rel_dir,
                           const internal::Directory& directory,
                           const ListedDirectory* listed) const;
-  bool _ignored(std::string_view path, std::string_view directory,
+  bool _ignored(std::string_view path, const internal::SplitPath& split,
                 const internal::Directory& known_directory, const ListedDirectory* listed) const;
 
   const ExcludesFileLookup _excludes_file;

@@ -31,12 +31,16 @@ bool is_test_path(std::string_view path) {
   const std::string_view directories =
       name.empty() ? name : path.substr(0, static_cast<std::size_t>(name.data() - path.data()));
   const bool ascii = internal::is_ascii(directories);
-  internal::PathComponents components(directories);
   std::string lower;
-  while (const auto directory = components.next()) {
-    if (ascii && !test_dir_names.may_contain_in_some_case(*directory)) continue;
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < directories.size(); ++at) {
+    if (directories[at] != '/') continue;
+    const std::string_view directory = directories.substr(begin, at - begin);
+    begin = at + 1;
+    if (ascii && !test_dir_names.may_contain_in_some_case(directory)) continue;
+    if (directory.empty() || directory == ".") continue;
     lower.clear();
-    internal::append_lower(*directory, lower);
+    internal::append_lower(directory, lower);
     if (test_dir_names.contains(lower)) return true;
   }
   return false;

@@ -59,7 +59,7 @@ Decision Walk::decide(FileFacts facts) const {
   }
   const internal::FileDescriptor closed;
   const ListedDirectory listed{closed, _below, _listing};
-  return _scope->_decide(_path, *_directory, facts, &listed);
+  return _scope->_decide(_path, internal::SplitPath(_path), *_directory, facts, &listed);
 }
 
 /// Lists the directory that _path names (with a "/" at its end, or "" for the root)
