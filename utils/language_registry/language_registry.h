@@ -59,8 +59,7 @@ class TextSet {
   /// False when neither `text`, which is ASCII, nor `text` in another case is a member.
   bool may_contain_in_some_case(std::string_view text) const {
     const std::size_t first = letter(text, 0);
-    return (_sizes[first] & bit(text.size())) != 0 &&
-           (_seconds[first] & bit(letter(text, 1))) != 0;
+    return (_sizes[first] & bit(text.size())) != 0 && (_seconds[first] & bit(letter(text, 1))) != 0;
   }
 
   std::size_t size() const { return _members.size(); }

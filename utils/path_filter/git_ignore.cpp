@@ -250,8 +250,8 @@ std::vector<GitIgnoreSpec::Pattern> GitIgnoreSpec::patterns() const {
 CheckResult GitIgnoreSpec::check_file(std::string_view path) const {
   const bool is_directory = path.ends_with('/');
   while (path.ends_with('/')) path.remove_suffix(1);
-  const RuleNumber decides = deciding_rule(
-      Question(path, internal::SplitPath(path).name, is_directory), 0);
+  const RuleNumber decides =
+      deciding_rule(Question(path, internal::SplitPath(path).name, is_directory), 0);
   if (decides == 0) return {};
   return {includes(decides)};
 }

@@ -180,7 +180,7 @@ Decision IndexScope::_within_limits(std::string_view language,
               .language = std::string(language)};
     }
   }
-  return {.indexable = true, .language = std::string(language)};
+  return {.indexable = true, .language = std::optional<std::string>(std::in_place, language)};
 }
 
 Explanation IndexScope::explain(std::string_view rel_path, FileFacts facts) const {
@@ -369,8 +369,8 @@ std::optional<GitIgnoreSpec> IndexScope::_rules_of_directory(std::string_view re
 
 /// What decides about `path` by itself, where `split` is the path split and `parent` the
 /// directory that it lies in.
-IndexScope::Match IndexScope::_matches(IgnoreCaches& caches, std::string_view path,
-                                       SplitPath split, bool is_directory, const Directory& parent,
+IndexScope::Match IndexScope::_matches(IgnoreCaches& caches, std::string_view path, SplitPath split,
+                                       bool is_directory, const Directory& parent,
                                        const ListedDirectory* listed) const {
   const Directory* known = &parent;
   if (path.ends_with('/')) {

@@ -200,8 +200,7 @@ bool shell_glob_matches(std::string_view pattern, std::string_view text) {
   text.remove_prefix(head);
   std::size_t tail = 0;
   for (; !is_special(pattern[pattern.size() - 1 - tail]); ++tail) {
-    if (tail == text.size() ||
-        pattern[pattern.size() - 1 - tail] != text[text.size() - 1 - tail]) {
+    if (tail == text.size() || pattern[pattern.size() - 1 - tail] != text[text.size() - 1 - tail]) {
       return false;
     }
   }
