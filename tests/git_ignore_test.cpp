@@ -125,7 +125,8 @@ TEST(GitIgnore, LiteralsOfEveryLength) {
 }
 
 TEST(GitIgnore, Patterns) {
-  const auto patterns = rules_of("# c\n\n  \n!a/ \nb\\ \n").patterns();
+  const GitIgnoreSpec spec = rules_of("# c\n\n  \n!a/ \nb\\ \n");
+  const auto patterns = spec.patterns();
   ASSERT_EQ(patterns.size(), 2U);
   EXPECT_EQ(patterns[0].text, "!a/");
   EXPECT_EQ(patterns[0].line, 4U);
