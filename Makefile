@@ -8,7 +8,7 @@ RELEASE = build/release/program/path-filter
 .PHONY: run test build install packages test-clang test-tsan test-asan lint bench fuzz fuzz-git clean
 
 run: build
-	$(RELEASE) list "$(ROOT)"
+	@$(RELEASE) list "$(ROOT)"
 
 build: packages
 	@{ cmake --preset release && cmake --build --preset release -j $(JOBS); } > build/build.log 2>&1 \
