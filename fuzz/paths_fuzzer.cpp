@@ -11,7 +11,7 @@
 #include "fuzz/check.h"
 #include "utils/path_filter/decision.h"
 #include "utils/path_filter/index_scope.h"
-#include "utils/path_filter/internal/path_components.h"
+#include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/path_rules.h"
 
 namespace {

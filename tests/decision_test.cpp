@@ -8,8 +8,7 @@
 #include <string>
 #include <type_traits>
 
-#include "tests/captured_log.h"
-#include "tests/test_registry.h"
+#include "tests/support.h"
 #include "utils/path_filter/index_limits.h"
 
 namespace path_filter {

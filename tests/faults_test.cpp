@@ -12,8 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/captured_log.h"
-#include "tests/temp_tree.h"
+#include "tests/support.h"
 #include "utils/path_filter/index_scope.h"
 
 // The sanitizers bring an operator new of their own, and need file descriptors for some

@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "fuzz/git_oracle.h"
-#include "tests/captured_log.h"
-#include "tests/temp_tree.h"
+#include "tests/support.h"
 #include "utils/path_filter/index_scope.h"
 
 namespace path_filter {

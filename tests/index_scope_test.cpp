@@ -14,9 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/captured_log.h"
-#include "tests/temp_tree.h"
-#include "tests/test_registry.h"
+#include "tests/support.h"
 
 namespace path_filter {
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/test_registry.h"
+#include "tests/support.h"
 
 namespace path_filter {
 namespace {

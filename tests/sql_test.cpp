@@ -13,13 +13,13 @@
 #include <utility>
 #include <vector>
 
-#include "tests/sql_test_registry.h"
+#include "tests/support.h"
 #include "utils/path_filter/test_code_sql.h"
 
 namespace path_filter {
 namespace {
 
-using sql_test_registry::classifications;
+using test_registry::classifications;
 using Texts = std::vector<std::string>;
 
 /// A connection with the function registered.

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/test_registry.h"
+#include "tests/support.h"
 #include "utils/path_filter/internal/text.h"
 
 namespace path_filter {

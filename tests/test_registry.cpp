@@ -1,16 +1,9 @@
-#include "tests/test_registry.h"
-
 #include <array>
+#include <new>
 #include <stdexcept>
 
+#include "tests/support.h"
 #include "utils/language_registry/language_registry.h"
-
-namespace test_registry {
-
-std::atomic<int> test_dir_names_calls{0};
-std::atomic<bool> failing{false};
-
-}  // namespace test_registry
 
 namespace language_registry {
 namespace {
@@ -63,10 +56,14 @@ const TextSet& Languages::test_dir_names() const {
 
 std::span<const std::string_view> Languages::test_file_globs() const {
   fail_on_demand();
+  ++test_registry::test_file_globs_calls;
   return ALL_GLOBS;
 }
 
 const LanguageRecord* Languages::classify(std::string_view name) const {
+  ++test_registry::classifications;
+  if (name == "explode.py") throw std::runtime_error("registry exploded");
+  if (name == "memory.py") throw std::bad_alloc();
   const Row* row = find_row(name);
   return row == nullptr ? nullptr : &row->record;
 }

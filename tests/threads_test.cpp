@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/temp_tree.h"
+#include "tests/support.h"
 #include "utils/path_filter/index_scope.h"
 
 namespace path_filter {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <variant>
 
-#include "utils/path_filter/internal/split_path.h"
+#include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/path_rules.h"
 

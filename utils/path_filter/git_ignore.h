@@ -32,9 +32,9 @@
 #include <string_view>
 #include <vector>
 
+#include "utils/path_filter/git_glob.h"
 #include "utils/path_filter/internal/file_system.h"
-#include "utils/path_filter/internal/git_glob.h"
-#include "utils/path_filter/internal/literal_index.h"
+#include "utils/path_filter/literal_index.h"
 
 namespace path_filter {
 

@@ -11,8 +11,7 @@
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/listed_directory.h"
-#include "utils/path_filter/internal/path_components.h"
-#include "utils/path_filter/internal/split_path.h"
+#include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/path_rules.h"
 

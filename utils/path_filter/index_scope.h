@@ -57,11 +57,11 @@
 #include <vector>
 
 #include "utils/path_filter/decision.h"
+#include "utils/path_filter/directory_table.h"
 #include "utils/path_filter/git_ignore.h"
 #include "utils/path_filter/index_limits.h"
 #include "utils/path_filter/internal/by_name_only.h"
-#include "utils/path_filter/internal/directory_table.h"
-#include "utils/path_filter/internal/split_path.h"
+#include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/tree_walk.h"
 
 namespace path_filter {

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "utils/path_filter/internal/path_components.h"
+#include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/internal/text.h"
 
 namespace path_filter {

@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "utils/language_registry/language_registry.h"
-#include "utils/path_filter/internal/fixed_text_set.h"
+#include "utils/path_filter/fixed_text_set.h"
 
 namespace spdlog {
 class logger;

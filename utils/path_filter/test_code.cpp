@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "utils/language_registry/language_registry.h"
-#include "utils/path_filter/internal/path_components.h"
+#include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/internal/text.h"
 
 namespace path_filter {

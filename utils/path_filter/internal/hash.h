@@ -11,12 +11,15 @@
 
 namespace path_filter::internal {
 
-inline constexpr char SEED_ANCHOR = 0;
+/// Random bytes of the system.
+std::uint64_t random_seed();
 
-/// The seed of every hash: where the program was loaded, which address space layout
-/// randomisation makes another place in each process. Names in a repository cannot
-/// be chosen to collide beforehand.
-inline std::uint64_t hash_seed() { return reinterpret_cast<std::uintptr_t>(&SEED_ANCHOR); }
+/// The seed of every hash, drawn once for the process: names in a repository cannot be
+/// chosen to collide beforehand.
+inline std::uint64_t hash_seed() {
+  static const std::uint64_t seed = random_seed();
+  return seed;
+}
 
 inline std::uint64_t hash_text(std::string_view text) {
   return XXH3_64bits_withSeed(text.data(), text.size(), hash_seed());

@@ -4,8 +4,8 @@
 // components, and "**" stands between components; in a name pattern they are one
 // component. Bytes are matched, not characters, as git does.
 
-#ifndef UTILS_PATH_FILTER_INTERNAL_GIT_GLOB_H_
-#define UTILS_PATH_FILTER_INTERNAL_GIT_GLOB_H_
+#ifndef UTILS_PATH_FILTER_GIT_GLOB_H_
+#define UTILS_PATH_FILTER_GIT_GLOB_H_
 
 #include <bitset>
 #include <cstdint>
@@ -82,4 +82,4 @@ class GlobStore {
 
 }  // namespace path_filter::internal
 
-#endif  // UTILS_PATH_FILTER_INTERNAL_GIT_GLOB_H_
+#endif  // UTILS_PATH_FILTER_GIT_GLOB_H_

@@ -1,4 +1,4 @@
-#include "utils/path_filter/internal/directory_table.h"
+#include "utils/path_filter/directory_table.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "utils/path_filter/internal/git_glob.h"
+#include "utils/path_filter/git_glob.h"
 
 #include <algorithm>
 #include <cstddef>

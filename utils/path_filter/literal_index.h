@@ -4,8 +4,8 @@
 // Of 10,000 rules in the mix of public ignore templates all but some dozens have such
 // a literal; the benchmark `rule_set` gives what that buys.
 
-#ifndef UTILS_PATH_FILTER_INTERNAL_LITERAL_INDEX_H_
-#define UTILS_PATH_FILTER_INTERNAL_LITERAL_INDEX_H_
+#ifndef UTILS_PATH_FILTER_LITERAL_INDEX_H_
+#define UTILS_PATH_FILTER_LITERAL_INDEX_H_
 
 #include <algorithm>
 #include <array>
@@ -206,4 +206,4 @@ class LiteralIndex {
 
 }  // namespace path_filter::internal
 
-#endif  // UTILS_PATH_FILTER_INTERNAL_LITERAL_INDEX_H_
+#endif  // UTILS_PATH_FILTER_LITERAL_INDEX_H_

@@ -1,8 +1,8 @@
 // A set of a few texts that is fixed at compile time and asked on hot paths: an open
 // hash table in constant memory, ready before any code runs.
 
-#ifndef UTILS_PATH_FILTER_INTERNAL_FIXED_TEXT_SET_H_
-#define UTILS_PATH_FILTER_INTERNAL_FIXED_TEXT_SET_H_
+#ifndef UTILS_PATH_FILTER_FIXED_TEXT_SET_H_
+#define UTILS_PATH_FILTER_FIXED_TEXT_SET_H_
 
 #include <array>
 #include <bit>
@@ -57,4 +57,4 @@ FixedTextSet(Text...) -> FixedTextSet<sizeof...(Text)>;
 
 }  // namespace path_filter::internal
 
-#endif  // UTILS_PATH_FILTER_INTERNAL_FIXED_TEXT_SET_H_
+#endif  // UTILS_PATH_FILTER_FIXED_TEXT_SET_H_

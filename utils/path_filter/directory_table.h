@@ -7,8 +7,8 @@
 // Readers take no lock and write nothing that another thread reads. Nothing is ever
 // removed, so what was found stays valid as long as the table or map.
 
-#ifndef UTILS_PATH_FILTER_INTERNAL_DIRECTORY_TABLE_H_
-#define UTILS_PATH_FILTER_INTERNAL_DIRECTORY_TABLE_H_
+#ifndef UTILS_PATH_FILTER_DIRECTORY_TABLE_H_
+#define UTILS_PATH_FILTER_DIRECTORY_TABLE_H_
 
 #include <array>
 #include <atomic>
@@ -123,4 +123,4 @@ class DirectoryMap {
 
 }  // namespace path_filter::internal
 
-#endif  // UTILS_PATH_FILTER_INTERNAL_DIRECTORY_TABLE_H_
+#endif  // UTILS_PATH_FILTER_DIRECTORY_TABLE_H_

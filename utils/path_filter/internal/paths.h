@@ -1,17 +1,31 @@
-// Splits a path's text into its components, by POSIX rules and without touching the
-// file system.
+// Paths as text, by POSIX rules and without touching the file system.
 
-#ifndef UTILS_PATH_FILTER_INTERNAL_PATH_COMPONENTS_H_
-#define UTILS_PATH_FILTER_INTERNAL_PATH_COMPONENTS_H_
+#ifndef UTILS_PATH_FILTER_INTERNAL_PATHS_H_
+#define UTILS_PATH_FILTER_INTERNAL_PATHS_H_
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "utils/path_filter/internal/split_path.h"
-
 namespace path_filter::internal {
+
+/// A path split at its last "/"; without one it is all name.
+struct SplitPath {
+  explicit SplitPath(std::string_view path) : name(path) {
+    if (path.empty()) return;
+    // The library's rfind goes byte by byte, this does not.
+    if (const void* found = ::memrchr(path.data(), '/', path.size())) {
+      const auto slash = static_cast<std::size_t>(static_cast<const char*>(found) - path.data());
+      directory = path.substr(0, slash);
+      name = path.substr(slash + 1);
+    }
+  }
+  std::string_view directory;
+  std::string_view name;
+};
 
 /// The components of `path`, one at a time from the front. "/" is the only
 /// separator; exactly two leading "/" give "//" as the first component, one or three
@@ -53,4 +67,4 @@ inline std::string_view last_component(std::string_view path) {
 
 }  // namespace path_filter::internal
 
-#endif  // UTILS_PATH_FILTER_INTERNAL_PATH_COMPONENTS_H_
+#endif  // UTILS_PATH_FILTER_INTERNAL_PATHS_H_
