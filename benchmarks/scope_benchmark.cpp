@@ -37,6 +37,7 @@
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/test_code.h"
+#include "utils/path_filter/tree_walk.h"
 
 namespace {
 

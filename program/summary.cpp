@@ -18,6 +18,7 @@
 #include "program/file_size.h"
 #include "program/output.h"
 #include "utils/path_filter/test_code.h"
+#include "utils/path_filter/tree_walk.h"
 
 namespace program {
 

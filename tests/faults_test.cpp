@@ -14,6 +14,7 @@
 
 #include "tests/support.h"
 #include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/tree_walk.h"
 
 // The sanitizers bring an operator new of their own, and need file descriptors for some
 // of their checks.

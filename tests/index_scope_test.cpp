@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/support.h"
+#include "utils/path_filter/tree_walk.h"
 
 namespace path_filter {
 namespace {

@@ -12,6 +12,7 @@
 
 #include "tests/support.h"
 #include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/tree_walk.h"
 
 namespace path_filter {
 namespace {

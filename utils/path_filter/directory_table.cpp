@@ -5,8 +5,6 @@
 #include <new>
 #include <stdexcept>
 
-#include "utils/path_filter/internal/hash.h"
-
 namespace path_filter::internal {
 namespace {
 
@@ -61,8 +59,28 @@ const Directory* DirectoryTable::find(std::string_view path) const {
   }
 }
 
-const Directory& DirectoryTable::add(std::string_view path) {
+const Directory* DirectoryTable::find_child(const Slots& table, const Directory& parent,
+                                            std::string_view name, std::uint64_t hash) {
+  for (std::size_t slot = hash & table.mask;; slot = (slot + 1) & table.mask) {
+    const Directory* at = table.slots[slot].load(std::memory_order_acquire);
+    if (at == nullptr) return nullptr;
+    if (at->hash == hash && at->parent == &parent && at->name() == name) return at;
+  }
+}
+
+/// Adds a directory to `parent`, unless another thread did so meanwhile.
+const Directory& DirectoryTable::add_child(const Directory& parent, std::string_view name,
+                                           std::uint64_t hash, std::size_t path_size) {
   const std::lock_guard hold(_lock);
+  const Directory* found = find_child(*_tables.back(), parent, name, hash);
+  return found != nullptr ? *found : *make(&parent, name, hash, path_size);
+}
+
+const Directory& DirectoryTable::add(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string_view above = path.substr(0, slash == std::string_view::npos ? 0 : slash);
+  if (const Directory* parent = find(above)) return child(*parent, path);
+
   // The hash of each directory on the way is that of the path so far, which a running
   // hash gives in one pass.
   XXH3_state_t running;
@@ -71,19 +89,9 @@ const Directory& DirectoryTable::add(std::string_view path) {
   const Directory* parent = _root;
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find('/', begin), path.size());
-    const std::string_view name = path.substr(begin, end - begin);
-    XXH3_64bits_update(&running, path.data() + begin, name.size());
-    const std::uint64_t hash = XXH3_64bits_digest(&running);
-
-    const Slots& table = *_tables.back();
-    const Directory* found = nullptr;
-    for (std::size_t slot = hash & table.mask; found == nullptr; slot = (slot + 1) & table.mask) {
-      const Directory* at = table.slots[slot].load(std::memory_order_relaxed);
-      if (at == nullptr) break;
-      if (at->hash == hash && at->parent == parent && at->name() == name) found = at;
-    }
-    if (found == nullptr) found = make(parent, name, hash, end);
-    parent = found;
+    XXH3_64bits_update(&running, path.data() + begin, end - begin);
+    parent =
+        &add_child(*parent, path.substr(begin, end - begin), XXH3_64bits_digest(&running), end);
     if (end < path.size()) XXH3_64bits_update(&running, "/", 1);
     begin = end + 1;
   }

@@ -21,6 +21,8 @@
 #include <string_view>
 #include <vector>
 
+#include "utils/path_filter/internal/hash.h"
+
 namespace path_filter::internal {
 
 /// A directory of a repository. Paths are split at each "/" and kept as their last
@@ -50,6 +52,16 @@ class DirectoryTable {
     return found != nullptr ? *found : add(path);
   }
 
+  /// The same for a path whose directory above is `parent`. It costs one hash of the path,
+  /// however many directories are above: for who goes down a deep tree step by step.
+  const Directory& child(const Directory& parent, std::string_view path) {
+    const std::string_view name = path.substr(parent.path_size + (parent.path_size > 0 ? 1 : 0));
+    const std::uint64_t hash = hash_text(path);
+    const Directory* found =
+        find_child(*_current.load(std::memory_order_acquire), parent, name, hash);
+    return found != nullptr ? *found : add_child(parent, name, hash, path.size());
+  }
+
  private:
   /// An open hash table. It is replaced by a larger one before it is three quarters full;
   /// the old ones stay, for the readers that still search them.
@@ -60,7 +72,11 @@ class DirectoryTable {
   };
 
   const Directory* find(std::string_view path) const;
+  static const Directory* find_child(const Slots& table, const Directory& parent,
+                                     std::string_view name, std::uint64_t hash);
   const Directory& add(std::string_view path);
+  const Directory& add_child(const Directory& parent, std::string_view name, std::uint64_t hash,
+                             std::size_t path_size);
   const Directory* make(const Directory* parent, std::string_view name, std::uint64_t hash,
                         std::size_t path_size);
 

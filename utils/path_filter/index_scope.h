@@ -4,7 +4,8 @@
 //   scope.is_indexable("src/app.py")                   // true: a Decision
 //   scope.is_indexable("build/out.py").reason          // "in a directory the index skips"
 //   scope.is_indexable("big.sql", {.size = 1 << 30})   // the limits know the size
-//   for (const std::string& path : scope.walk()) ...   // a tree that git does not list
+//   for (const std::string& path : scope.walk()) ...   // a tree that git does not list;
+//                                                      // include tree_walk.h
 //
 // The rules, in their order: the fixed directory rules and the index's own data
 // directory; the language registry (unknown languages, dependency locks); minified
@@ -20,12 +21,13 @@
 //   Directory links are followed on the way to a `.gitignore`, a `.gitignore` that is
 //   a link itself is not read (as in git). Nothing is held open between calls.
 //
-// Threads  Any number of threads may ask one scope at once, and one of them may call
+// Threads  Any number of threads may ask one scope at once, and any number may call
 //   refresh() meanwhile. A question that is under way then is answered from the ignore
-//   rules of before or after. Two threads that meet the same new directory may both
-//   compute its verdict; the later store wins. No lock is held while anything is read
-//   or the registry is asked, and a question about known directories writes to no
-//   memory that a thread on another processor reads.
+//   rules of before or after, one that begins when refresh() has returned from those after.
+//   Two threads that meet the same new directory may both compute its verdict; the later
+//   store wins. No lock is held while anything is read or the registry is asked, and a
+//   question about known directories writes to no memory that a thread on another
+//   processor reads.
 //
 // Cost  A question about a file in a known directory takes one hash lookup for the
 //   directory, those of the registry and those of the rule sets on the way up, and no
@@ -42,39 +44,27 @@
 #define UTILS_PATH_FILTER_INDEX_SCOPE_H_
 
 #include <array>
-#include <atomic>
 #include <concepts>
-#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "utils/path_filter/decision.h"
 #include "utils/path_filter/directory_table.h"
-#include "utils/path_filter/git_ignore.h"
+#include "utils/path_filter/ignore_verdicts.h"
 #include "utils/path_filter/index_limits.h"
 #include "utils/path_filter/internal/by_name_only.h"
-#include "utils/path_filter/internal/paths.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/replaceable.h"
 
 namespace path_filter {
 
 /// The file-name globs of minified bundles.
 inline constexpr std::array<std::string_view, 3> MINIFIED_FILE_GLOBS{"*.min.js", "*.min.mjs",
                                                                      "*.min.cjs"};
-
-/// Given the repository root, the file that git's `core.excludesFile` names; absent
-/// when none is configured. Called when the exclude files are loaded, from any thread,
-/// and only for a root that has a git directory.
-using ExcludesFileLookup =
-    std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>;
 
 /// What a scope is given by name.
 struct IndexScopeOptions {
@@ -85,14 +75,11 @@ struct IndexScopeOptions {
   ExcludesFileLookup excludes_file = nullptr;
 };
 
-/// The rule of an ignore file that decided about a path.
-struct IgnoreRule {
-  /// The ignore file, as git names it: relative to the root where it lies below it.
-  std::string source;
-  /// The pattern's line, counted from 1.
-  std::size_t line;
-  /// The pattern as written.
-  std::string pattern;
+/// What a question about a file is told by name.
+struct FileFacts {
+  [[no_unique_address]] internal::ByNameOnly by_name_only = internal::ByNameOnly();
+  /// The file's size in bytes, when the caller knows it.
+  std::optional<std::int64_t> size = std::nullopt;
 };
 
 /// What decided about a file, for a person who asks why.
@@ -106,6 +93,13 @@ struct Explanation {
   /// includes it again; absent when none matches or none was asked.
   std::optional<IgnoreRule> rule = std::nullopt;
 };
+
+class Walk;
+struct WalkOptions;
+
+/// Told of each directory that a walk cannot list; the error carries the operating
+/// system's code, its message and the directory's path.
+using WalkErrorHandler = std::function<void(const std::filesystem::filesystem_error&)>;
 
 class IndexScope {
  public:
@@ -144,11 +138,12 @@ class IndexScope {
 
   /// The files below the root, outside the directories that are left out, one at a
   /// time as they are taken. `on_error` is told of each directory that cannot be
-  /// listed. The scope must outlive the walk.
-  Walk walk(WalkErrorHandler on_error = nullptr, WalkOptions options = {}) const;
+  /// listed. The scope must outlive the walk, which tree_walk.h declares.
+  Walk walk(WalkErrorHandler on_error = nullptr) const;
+  Walk walk(WalkErrorHandler on_error, WalkOptions options) const;
 
-  /// What is_indexable answers, and what decided. Computed anew on each call: it costs
-  /// what a first question costs, and those who do not ask nothing.
+  /// What is_indexable answers, and what decided, both by one state of the ignore rules.
+  /// The reason is computed anew on each call; those who do not ask pay nothing.
   Explanation explain(std::string_view rel_path, FileFacts facts = {}) const;
 
   /// The rule by which git's ignore rules alone decide about the file at `rel_path`, or
@@ -158,66 +153,18 @@ class IndexScope {
   std::optional<IgnoreRule> deciding_ignore_rule(std::string_view rel_path) const;
 
  private:
-  friend class Walk;
+  friend class ListedDirectory;
 
   enum class DirectoryRule : std::uint8_t { unknown, none, directory, index_data };
-  enum class IgnoreVerdict : std::uint8_t { unknown, not_ignored, ignored };
 
-  /// The rules of one ignore file, in a chain from a directory up to the root.
-  struct IgnoreFile {
-    GitIgnoreSpec rules;
-    std::string source;
-    std::size_t skip;      // bytes of a path's front that lead to the file's directory
-    const IgnoreFile* up;  // of the nearest directory above that has rules; or null
-  };
-
-  /// The three caches that refresh replaces, together. What is in them is never
-  /// changed, and lives as long as they do.
-  struct IgnoreCaches {
-    internal::DirectoryMap<IgnoreVerdict> _ignored_directories;
-    /// The first of the chain that judges the directory's files; NO_RULES when neither
-    /// it nor a directory above has rules.
-    internal::DirectoryMap<const IgnoreFile*> _ignore_files;
-    std::atomic<const std::vector<IgnoreFile>*> _excludes{nullptr};
-
-    static const IgnoreFile NO_RULES;
-
-    std::mutex lock;  // of the two below: held to add to them
-    std::deque<IgnoreFile> files;
-    std::deque<std::vector<IgnoreFile>> exclude_lists;
-  };
-
-  /// The rule that decides about a path, or nothing.
-  struct Match {
-    const IgnoreFile* file = nullptr;
-    GitIgnoreSpec::RuleNumber rule = 0;
-    bool includes() const { return file != nullptr && file->rules.includes(rule); }
-  };
-
-  std::shared_ptr<IgnoreCaches> _caches() const;
-
-  Decision _decide(std::string_view path, const internal::SplitPath& split,
-                   const internal::Directory& known_directory, FileFacts facts,
-                   const ListedDirectory* listed) const;
+  Decision _decide(std::string_view path, const internal::Directory& directory,
+                   IgnoreVerdicts& verdicts, FileFacts facts) const;
+  std::optional<Exclusion> _excludes_directory(std::string_view path,
+                                               const internal::Directory& directory,
+                                               IgnoreVerdicts& verdicts) const;
   std::optional<Exclusion> _directory_rule(const internal::Directory& directory) const;
   Decision _within_limits(std::string_view language, std::optional<std::int64_t> size) const;
-  std::optional<Exclusion> _excludes_directory(std::string_view path,
-                                               const ListedDirectory* listed) const;
-
-  std::vector<std::filesystem::path> _exclude_files() const;
-  const IgnoreFile* _ignore_rules(IgnoreCaches& caches, const internal::Directory& directory,
-                                  std::string_view rel_dir, const ListedDirectory* listed) const;
-  std::optional<GitIgnoreSpec> _rules_of_directory(std::string_view rel_dir,
-                                                   const ListedDirectory* listed) const;
-  const std::vector<IgnoreFile>& _repository_excludes(IgnoreCaches& caches) const;
-  Match _matches(IgnoreCaches& caches, std::string_view path, internal::SplitPath split,
-                 bool is_directory, const internal::Directory& parent,
-                 const ListedDirectory* listed) const;
-  bool _directory_ignored(IgnoreCaches& caches, std::string_view rel_dir,
-                          const internal::Directory& directory,
-                          const ListedDirectory* listed) const;
-  bool _ignored(std::string_view path, const internal::SplitPath& split,
-                const internal::Directory& known_directory, const ListedDirectory* listed) const;
+  const internal::Directory& directory_of(std::string_view path) const;
 
   const ExcludesFileLookup _excludes_file;
 
@@ -226,15 +173,37 @@ class IndexScope {
   mutable internal::DirectoryMap<DirectoryRule> _directory_rules;
   const internal::Directory* const _index_data_directory = &_directories[INDEX_DATA_DIR];
 
-  /// The current caches, once for each slot. A thread takes them through the slot of
-  /// the processor it runs on, under that slot's lock, and each slot counts its own
-  /// users: threads that ask at the same time write to different cache lines.
-  struct alignas(64) CacheSlot {
-    std::mutex lock;
-    std::shared_ptr<IgnoreCaches> caches;
-  };
-  static constexpr std::size_t CACHE_SLOTS = 16;
-  mutable std::array<CacheSlot, CACHE_SLOTS> _slots;
+  /// Git's verdicts by the ignore rules as they were at the last refresh.
+  internal::Replaceable<IgnoreVerdicts> _verdicts;
+};
+
+/// A directory whose entries the caller has listed, and the scope's answers about them: for
+/// less than the questions above cost, and without looking for an ignore file that is not
+/// there. All are by one state of the ignore rules, the one of when this was made.
+class ListedDirectory {
+ public:
+  /// The root.
+  ListedDirectory(const IndexScope& scope, const IgnoreFileReader& read);
+
+  /// The directory at `rel_dir`, which lies directly in `parent`. Both are paths as they
+  /// are on disk. `read` must not follow links below the root; it is called here, for the
+  /// directories on the way whose ignore file this state of the rules has not read yet.
+  ListedDirectory(const IndexScope& scope, const internal::Directory& parent,
+                  std::string_view rel_dir, const IgnoreFileReader& read);
+
+  /// What is_indexable answers about the file at `path`, which lies in this directory.
+  Decision decide(std::string_view path, FileFacts facts = {}) const;
+
+  /// The kind of rule by which admits_directory refuses the directory at `path`, which lies
+  /// in this one; absent when it admits it.
+  std::optional<Exclusion> excludes(std::string_view path) const;
+
+  const internal::Directory& directory() const { return *_directory; }
+
+ private:
+  const IndexScope* _scope;
+  std::shared_ptr<IgnoreVerdicts> _verdicts;
+  const internal::Directory* _directory;
 };
 
 }  // namespace path_filter

@@ -4,8 +4,9 @@
 //   path_rules.h    the fixed directory rules, and what is taken from the registry
 //   test_code.h     which paths are test code; the production surface
 //   test_code_sql.h the same answer inside SQLite queries (link path_filter_sql)
-//   index_scope.h   the scope of one repository: all rules together, and the walk
-//   git_ignore.h    one ignore file's rules, and where git keeps them
+//   index_scope.h   the scope of one repository: all rules together
+//   tree_walk.h     the files of a tree that git does not list
+//   ignore_verdicts.h, git_ignore.h  git's verdicts on paths; one ignore file's rules
 //
 // The languages are those of the registry that is linked: see
 // utils/language_registry/language_registry.h.
@@ -18,5 +19,6 @@
 #include "utils/path_filter/path_rules.h"
 #include "utils/path_filter/test_code.h"
 #include "utils/path_filter/test_code_sql.h"
+#include "utils/path_filter/tree_walk.h"
 
 #endif  // UTILS_PATH_FILTER_PATH_FILTER_H_

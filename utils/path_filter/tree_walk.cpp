@@ -5,11 +5,16 @@
 #include <system_error>
 #include <utility>
 
-#include "utils/path_filter/decision.h"
-#include "utils/path_filter/index_scope.h"
-#include "utils/path_filter/internal/listed_directory.h"
-
 namespace path_filter {
+
+using internal::FileContent;
+using internal::FileDescriptor;
+
+Walk IndexScope::walk(WalkErrorHandler on_error) const { return walk(std::move(on_error), {}); }
+
+Walk IndexScope::walk(WalkErrorHandler on_error, WalkOptions options) const {
+  return Walk(*this, std::move(on_error), std::move(options));
+}
 
 Walk::Walk(const IndexScope& scope, WalkErrorHandler on_error, WalkOptions options)
     : _scope(&scope), _on_error(std::move(on_error)), _options(std::move(options)) {}
@@ -25,9 +30,10 @@ bool Walk::advance() {
 }
 
 bool Walk::step() {
+  FileDescriptor last;  // the directory that this step listed last, open until its end
   if (!_begun) {
     _begun = true;
-    visit();
+    visit(last);
   }
   for (;;) {
     while (_next_file < _listing.size()) {
@@ -39,6 +45,7 @@ bool Walk::step() {
     }
     while (!_levels.empty() && _levels.back().next == _levels.back().names.size()) {
       _levels.pop_back();
+      last = {};
     }
     if (_levels.empty()) return false;
     Level& level = _levels.back();
@@ -46,59 +53,59 @@ bool Walk::step() {
     _path.resize(level.prefix);
     _path.append(level.names, level.next, end - level.next);
     level.next = end;
-    visit();
+    visit(last);
   }
 }
 
-Decision Walk::decide(FileFacts facts) const {
-  std::string storage;
-  // A backslash in a name separates components for a question, but not on disk: such a
-  // path does not lie in the directory that is listed.
-  if (_relative_posix(_path, storage).data() != _path.data()) {
-    return _scope->is_indexable(_path, facts);
-  }
-  const internal::FileDescriptor closed;
-  const ListedDirectory listed{closed, _below, _listing};
-  return _scope->_decide(_path, internal::SplitPath(_path), *_directory, facts, &listed);
-}
-
-/// Lists the directory that _path names (with a "/" at its end, or "" for the root)
-/// and judges its subdirectories.
-void Walk::visit() {
+/// Lists the directory that _path names (with a "/" at its end, or "" for the root) and
+/// judges its subdirectories. `last` is the directory above it, if that is open, and becomes
+/// this one if it has subdirectories to visit.
+void Walk::visit(FileDescriptor& last) {
+  const std::size_t above = _levels.empty() ? 0 : _levels.back().prefix;
   _prefix = _path.size();
   _next_file = 0;
   _listing.clear();
   _below.assign(_path, 0, _path.empty() ? 0 : _path.size() - 1);
 
-  internal::FileDescriptor directory;
-  int code = open(directory);
+  FileDescriptor directory;
+  int code = last.is_open() ? internal::open_directory_in(last, _below.substr(above), directory)
+                            : open(directory);
+  last = {};
   if (code == 0) code = _listing.read(directory);
   if (code != 0) {
     fail(code, _below);
     return;
   }
 
-  const ListedDirectory listed{directory, _below, _listing};
-  _directory = &_scope->_directories[_below];
-  Level level{_prefix, {}, 0};
+  const IgnoreFileReader read = [&](std::string_view rel_dir) {
+    return read_ignore_file(rel_dir, directory);
+  };
+  if (_levels.empty()) {
+    _listed.emplace(*_scope, read);
+  } else {
+    _listed.emplace(*_scope, *_levels.back().directory, _below, read);
+  }
+  Level level{&_listed->directory(), _prefix, {}, 0};
   for (std::size_t index = 0; index < _listing.size(); ++index) {
     const auto entry = _listing[index];
     if (!entry.is_directory) continue;
     _path.resize(_prefix);
     _path += entry.name;
-    if (admits(listed, entry.is_link) && !entry.is_link) {
+    if (admits(entry.is_link) && !entry.is_link) {
       level.names += entry.name;
       level.names += '/';
     }
   }
   _path.resize(_prefix);
-  if (!level.names.empty()) _levels.push_back(std::move(level));
+  if (level.names.empty()) return;
+  _levels.push_back(std::move(level));
+  last = std::move(directory);
 }
 
 /// Opens the directory that _below names. The way to the root may lead through links: it
 /// is followed once, and from then on a directory is opened by its whole path, in one call
 /// that takes no link.
-int Walk::open(internal::FileDescriptor& directory) {
+int Walk::open(FileDescriptor& directory) {
   const std::string& root = _scope->root.native();
   if (!_below.empty() && !_top.empty()) {
     return internal::open_directory_below(_top, _below, directory, internal::RootLinks::refuse);
@@ -108,19 +115,30 @@ int Walk::open(internal::FileDescriptor& directory) {
   return internal::open_directory_below(root, _below, directory, internal::RootLinks::follow);
 }
 
+/// The ignore file of the directory that is open, as its listing has it; or that of one
+/// above it, which is unread only when the scope has been refreshed since it was listed.
+FileContent Walk::read_ignore_file(std::string_view rel_dir,
+                                   const FileDescriptor& directory) const {
+  const std::string name(IGNORE_FILE_NAME);
+  if (rel_dir != _below) {
+    return internal::read_file_below_without_links(_scope->root.native(), rel_dir, name,
+                                                   MAX_IGNORE_FILE_BYTES);
+  }
+  if (!_listing.contains(name)) return internal::ReadError{ENOENT, {}};
+  return internal::read_file_in(directory, name, MAX_IGNORE_FILE_BYTES);
+}
+
 /// Whether the scope admits the directory that _path names.
-bool Walk::admits(const ListedDirectory& listed, bool is_link) {
-  std::string storage;
-  std::string_view path = _path;
+bool Walk::admits(bool is_link) {
+  std::optional<Exclusion> kind;
   try {
-    path = _relative_posix(_path, storage);
+    kind = _listed->excludes(_path);
   } catch (const std::invalid_argument&) {
     // With its backslashes read as separators the name is an absolute path, about
     // which nothing can be asked. A stranger's directory must not end the walk.
     fail(EINVAL, _path);
     return false;
   }
-  const auto kind = _scope->_excludes_directory(path, &listed);
   if (kind && !is_link && _options.on_pruned) _options.on_pruned(_path, *kind);
   return !kind;
 }

@@ -4,7 +4,6 @@
 #define UTILS_PATH_FILTER_TREE_WALK_H_
 
 #include <cstddef>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -14,26 +13,11 @@
 #include <vector>
 
 #include "utils/path_filter/decision.h"
+#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/internal/file_system.h"
 
 namespace path_filter {
-
-class IndexScope;
-struct ListedDirectory;
-
-namespace internal {
-struct Directory;
-}
-
-/// What a question about a file is told by name.
-struct FileFacts {
-  /// The file's size in bytes, when the caller knows it.
-  std::optional<std::int64_t> size = std::nullopt;
-};
-
-/// Told of each directory that a walk cannot list; the error carries the operating
-/// system's code, its message and the directory's path.
-using WalkErrorHandler = std::function<void(const std::filesystem::filesystem_error&)>;
 
 /// Told of each directory that a walk leaves out, by its path relative to the root, and
 /// of the kind of rule that leaves it out: directory, index_data or gitignore.
@@ -41,6 +25,7 @@ using PruneHandler = std::function<void(std::string_view rel_dir, Exclusion kind
 
 /// What a walk is told by name.
 struct WalkOptions {
+  internal::ByNameOnly by_name_only = internal::ByNameOnly();
   PruneHandler on_pruned = nullptr;
 };
 
@@ -60,6 +45,13 @@ struct WalkOptions {
 /// told to `on_error` and left out whole; so is one whose name reads as an absolute path
 /// once backslashes are taken for separators (EINVAL). An exception of a handler or of
 /// the scope ends the walk.
+///
+/// A directory's rules are those of when it is listed: a refresh of the scope counts from
+/// the next directory on.
+///
+/// A directory costs its listing and, to open it, the system's way down from the root, as
+/// nothing stays open between two paths: some 40,000 directories inside each other, each
+/// with a file, take the kernel minutes. Those without files are opened one from another.
 ///
 /// One thread at a time uses a walk; several walks of one scope may run at once.
 class Walk {
@@ -91,15 +83,16 @@ class Walk {
   std::default_sentinel_t end() const { return {}; }
 
   /// What the scope's is_indexable answers about the path that the walk has come to, for
-  /// less: the files of a directory share the search for it, and a `.gitignore` that is
-  /// not in its listing is not looked for. Throws as is_indexable does.
-  Decision decide(FileFacts facts = {}) const;
+  /// less: the files of a directory share the search for it and its rules. A name with a
+  /// backslash is judged without reading through a link. Throws as is_indexable does.
+  Decision decide(FileFacts facts = {}) const { return _listed->decide(_path, facts); }
 
  private:
   friend class IndexScope;
 
   /// A directory whose subdirectories are being visited.
   struct Level {
+    const internal::Directory* directory;
     std::size_t prefix;  // bytes of _path that are the directory, its "/" included
     std::string names;   // of the admitted subdirectories, each followed by "/"
     std::size_t next;    // where the next one begins
@@ -110,9 +103,11 @@ class Walk {
   /// Moves on to the next path; false at the end.
   bool advance();
   bool step();
-  void visit();
+  void visit(internal::FileDescriptor& last);
   int open(internal::FileDescriptor& directory);
-  bool admits(const ListedDirectory& listed, bool is_link);
+  internal::FileContent read_ignore_file(std::string_view rel_dir,
+                                         const internal::FileDescriptor& directory) const;
+  bool admits(bool is_link);
   void fail(int code, const std::string& below);
 
   const IndexScope* _scope;
@@ -124,7 +119,7 @@ class Walk {
   std::string _path;  // the directory being produced, and then the file
   std::size_t _prefix = 0;
   std::string _below;  // the directory's path without its "/"
-  const internal::Directory* _directory = nullptr;
+  std::optional<ListedDirectory> _listed;
   internal::Listing _listing;  // of the directory whose files are being produced
   std::size_t _next_file = 0;
 };

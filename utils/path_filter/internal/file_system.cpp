@@ -49,6 +49,7 @@ class JoinedPath {
  public:
   JoinedPath(std::string_view root, std::string_view below, std::string_view name) {
     if (root.size() + below.size() + name.size() + 3 > _text.size()) return;
+    if (below.find('\0') != std::string_view::npos) return;  // left to open_in_pieces
     _fits = true;
     char* end = _text.data();
     for (const std::string_view part : {root, below, name}) {
@@ -71,6 +72,7 @@ class JoinedPath {
 template <typename Open>
 int open_in_pieces(int directory, std::string_view path, int flags, std::size_t longest_piece,
                    FileDescriptor& opened, Open open) {
+  if (path.find('\0') != std::string_view::npos) return ENOENT;  // no file has that name
   std::array<char, PATH_MAX> piece;
   FileDescriptor from;
   int base = directory;
@@ -134,7 +136,6 @@ FileDescriptor::~FileDescriptor() {
 }
 
 FileContent read_file(std::string_view path, LastLink last_link, std::size_t limit) {
-  if (path.find('\0') != std::string_view::npos) return error_of(ENOENT);
   FileDescriptor file;
   const int flags = O_RDONLY | (last_link == LastLink::refuse ? O_NOFOLLOW : 0);
   if (const int code = open_in_pieces(AT_FDCWD, path, flags, LONGEST_PIECE, file, open_retrying)) {
@@ -195,6 +196,21 @@ int open_directory_below(const std::string& root, std::string_view below, FileDe
                         [](int directory, const char* path, int flags) {
                           return open_retrying(directory, path, flags | O_NOFOLLOW);
                         });
+}
+
+FileContent read_file_below_without_links(const std::string& root, std::string_view below,
+                                          const std::string& name, std::size_t limit) {
+  FileDescriptor directory;
+  const int code = open_directory_below(root, below, directory);
+  if (code != 0) return error_of(code == ELOOP ? ENOTDIR : code);
+  return read_file_in(directory, name, limit);
+}
+
+int open_directory_in(const FileDescriptor& parent, const std::string& name,
+                      FileDescriptor& opened) {
+  opened = FileDescriptor(
+      open_retrying(parent.number(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  return opened.is_open() ? 0 : errno;
 }
 
 bool Listing::contains(std::string_view name) const {

@@ -61,6 +61,11 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit);
 
+/// The same without following a link on the way from the root: a link there counts as what
+/// it is, no directory (ENOTDIR).
+FileContent read_file_below_without_links(const std::string& root, std::string_view below,
+                                          const std::string& name, std::size_t limit);
+
 /// Whether the way to a root may lead through symbolic links.
 enum class RootLinks { follow, refuse };
 
@@ -70,6 +75,11 @@ enum class RootLinks { follow, refuse };
 /// errno value, 0 on success.
 int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened,
                          RootLinks root_links = RootLinks::follow);
+
+/// Opens the directory `name` in `parent` for listing. A symbolic link is refused. Returns an
+/// errno value, 0 on success.
+int open_directory_in(const FileDescriptor& parent, const std::string& name,
+                      FileDescriptor& opened);
 
 /// The entries of one directory, in the order in which the file system gives them.
 class Listing {
