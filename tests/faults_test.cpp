@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -47,6 +46,8 @@ void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 namespace path_filter {
 namespace {
 
+using Texts = std::vector<std::string>;
+
 #ifndef SANITIZED
 TEST(Faults, MemoryThatCannotBeHadLeavesTheCachesWhole) {
   const TempTree tree;
@@ -65,47 +66,63 @@ TEST(Faults, MemoryThatCannotBeHadLeavesTheCachesWhole) {
   };
   // Every allocation of the questions fails once.
   int failures = 0;
-  for (int granted = 0;; ++granted) {
+  for (bool failed = true; failed; failures += failed ? 1 : 0) {
     const IndexScope scope(tree.root());
-    allocations_left = granted;
-    bool failed = false;
+    allocations_left = failures;
+    failed = false;
     try {
       answers(scope);
     } catch (const std::bad_alloc&) {
       failed = true;
     }
     allocations_left = -1;
-    ASSERT_TRUE(answers(scope)) << "after " << granted << " allocations";
-    if (!failed) break;
-    ++failures;
+    ASSERT_TRUE(answers(scope)) << "after " << failures << " allocations";
   }
-  EXPECT_GT(failures, 100);
+  EXPECT_GT(failures, 50);
 }
 
 TEST(Faults, FileDescriptorsUsedUp) {
   const TempTree tree;
+  tree.write(".gitignore", "*.md\n");
   tree.write("a/.gitignore", "*.py\n");
-  tree.write("a/b.py");
+  tree.write("a/b/c.py");
   IndexScope scope(tree.root());
+  Texts errors;
+  Walk walk = scope.walk([&](const auto& error) { errors.push_back(error.code().message()); });
+  auto path = walk.begin();  // the root's ignore file
+  ++path;                    // that of "a"
+  scope.refresh();
+  const CapturedLog log;
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit none{0, before.rlim_max};
-  const CapturedLog log;
-  std::vector<std::string> errors;
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  const bool ignored = scope.is_ignored("a/b.py");
-  for (const std::string& path :
-       scope.walk([&](const auto& error) { errors.push_back(error.code().message()); })) {
-    ADD_FAILURE() << path;
+  const int free = ::dup(0);
+  ::close(free);
+  const auto grant = [&](int descriptors) {
+    const rlimit granted{static_cast<rlim_t>(free + descriptors), before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &granted), 0);
+  };
+  grant(1);  // for the directory, and none for the ignore files above it
+  ++path;
+  grant(0);
+  const bool ignored = IndexScope(tree.root()).is_ignored("a/b/c.py");
+  for (Walk none = scope.walk([&](const auto& error) { errors.push_back(error.code().message()); });
+       const std::string& file : none) {
+    ADD_FAILURE() << file;
   }
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(*path, "a/b/c.py");
   EXPECT_FALSE(ignored);
-  EXPECT_EQ(errors, std::vector<std::string>{"Too many open files"});
-  EXPECT_NE(log.text().find("/a/.gitignore: Too many open files"), std::string::npos) << log.text();
+  EXPECT_EQ(errors, Texts{"Too many open files"});
+  std::string expected;
+  for (const char* file :
+       {".gitignore", "a/.gitignore", ".gitignore", "a/.gitignore", "a/b/.gitignore"}) {
+    expected += "utils.path_filter warning Cannot read the ignore rules in " +
+                (tree / file).string() + ": Too many open files\n";
+  }
+  EXPECT_EQ(log.text(), expected);
   scope.refresh();
-  EXPECT_TRUE(scope.is_ignored("a/b.py"));
+  EXPECT_TRUE(scope.is_ignored("a/b/c.py"));
 }
-
 #endif
 
 TEST(Faults, PermissionsLost) {
@@ -114,85 +131,57 @@ TEST(Faults, PermissionsLost) {
   tree.write("closed/a.py");
   tree.write("open/b.py");
   tree.write("open/.gitignore", "*.py\n");
-  std::filesystem::permissions(tree.root(), std::filesystem::perms::all);
+  ::chmod(tree.root().c_str(), 0777);
   ::chmod((tree / "closed").c_str(), 0);
   ::chmod((tree / "open/.gitignore").c_str(), 0);
   const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
   if (child == 0) {
     constexpr uid_t NOBODY = 65534;
     if (::setgid(NOBODY) != 0 || ::setuid(NOBODY) != 0) ::_exit(10);
     const CapturedLog log;
     const IndexScope scope(tree.root());
     int errors = 0;
-    std::vector<std::string> paths;
+    int files = 0;
     Walk walk = scope.walk([&](const std::filesystem::filesystem_error& error) {
       errors += error.code() == std::errc::permission_denied && error.path1() == tree / "closed";
     });
     for (const std::string& path : walk) {
-      paths.push_back(path);
+      ++files;
       if (!walk.decide() && path.ends_with(".py")) ::_exit(11);
     }
     const bool warned = log.text().find("/open/.gitignore: Permission denied") != std::string::npos;
-    ::_exit(errors == 1 && paths.size() == 2 && warned ? 0 : 12);
+    ::_exit(errors == 1 && files == 2 && warned ? 0 : 12);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(WEXITSTATUS(status), 0);
-  ::chmod((tree / "closed").c_str(), 0700);
 }
 
 TEST(Faults, GoneBetweenListingAndOpening) {
   struct Row {
-    const char* what;
-    std::function<void(const TempTree&)> happens;
-    const char* error;  // "" when there is none
+    const char* command;  // that happens, in the tree
+    Texts errors;
   };
   const Row rows[] = {
-      {"the directory vanishes",
-       [](const TempTree& tree) { std::filesystem::remove_all(tree / "sub"); },
-       "No such file or directory"},
-      {"the directory becomes a file",
-       [](const TempTree& tree) {
-         std::filesystem::remove_all(tree / "sub");
-         tree.write("sub");
-       },
-       "Not a directory"},
-      {"the directory becomes a link",
-       [](const TempTree& tree) {
-         std::filesystem::rename(tree / "sub", tree / "node_modules/sub");
-         tree.link("sub", "node_modules/sub");
-       },
-       "Too many levels of symbolic links"},
-      {"the ignore file vanishes",
-       [](const TempTree& tree) { std::filesystem::remove(tree / "sub/.gitignore"); }, ""},
-      {"the ignore file becomes a link",
-       [](const TempTree& tree) {
-         std::filesystem::rename(tree / "sub/.gitignore", tree / "node_modules/rules");
-         tree.link("sub/.gitignore", "../node_modules/rules");
-       },
-       ""},
-  };
+      {"rm -r sub", {"No such file or directory"}},
+      {"rm -r sub; echo >sub", {"Not a directory"}},
+      {"mv sub node_modules; ln -s node_modules/sub sub", {"Too many levels of symbolic links"}},
+      {"rm sub/.gitignore", {}},
+      {"mv sub/.gitignore node_modules/rules; ln -s ../node_modules/rules sub/.gitignore", {}}};
   for (const Row& row : rows) {
     const TempTree tree;
-    tree.write("first.py");
-    tree.write("sub/a.py");
+    for (const char* path : {"first.py", "sub/a.py", "node_modules/b.py"}) tree.write(path);
     tree.write("sub/.gitignore", "a.py\n");
-    tree.make_directory("node_modules");
     const CapturedLog log;
     const IndexScope scope(tree.root());
-    std::vector<std::string> errors;
-    bool happened = false;
+    Texts errors;
     for (const std::string& path :
          scope.walk([&](const auto& error) { errors.push_back(error.code().message()); })) {
-      if (!std::exchange(happened, true)) row.happens(tree);
-      if (path == "sub/a.py") {
-        EXPECT_FALSE(scope.is_ignored(path)) << row.what;
-      }
+      const std::string command = "cd " + tree.root().string() + " && " + row.command;
+      EXPECT_TRUE(path != "first.py" || std::system(command.c_str()) == 0);
+      EXPECT_TRUE(path != "sub/a.py" || !scope.is_ignored(path)) << row.command;
     }
-    EXPECT_EQ(errors,
-              *row.error == '\0' ? std::vector<std::string>{} : std::vector<std::string>{row.error})
-        << row.what;
+    EXPECT_EQ(errors, row.errors) << row.command;
   }
 }
 

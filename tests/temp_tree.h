@@ -1,7 +1,10 @@
-// A directory of files for one test, removed with it.
+// A directory of files for one test, in memory where there is such a place, and removed
+// with the test.
 
 #ifndef TESTS_TEMP_TREE_H_
 #define TESTS_TEMP_TREE_H_
+
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -13,7 +16,10 @@
 class TempTree {
  public:
   TempTree() {
-    std::string name = (std::filesystem::temp_directory_path() / "path_filter_XXXXXX").string();
+    const bool in_memory = ::access("/dev/shm", W_OK | X_OK) == 0;
+    const auto place =
+        in_memory ? std::filesystem::path("/dev/shm") : std::filesystem::temp_directory_path();
+    std::string name = (place / "path_filter_XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
     _root = name;
   }

@@ -1,17 +1,18 @@
-// One scope, several threads: questions and walks go on while the caches are replaced
-// and the ignore files change. Run under ThreadSanitizer, this is also the proof that
-// the scope has no data race.
+// One scope, several threads: questions and walks go on while two threads replace the caches
+// and the ignore files change. Run under ThreadSanitizer, this is also the proof that the
+// scope has no data race.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <stdexcept>
+#include <latch>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support.h"
-#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/replaceable.h"
 #include "utils/path_filter/tree_walk.h"
 
 namespace path_filter {
@@ -23,60 +24,68 @@ TEST(Threads, RefreshRacesWithQuestionsAndWalks) {
   const TempTree tree;
   tree.write(".git/info/exclude", "excluded.py\n");
   tree.write(".gitignore", "*.log\n");
+  const auto directory = [](int number) {
+    return "d" + std::to_string(number % DIRECTORIES) + "/s";
+  };
   for (int number = 0; number < DIRECTORIES; ++number) {
-    const std::string directory = "d" + std::to_string(number) + "/sub";
-    tree.write(directory + "/a.py");
-    tree.write(directory + "/never.log");
-    tree.write(directory + "/excluded.py");
-    tree.write(directory + "/.gitignore", "maybe.py\n");
+    tree.write(directory(number) + "/a.py");
+    tree.write(directory(number) + "/.gitignore", "maybe.py\n");
   }
-
   IndexScope scope(tree.root(), {.excludes_file = [](const auto&) {
                      return std::optional<std::filesystem::path>();
                    }});
   std::atomic<int> wrong{0};
-  std::atomic<bool> done{false};
-  std::vector<std::thread> threads;
+  std::atomic<int> asking{3};
+  std::vector<std::jthread> threads;
   for (int thread = 0; thread < 3; ++thread) {
     threads.emplace_back([&, thread] {
-      for (int round = 0; round < ROUNDS; ++round) {
-        for (int number = 0; number < DIRECTORIES; ++number) {
-          const std::string directory = "d" + std::to_string((number + thread) % DIRECTORIES);
-          // What no change on disk touches has one right answer at any time.
-          if (!scope.is_indexable(directory + "/sub/a.py")) ++wrong;
-          if (!scope.is_ignored(directory + "/sub/never.log")) ++wrong;
-          if (!scope.is_ignored(directory + "/sub/excluded.py")) ++wrong;
-          if (!scope.admits_directory(directory + "/sub")) ++wrong;
-          scope.is_ignored(directory + "/sub/maybe.py");
-        }
+      for (int question = 0; question < ROUNDS * DIRECTORIES; ++question) {
+        // What no change on disk touches has one right answer at any time.
+        const std::string in = directory(question + thread);
+        if (!scope.is_indexable(in + "/a.py")) ++wrong;
+        if (!scope.is_ignored(in + "/never.log")) ++wrong;
+        if (!scope.is_ignored(in + "/excluded.py")) ++wrong;
+        if (!scope.admits_directory(in)) ++wrong;
+        scope.is_ignored(in + "/maybe.py");
       }
+      --asking;
     });
   }
   threads.emplace_back([&] {
-    while (!done) {
+    while (asking > 0) {
       int files = 0;
       for (const std::string& path : scope.walk()) files += path.ends_with("/a.py") ? 1 : 0;
       if (files != DIRECTORIES) ++wrong;
     }
   });
-  threads.emplace_back([&] {
-    for (int round = 0; !done; ++round) {
-      tree.write("d" + std::to_string(round % DIRECTORIES) + "/sub/.gitignore",
-                 round % 2 == 0 ? "" : "maybe.py\n");
-      scope.refresh();
-    }
-  });
-  for (int thread = 0; thread < 3; ++thread) threads[static_cast<std::size_t>(thread)].join();
-  done = true;
-  threads[3].join();
-  threads[4].join();
+  for (const char* rules : {"", "maybe.py\n"}) {
+    threads.emplace_back([&, rules] {
+      for (int round = 0; asking > 0; ++round) {
+        tree.write(directory(round) + "/.gitignore", rules);
+        scope.refresh();
+      }
+    });
+  }
+  threads.clear();
   EXPECT_EQ(wrong, 0);
+}
 
-  scope.refresh();
-  for (int number = 0; number < DIRECTORIES; ++number) {
-    const std::string directory = "d" + std::to_string(number) + "/sub";
-    tree.write(directory + "/.gitignore", "maybe.py\n");
-    EXPECT_TRUE(scope.is_ignored(directory + "/maybe.py"));
+/// Of two that replace at once one is the last, whichever slot is asked.
+TEST(Threads, ReplacingIsOneStep) {
+  for (int round = 0; round < 2000; ++round) {
+    internal::Replaceable<int> value(std::make_shared<int>(0));
+    std::latch ready(2);
+    std::vector<std::jthread> threads;
+    for (const int number : {1, 2}) {
+      threads.emplace_back([&, made = std::make_shared<int>(number)] {
+        ready.arrive_and_wait();
+        value.replace(made);
+      });
+    }
+    threads.clear();
+    for (std::size_t slot = 0; slot < value.SLOTS; ++slot) {
+      ASSERT_EQ(*value.take(slot), *value.take()) << "round " << round;
+    }
   }
 }
 

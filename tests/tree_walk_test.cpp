@@ -1,0 +1,239 @@
+#include "utils/path_filter/tree_walk.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/support.h"
+
+namespace path_filter {
+namespace {
+
+static_assert(std::ranges::input_range<Walk>);
+
+struct Walked {
+  std::vector<std::string> paths;
+  std::vector<std::string> errors;
+  std::map<std::string, Exclusion> pruned;
+};
+
+Walked walk(const IndexScope& scope) {
+  Walked walked;
+  for (const std::string& path : scope.walk(
+           [&](const std::filesystem::filesystem_error&error) {
+             walked.errors.push_back(error.path1().string() + ": " + error.code().message());
+           },
+           {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
+             walked.pruned.emplace(rel_dir, kind);
+           }})) {
+    walked.paths.push_back(path);
+  }
+  return walked;
+}
+
+TEST(Walk, PrunesAndProduces) {
+  const TempTree tree;
+  tree.write(".gitignore", "ignored/\n*.log\n");
+  std::set<std::string> files{".gitignore", "app.log", "x/y/e.py", "memory/wiki/h.md"};
+  files.insert({"b.txt", "a.txt", "x/c.py", "name\xFF\n/k\xFE", "back\\slash/l.py"});
+  for (const std::string& path : files) {
+    if (path != ".gitignore") tree.write(path);
+  }
+  const std::map<std::string, Exclusion> pruned{{"x/.venv", Exclusion::directory},
+                                                {"node_modules", Exclusion::directory},
+                                                {"memory/codebase-index", Exclusion::index_data},
+                                                {"ignored", Exclusion::gitignore},
+                                                {"x/ignored", Exclusion::gitignore}};
+  for (const auto& [path, kind] : pruned) tree.write(path + "/a.py");
+  tree.link("link-to-dir", "x");
+  for (const char* link : {"link-to-file", "dangling"}) {
+    tree.link(link, link[0] == 'd' ? "gone" : "a.txt");
+    files.insert(link);
+  }
+  ASSERT_EQ(::mkfifo((tree / "x/pipe").c_str(), 0600), 0);
+  files.insert("x/pipe");
+
+  const Walked walked = walk(IndexScope(tree.root()));
+  EXPECT_EQ(std::set(walked.paths.begin(), walked.paths.end()), files);
+  EXPECT_EQ(walked.errors, std::vector<std::string>());
+  EXPECT_EQ(walked.pruned, pruned);
+  // A directory's own files come first, and each subtree is finished before the next.
+  std::set<std::string> finished;
+  std::string current;
+  for (const std::string& path : walked.paths) {
+    const std::string top = path.substr(0, path.find('/') + 1);
+    if (top == current || (top.empty() && !current.empty() && !finished.empty())) {
+      EXPECT_EQ(top, current) << path;
+      continue;
+    }
+    EXPECT_TRUE(finished.insert(top).second) << path;
+    current = top;
+  }
+}
+
+TEST(Walk, DecidesAsTheScopeDoes) {
+  const TempTree tree;
+  tree.write(".gitignore", "*.log\n/x/\n");
+  tree.write("sub/.gitignore", "!a.log\nb.py\n");
+  for (const char* path :
+       {"a.py", "a.log", "x/a.py", "sub/a.log", "sub/b.py", "sub/deep/b.py", "sub/c.bin", "a\\b.py",
+        "back\\slash/b.py", "C:/drive.py", "\\root.py"}) {
+    tree.write(path);
+  }
+  const IndexScope scope(tree.root(), {.limits = IndexLimits{10, std::nullopt}});
+  const IndexScope other(tree.root(), {.limits = IndexLimits{10, std::nullopt}});
+  const auto answer = [](const auto& question) {
+    try {
+      const Decision decision = question();
+      return decision.reason + decision.language.value_or("");
+    } catch (const std::invalid_argument& error) {
+      return std::string(error.what());
+    }
+  };
+  int files = 0;
+  Walk walk = scope.walk();
+  for (const std::string& path : walk) {
+    for (const FileFacts facts : {FileFacts{}, FileFacts{.size = 11}}) {
+      EXPECT_EQ(answer([&] { return walk.decide(facts); }),
+                answer([&] { return other.is_indexable(path, facts); }))
+          << path;
+    }
+    ++files;
+  }
+  EXPECT_EQ(files, 12);
+}
+
+TEST(Walk, Errors) {
+  const TempTree tree;
+  tree.make_directory("empty");
+  tree.write("file");
+  tree.make_directory("root/\\absolute");
+  tree.write("root/a.py");
+  struct Row {
+    const char* root;
+    std::vector<std::string> paths;
+    std::string error;
+  };
+  for (const Row& row : {Row{"empty", {}, ""}, Row{"missing", {}, ": No such file or directory"},
+                         Row{"file", {}, ": Not a directory"},
+                         Row{"root", {"a.py"}, "/\\absolute: Invalid argument"}}) {
+    const Walked walked = walk(IndexScope(tree / row.root));
+    EXPECT_EQ(walked.paths, row.paths) << row.root;
+    if (row.error.empty()) {
+      EXPECT_TRUE(walked.errors.empty());
+    } else {
+      EXPECT_EQ(walked.errors, std::vector{(tree / row.root).string() + row.error});
+    }
+  }
+  const IndexScope missing(tree / "missing");
+  Walk throwing = missing.walk([](const auto&) { throw std::logic_error("stop"); });
+  EXPECT_THROW(throwing.begin(), std::logic_error);
+  EXPECT_TRUE(throwing.begin() == throwing.end());
+}
+
+TEST(Walk, FollowsNoLinkBelowTheRoot) {
+  const TempTree tree;
+  tree.write("outside/.gitignore", "*\n");
+  tree.write("outside/secret.py");
+  tree.write("real/a/b/c.py");
+  tree.link("root", "real");
+  const IndexScope scope(tree / "root");
+  EXPECT_EQ(walk(scope).paths, std::vector<std::string>{"a/b/c.py"});
+
+  // The directory is listed as one and replaced by a link before it is visited.
+  tree.write("real/first.py");
+  std::vector<std::string> errors;
+  for (const std::string& path :
+       scope.walk([&](const auto& error) { errors.push_back(error.code().message()); })) {
+    EXPECT_EQ(path, "first.py");
+    std::filesystem::remove_all(tree / "real/a");
+    std::filesystem::create_directory_symlink("../outside", tree / "real/a");
+  }
+  EXPECT_EQ(errors.size(), 1U);
+
+  // Names that read as if they lay behind the link: what the walk says of them is not the
+  // link's target's to decide, and changes nothing for those who ask by the link.
+  for (const char* path : {"real/a\\x.py", "real/a\\d/y.py"}) tree.write(path);
+  for (const bool asked_before : {false, true}) {
+    const IndexScope fresh(tree / "root");
+    if (asked_before) {
+      EXPECT_TRUE(fresh.is_ignored("a/q.py"));
+    }
+    int decided = 0;
+    Walk through = fresh.walk();
+    for (const std::string& path : through) {
+      EXPECT_TRUE(through.decide()) << path;
+      ++decided;
+    }
+    EXPECT_EQ(decided, 3);
+    EXPECT_TRUE(fresh.is_ignored("a/q.py"));
+    EXPECT_FALSE(fresh.admits_directory("a/d"));
+  }
+}
+
+TEST(Walk, HoldsNothingOpenBetweenPathsAndIsLazy) {
+  const TempTree tree;
+  tree.write("a.py");
+  tree.write("w/x/y/b.py");
+  tree.write("w/x/z/b.py");
+  const auto open_files = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  const auto before = open_files();
+  IndexScope scope(tree.root());
+  Walk walk = scope.walk();
+  tree.write("late.py");  // nothing has been read yet
+  std::set<std::string> paths;
+  for (const std::string& path : walk) {
+    EXPECT_EQ(open_files(), before);
+    paths.insert(path);
+    // Rules that are new count from the next directory on.
+    tree.write("w/x/.gitignore", "b.py\n");
+    scope.refresh();
+    EXPECT_EQ(walk.decide().indexable, !path.starts_with('w')) << path;
+  }
+  EXPECT_EQ(paths.size(), 5U);
+  EXPECT_TRUE(paths.contains("late.py"));
+}
+
+/// Each directory is opened from the one above: from the top, this tree would take minutes.
+/// Its paths are longer than the system takes.
+TEST(Walk, GoesDownADeepTree) {
+  const TempTree tree;
+  int directory = ::open(tree.root().c_str(), O_RDONLY | O_DIRECTORY);
+  constexpr int LEVELS = 40000;
+  for (int level = 0; level < LEVELS; ++level) {
+    ASSERT_EQ(::mkdirat(directory, "d", 0700), 0);
+    ::close(std::exchange(directory, ::openat(directory, "d", O_RDONLY | O_DIRECTORY)));
+  }
+  for (const char* file : {"a.py", "b.py", ".gitignore"}) {
+    const int made = ::openat(directory, file, O_CREAT | O_WRONLY, 0600);
+    if (file[0] == '.') {
+      EXPECT_EQ(::write(made, "b.py\n", 5), 5);
+    }
+    ::close(made);
+  }
+  const IndexScope scope(tree.root());
+  const Walked walked = walk(scope);
+  EXPECT_EQ(walked.errors, std::vector<std::string>());
+  EXPECT_EQ(walked.paths.size(), 3U);
+  for (const std::string& path : walked.paths) {
+    EXPECT_EQ(scope.is_ignored(path), path.ends_with("/b.py"));
+    ::unlinkat(directory, path.substr(path.rfind('/') + 1).c_str(), 0);
+  }
+  for (int level = 0; level < LEVELS; ++level) {
+    ::close(std::exchange(directory, ::openat(directory, "..", O_RDONLY | O_DIRECTORY)));
+    ::unlinkat(directory, "d", AT_REMOVEDIR);
+  }
+  ::close(directory);
+}
+
+}  // namespace
+}  // namespace path_filter
