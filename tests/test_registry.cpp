@@ -18,20 +18,18 @@ struct Row {
   LanguageRecord record;
 };
 
-constexpr Row ROWS[] = {
-    {"python", ".py", {"code", PYTHON_GLOBS}},
-    {"java", ".java", {"code", JAVA_GLOBS}},
-    {"csharp", ".cs", {"code", {}}},
-    {"typescript", ".ts", {"code", {}}},
-    {"tsx", ".tsx", {"code", {}}},
-    {"javascript", ".js", {"code", {}}},
-    {"javascript", ".mjs", {"code", {}}},
-    {"javascript", ".cjs", {"code", {}}},
-    {"makefile", "Makefile", {"code", {}}},
-    {"markdown", ".md", {"docs", {}}},
-    {"json", ".json", {"data", {}}},
-    {"text", ".log", {"docs", {}}},
-};
+constexpr Row ROWS[] = {Row{"python", ".py", {"code", PYTHON_GLOBS}},
+                        Row{"java", ".java", {"code", JAVA_GLOBS}},
+                        Row{"csharp", ".cs", {"code", {}}},
+                        Row{"typescript", ".ts", {"code", {}}},
+                        Row{"tsx", ".tsx", {"code", {}}},
+                        Row{"javascript", ".js", {"code", {}}},
+                        Row{"javascript", ".mjs", {"code", {}}},
+                        Row{"javascript", ".cjs", {"code", {}}},
+                        Row{"makefile", "Makefile", {"code", {}}},
+                        Row{"markdown", ".md", {"docs", {}}},
+                        Row{"json", ".json", {"data", {}}},
+                        Row{"text", ".log", {"docs", {}}}};
 
 void fail_on_demand() {
   if (test_registry::failing) throw std::runtime_error("registry failure");
