@@ -37,9 +37,8 @@ void fail_on_demand() {
 
 const Row* find_row(std::string_view name) {
   fail_on_demand();
-  for (const Row& row : ROWS) {
+  for (const Row& row : ROWS)
     if (name.ends_with(row.suffix)) return &row;
-  }
   return nullptr;
 }
 
@@ -67,9 +66,8 @@ const LanguageRecord* Languages::classify(std::string_view name) const {
 }
 
 std::optional<std::string_view> detect_language(std::string_view name) {
-  const Row* row = find_row(name);
-  if (row == nullptr) return std::nullopt;
-  return row->name;
+  if (const Row* row = find_row(name)) return row->name;
+  return std::nullopt;
 }
 
 bool is_lockfile(std::string_view name) {
@@ -79,9 +77,8 @@ bool is_lockfile(std::string_view name) {
 
 std::string_view tier_of(std::string_view language) {
   fail_on_demand();
-  for (const Row& row : ROWS) {
+  for (const Row& row : ROWS)
     if (row.name == language) return row.record.tier;
-  }
   return "";
 }
 
