@@ -11,6 +11,7 @@
 #include <sqlite3ext.h>
 
 #include <exception>
+#include <mutex>
 
 #include "utils/path_filter/test_code_sql.h"
 
@@ -23,7 +24,10 @@ extern "C" {
 // SQLite derives this name from that of the file.
 PATH_FILTER_EXPORT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_message,
                                                      const sqlite3_api_routines* api) {
-  SQLITE_EXTENSION_INIT2(api)
+  // SQLite holds a lock of the connection here and none of the process, and hands the same
+  // table to every connection: it is stored once, so that no store meets a thread's use.
+  static std::once_flag stored;
+  std::call_once(stored, [&] { SQLITE_EXTENSION_INIT2(api) });
   try {
     path_filter::register_path_functions(connection);
   } catch (const std::exception& error) {

@@ -6,135 +6,92 @@
 
 #include <limits>
 #include <string>
-#include <type_traits>
 
 #include "tests/support.h"
 #include "utils/path_filter/index_limits.h"
+#include "utils/path_filter/internal/text.h"
 
 namespace path_filter {
 namespace {
 
-static_assert(!std::is_copy_assignable_v<Decision>);
 static_assert(!std::is_assignable_v<decltype((std::declval<Decision&>().reason)), std::string>);
-static_assert(!std::is_copy_assignable_v<IndexLimits>);
+static_assert(!std::is_copy_assignable_v<Decision> && !std::is_copy_assignable_v<IndexLimits>);
+
+static_assert(!MadeFrom<Decision> && !MadeFrom<Decision, int> && !MadeFrom<Decision, const char*>);
+static_assert(!MadeFrom<IndexLimits> && !MadeFrom<IndexLimits, int>);
 
 TEST(Decision, Values) {
-  EXPECT_TRUE(Decision{true});
-  EXPECT_FALSE((Decision{false, Exclusion::size, "big", "python"}));
-  EXPECT_EQ(Decision{true}, (Decision{.indexable = true, .kind = {}, .reason = ""}));
-  EXPECT_NE(Decision{true}, (Decision{.indexable = true, .language = "python"}));
-  EXPECT_EQ(std::hash<Decision>{}(Decision{true}), std::hash<Decision>{}(Decision{true}));
-  EXPECT_EQ(internal::reason_of(Exclusion::index_data),
-            "in the index's own data directory (memory/codebase-index)");
+  const Decision in{true}, out{false, Exclusion::size, "big", "python"};
+  EXPECT_TRUE(in && in.indexable);
+  EXPECT_FALSE(out);
+  EXPECT_EQ(in, (Decision{.indexable = true, .kind = {}, .reason = ""}));
+  EXPECT_NE(out, (Decision{false, Exclusion::size, "big"}));
+  EXPECT_EQ(std::hash<Decision>{}(out), std::hash<Decision>{}(Decision(out)));
   EXPECT_THROW(internal::reason_of(Exclusion::size), std::out_of_range);
-  EXPECT_EQ(to_string(Exclusion::unknown_language), "unknown_language");
 }
 
 TEST(Decision, RelativePosix) {
   std::string storage;
-  for (const std::string_view path : {"src/app/main.ts", "C:", "C:a.py", "", "./a//b/", "ab:/x"}) {
+  for (const char* path : {"a/b.ts", "C:", "C:a.py", "", "./a//b/", "ab:/x", "é", "éa:/x", "é/:/"})
     EXPECT_EQ(_relative_posix(path, storage), path);
-  }
   EXPECT_EQ(_relative_posix("src\\app\\main.ts", storage), "src/app/main.ts");
-  for (const std::string_view path :
-       {"/etc/hosts", "\\\\host\\share", "C:/repo/a.py", "C:\\repo\\a.py", "1:/x"}) {
-    EXPECT_THROW(_relative_posix(path, storage), std::invalid_argument) << path;
-  }
-  try {
-    _relative_posix("C:\\a.py", storage);
-    FAIL();
-  } catch (const std::invalid_argument& error) {
-    EXPECT_STREQ(error.what(), "'C:\\\\a.py' is not relative to the repository root");
-  }
+  for (const char* path : {"/etc/hosts", "\\\\host\\share", "C:/a.py", "C:\\a.py", "1:/x", "::/x",
+                           "é:/x", "😀:\\x", "\xFF:/x"})
+    try {
+      _relative_posix(path, storage);
+      ADD_FAILURE() << path;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_EQ(error.what(), internal::quoted(path) + " is not relative to the repository root");
+    }
 }
 
-ConfigValue list(std::initializer_list<const char*> names) {
-  ConfigValue::List entries;
-  for (const char* name : names) entries.push_back({std::string(name)});
-  return {entries};
-}
+using Int = std::int64_t;
+ConfigValue text(const char* value) { return {std::string(value)}; }
+ConfigValue list(ConfigValue::List entries) { return {std::move(entries)}; }
 
 TEST(IndexLimits, Sizes) {
-  struct Row {
-    ConfigValue size;
-    std::int64_t bytes;
-    std::string literal;  // in the warning; "" when there is none
+  const auto limit = [](const ConfigValue& size) -> Int {
+    return IndexLimits::from_config({size, ConfigValue{}}).max_file_bytes;
   };
-  constexpr std::int64_t DEFAULT = 10485760;
-  constexpr double INF = std::numeric_limits<double>::infinity();
-  const auto text = [](const char* value) { return ConfigValue{std::string(value)}; };
-  const Row rows[] = {
-      {{std::int64_t{10}}, DEFAULT, ""},
-      {{0.5}, 524288, ""},
-      {text("2"), 2097152, ""},
-      {text(" \t+1.5e0\n"), 1572864, ""},
-      {{1.0000001}, 1048576, ""},
-      {{true}, 1048576, ""},
-      {{1e300}, std::numeric_limits<std::int64_t>::max(), ""},
-      {{false}, DEFAULT, "False"},
-      {{std::int64_t{0}}, DEFAULT, "0"},
-      {{std::int64_t{-1}}, DEFAULT, "-1"},
-      {{-1.0}, DEFAULT, "-1.0"},
-      {{}, DEFAULT, "None"},
-      {text("ten"), DEFAULT, "'ten'"},
-      {text("1e999"), DEFAULT, "'1e999'"},
-      {text("0x10"), DEFAULT, "'0x10'"},
-      {text("it's"), DEFAULT, "'it\\'s'"},
-      {{INF}, DEFAULT, "inf"},
-      {{std::numeric_limits<double>::quiet_NaN()}, DEFAULT, "nan"},
-      {{std::numeric_limits<double>::max()}, DEFAULT, "1.7976931348623157e+308"},
-      {{0.0000001}, DEFAULT, "1e-07"},
-      {list({"a"}), DEFAULT, "['a']"},
-  };
-  for (const Row& row : rows) {
-    const CapturedLog log;
-    EXPECT_EQ(IndexLimits::from_config({row.size, ConfigValue{}}).max_file_bytes, row.bytes)
-        << row.literal;
-    EXPECT_EQ(log.text(), row.literal.empty()
-                              ? ""
-                              : "utils.path_filter warning index.max_file_size_mb=" + row.literal +
-                                    " is not a positive number; using 10\n");
+  const CapturedLog log;
+  EXPECT_TRUE(limit({Int{10}}) == 10485760 && limit({0.5}) == 524288 && limit({true}) == 1048576);
+  EXPECT_TRUE(limit(text(" \t+1.5e0\n")) == 1572864 && limit({1.0000001}) == 1048576);
+  EXPECT_TRUE(limit({1 / 1048576.0}) == 1 && limit({1e300}) == std::numeric_limits<Int>::max());
+  std::string warnings;
+  using Limits = std::numeric_limits<double>;
+  using Row = std::pair<ConfigValue, std::string>;
+  for (const auto& [size, literal] :
+       {Row{{}, "None"}, Row{{false}, "False"}, Row{{Int{-1}}, "-1"}, Row{{-1.0}, "-1.0"},
+        Row{{1e-7}, "1e-07"}, Row{{Limits::infinity()}, "inf"}, Row{{Limits::quiet_NaN()}, "nan"},
+        Row{{1e308}, "1e+308"}, Row{text("ten"), "'ten'"}, Row{text("1e999"), "'1e999'"},
+        Row{text("+-1"), "'+-1'"}, Row{text("2x"), "'2x'"},
+        Row{list({text("a"), {true}}), "['a', True]"}}) {
+    EXPECT_EQ(limit(size), 10485760) << literal;
+    warnings += "utils.path_filter warning index.max_file_size_mb=" + literal +
+                " is not a positive number; using 10\n";
   }
+  EXPECT_EQ(log.text(), warnings);
 }
 
 TEST(IndexLimits, Languages) {
-  const ConfigValue ten{std::int64_t{10}};
-  const auto languages = [&](ConfigValue value) {
-    return IndexLimits::from_config({ten, std::move(value)}).languages;
+  const auto languages = [](std::optional<ConfigValue> value) {
+    return IndexLimits::from_config({text("1"), std::move(value)}).languages;
   };
-  EXPECT_EQ(languages(list({"typescript", "typescript"})), (LanguageSet{"tsx", "typescript"}));
-  EXPECT_EQ(languages(list({"tsx"})), LanguageSet{"tsx"});
-  EXPECT_EQ(languages(list({"TypeScript"})), LanguageSet{"TypeScript"});
-  EXPECT_EQ(languages({ConfigValue::List{{std::int64_t{3}}}}), LanguageSet{"3"});
-  EXPECT_EQ(languages(list({})), std::nullopt);
-  EXPECT_EQ(languages({}), std::nullopt);
-  EXPECT_THROW(languages({std::string("python")}), std::invalid_argument);
-  EXPECT_THROW(languages({ConfigValue::List{list({"a"})}}), std::invalid_argument);
+  const auto both = languages(list({text("typescript"), text("typescript")}));
+  EXPECT_EQ(both, (LanguageSet{"tsx", "typescript"}));
+  EXPECT_EQ(languages(list({text("tsx"), {Int{3}}})), (LanguageSet{"3", "tsx"}));
+  EXPECT_EQ(languages(list({text("TypeScript")})), LanguageSet{"TypeScript"});
+  for (const ConfigValue& empty : {ConfigValue{}, list({})}) EXPECT_FALSE(languages(empty));
+  for (const auto& wrong : {std::optional(text("python")), {list({list({})})}, {std::nullopt}})
+    EXPECT_THROW(languages(wrong), std::invalid_argument);
   EXPECT_THROW(IndexLimits::from_config({std::nullopt, ConfigValue{}}), std::invalid_argument);
-  EXPECT_THROW(IndexLimits::from_config({ten, std::nullopt}), std::invalid_argument);
-}
 
-TEST(IndexLimits, Allows) {
-  const IndexLimits typescript{1, LanguageSet{"tsx", "typescript"}};
-  const IndexLimits nothing{1, LanguageSet{}};
-  const IndexLimits all{1, std::nullopt};
-  struct Row {
-    const char* language;
-    bool in_typescript, in_nothing;
-  };
-  for (const Row& row :
-       {Row{"typescript", true, false}, Row{"tsx", true, false}, Row{"python", false, false},
-        Row{"markdown", false, false}, Row{"json", true, true}}) {
-    EXPECT_EQ(typescript.allows(row.language), row.in_typescript) << row.language;
-    EXPECT_EQ(nothing.allows(row.language), row.in_nothing) << row.language;
-    EXPECT_TRUE(all.allows(row.language));
-  }
-  test_registry::failing = true;
-  EXPECT_TRUE(all.allows("no such language"));
-  EXPECT_THROW(typescript.allows("python"), std::runtime_error);
-  test_registry::failing = false;
-  EXPECT_EQ(std::hash<IndexLimits>{}(typescript),
-            std::hash<IndexLimits>{}(IndexLimits{1, LanguageSet{"typescript", "tsx"}}));
+  const IndexLimits some{1, both}, none{1, LanguageSet{}}, all{1, std::nullopt};
+  EXPECT_TRUE(some.allows("tsx") && !some.allows("python") && !some.allows("markdown"));
+  EXPECT_TRUE(some.allows("json") && none.allows("json") && !none.allows("markdown"));
+  EXPECT_TRUE(all.allows("python") && all.allows("no such language"));
+  EXPECT_TRUE(some == (IndexLimits{1, LanguageSet{"typescript", "tsx"}}) && !(all == none));
+  EXPECT_NE(std::hash<IndexLimits>{}(some), std::hash<IndexLimits>{}(all));
 }
 
 }  // namespace

@@ -8,13 +8,17 @@
 #include <spdlog/sinks/ostream_sink.h>
 
 #include <atomic>
-#include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/temp_tree.h"
 #include "utils/path_filter/path_rules.h"
+
+/// Whether `T{value...}` compiles.
+template <typename T, typename... Value>
+concept MadeFrom = requires(Value... value) {
+  T{value...};
+};
 
 /// The component's log during one test.
 class CapturedLog {
@@ -26,7 +30,6 @@ class CapturedLog {
   }
   ~CapturedLog() { path_filter::logger->sinks() = _before; }
   CapturedLog(const CapturedLog&) = delete;
-  CapturedLog& operator=(const CapturedLog&) = delete;
 
   std::string text() const { return _stream.str(); }
 
@@ -40,10 +43,7 @@ class CapturedLog {
 /// std::bad_alloc.
 namespace test_registry {
 
-inline std::atomic<int> test_dir_names_calls = 0;
-inline std::atomic<int> test_file_globs_calls = 0;
-inline std::atomic<int> classifications = 0;
-
+inline std::atomic<int> test_dir_names_calls = 0, test_file_globs_calls = 0, classifications = 0;
 /// While true, every function throws std::runtime_error("registry failure").
 inline std::atomic<bool> failing = false;
 

@@ -18,20 +18,18 @@ struct Row {
   LanguageRecord record;
 };
 
-constexpr Row ROWS[] = {
-    {"python", ".py", {"code", PYTHON_GLOBS}},
-    {"java", ".java", {"code", JAVA_GLOBS}},
-    {"csharp", ".cs", {"code", {}}},
-    {"typescript", ".ts", {"code", {}}},
-    {"tsx", ".tsx", {"code", {}}},
-    {"javascript", ".js", {"code", {}}},
-    {"javascript", ".mjs", {"code", {}}},
-    {"javascript", ".cjs", {"code", {}}},
-    {"makefile", "Makefile", {"code", {}}},
-    {"markdown", ".md", {"docs", {}}},
-    {"json", ".json", {"data", {}}},
-    {"text", ".log", {"docs", {}}},
-};
+constexpr Row ROWS[] = {Row{"python", ".py", {"code", PYTHON_GLOBS}},
+                        Row{"java", ".java", {"code", JAVA_GLOBS}},
+                        Row{"csharp", ".cs", {"code", {}}},
+                        Row{"typescript", ".ts", {"code", {}}},
+                        Row{"tsx", ".tsx", {"code", {}}},
+                        Row{"javascript", ".js", {"code", {}}},
+                        Row{"javascript", ".mjs", {"code", {}}},
+                        Row{"javascript", ".cjs", {"code", {}}},
+                        Row{"makefile", "Makefile", {"code", {}}},
+                        Row{"markdown", ".md", {"docs", {}}},
+                        Row{"json", ".json", {"data", {}}},
+                        Row{"text", ".log", {"docs", {}}}};
 
 void fail_on_demand() {
   if (test_registry::failing) throw std::runtime_error("registry failure");
@@ -39,9 +37,8 @@ void fail_on_demand() {
 
 const Row* find_row(std::string_view name) {
   fail_on_demand();
-  for (const Row& row : ROWS) {
+  for (const Row& row : ROWS)
     if (name.ends_with(row.suffix)) return &row;
-  }
   return nullptr;
 }
 
@@ -69,9 +66,8 @@ const LanguageRecord* Languages::classify(std::string_view name) const {
 }
 
 std::optional<std::string_view> detect_language(std::string_view name) {
-  const Row* row = find_row(name);
-  if (row == nullptr) return std::nullopt;
-  return row->name;
+  if (const Row* row = find_row(name)) return row->name;
+  return std::nullopt;
 }
 
 bool is_lockfile(std::string_view name) {
@@ -81,9 +77,8 @@ bool is_lockfile(std::string_view name) {
 
 std::string_view tier_of(std::string_view language) {
   fail_on_demand();
-  for (const Row& row : ROWS) {
+  for (const Row& row : ROWS)
     if (row.name == language) return row.record.tier;
-  }
   return "";
 }
 

@@ -23,6 +23,17 @@ std::string_view reason_of(Exclusion kind) {
 
 }  // namespace internal
 
+namespace {
+
+bool is_absolute(std::string_view posix) {
+  if (posix.empty()) return false;
+  const bool ascii = static_cast<unsigned char>(posix.front()) < 0x80;
+  const std::size_t drive = ascii ? 1 : internal::first_character_size(posix);
+  return posix.front() == '/' || posix.substr(drive, 2) == ":/";
+}
+
+}  // namespace
+
 std::string_view _relative_posix(std::string_view path, std::string& storage) {
   std::string_view posix = path;
   if (path.find('\\') != std::string_view::npos) {
@@ -30,7 +41,7 @@ std::string_view _relative_posix(std::string_view path, std::string& storage) {
     std::ranges::replace(storage, '\\', '/');
     posix = storage;
   }
-  if (posix.starts_with('/') || (posix.size() >= 3 && posix.substr(1, 2) == ":/")) {
+  if (is_absolute(posix)) {
     throw std::invalid_argument(internal::quoted(path) + " is not relative to the repository root");
   }
   return posix;

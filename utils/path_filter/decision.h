@@ -12,6 +12,8 @@
 #include <string_view>
 #include <utility>
 
+#include "utils/path_filter/internal/by_name_only.h"
+
 namespace path_filter {
 
 /// The index's own data directory, relative to the repository root.
@@ -54,9 +56,9 @@ inline std::ostream& operator<<(std::ostream& out, Exclusion kind) {
 ///
 /// As a scope makes them, an indexed file has a language, no kind and no reason; one
 /// that is left out has a kind and a reason, and a language when it was known before
-/// the rule decided.
+/// the rule decided. Who makes one states at least `indexable`.
 struct Decision {
-  const bool indexable;
+  const internal::Required<bool> indexable;
   /// The rule that leaves the file out; absent when the file is in.
   const std::optional<Exclusion> kind = std::nullopt;
   /// Why, for a log line or a list of skipped files; empty when the file is in.
@@ -91,8 +93,8 @@ std::string_view reason_of(Exclusion kind);
 /// `path`, relative to the repository root, with "/" between components: each
 /// backslash becomes a "/", nothing else changes. The result is `path` itself, or a
 /// view into `storage` when something was to be replaced. Throws std::invalid_argument
-/// for an absolute path: one that then begins with "/", or with any character and
-/// ":/".
+/// for an absolute path: one that then begins with "/", or with any one character and
+/// ":/". A byte that is not UTF-8 is a character.
 std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter

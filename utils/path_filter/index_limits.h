@@ -14,6 +14,8 @@
 #include <variant>
 #include <vector>
 
+#include "utils/path_filter/internal/by_name_only.h"
+
 namespace path_filter {
 
 /// The size limit, in MiB, in place of an unusable one.
@@ -46,13 +48,13 @@ struct IndexConfig {
 /// A set of language names, spelled as the registry spells them.
 using LanguageSet = std::set<std::string, std::less<>>;
 
-/// The limits of an index. Cannot be changed; threads may share one. State both fields
-/// when making one.
+/// The limits of an index. Cannot be changed; threads may share one. Who makes one
+/// states both fields.
 struct IndexLimits {
   /// The largest size, in bytes, of a file that is indexed.
-  const std::int64_t max_file_bytes;
+  const internal::Required<std::int64_t> max_file_bytes;
   /// The languages whose files are indexed; absent: every language.
-  const std::optional<LanguageSet> languages;
+  const internal::Required<std::optional<LanguageSet>> languages;
 
   /// The limits that `index` asks for.
   ///

@@ -52,15 +52,16 @@ std::shared_ptr<spdlog::logger> make_logger() {
 }
 
 struct Constants {
-  language_registry::TextSet test_dir_names = LANGUAGES.test_dir_names();
-  std::vector<std::string> test_file_globs{LANGUAGES.test_file_globs().begin(),
-                                           LANGUAGES.test_file_globs().end()};
+  language_registry::TextSet test_dir_names;
+  std::vector<std::string> test_file_globs;
 };
 
 const Constants& constants() {
   static const Constants loaded = [] {
     internal::loaded_logger();
-    return Constants{};
+    // Asked once: a registry may return another object each time.
+    const auto globs = LANGUAGES.test_file_globs();
+    return Constants{LANGUAGES.test_dir_names(), {globs.begin(), globs.end()}};
   }();
   return loaded;
 }

@@ -85,11 +85,11 @@ bool is_indexable_path(const Path& path) {
 }
 
 /// Loads the component: creates its logger and takes the two constants below from
-/// the registry. The first use of any of them does the same, at any time, static
-/// initialisation included; a host calls load() to meet a failure of its registry
-/// early. Safe from any thread; done once. Throws what the registry throws, and the
-/// next call then tries again. The registry's functions themselves are bound when
-/// the program is linked.
+/// the registry, with one call for each. The first use of either constant does the
+/// same, at any time, static initialisation included; a host calls load() to meet a
+/// failure of its registry early. Safe from any thread; done once. Throws what the
+/// registry throws, and the next call then tries again. The registry's functions
+/// themselves are bound when the program is linked.
 void load();
 
 namespace internal {
@@ -98,8 +98,8 @@ const language_registry::TextSet& loaded_test_dir_names();
 const std::vector<std::string>& loaded_test_file_globs();
 spdlog::logger& loaded_logger();
 
-/// A constant that is made when the component is loaded: a name for what `Get`
-/// returns, itself constant and ready before any code runs.
+/// A constant that is made at its first use: a name for what `Get` returns, itself
+/// constant and ready before any code runs.
 template <typename Value, Value& (*Get)()>
 struct Loaded {
   Value& operator*() const { return Get(); }
@@ -121,10 +121,11 @@ inline constexpr internal::Loaded<const std::vector<std::string>, internal::load
     TEST_FILE_GLOBS{};
 
 /// The component's one logger, named "utils.path_filter"; it is used for warnings
-/// only. A logger that the host registered with spdlog under that name before the
-/// component was loaded is taken as it is; otherwise one is made that writes to
-/// stderr, and registered. A host adds its sinks to logger->sinks(), before other
-/// threads use the component.
+/// only. A logger that the host registered with spdlog under that name before that
+/// is taken as it is; otherwise one is made that writes to
+/// stderr, and registered. Its first use makes it and asks the registry for nothing,
+/// so that there is a log to report a failing registry in. A host adds its sinks to
+/// logger->sinks(), before other threads use the component.
 inline constexpr internal::Loaded<spdlog::logger, internal::loaded_logger> logger{};
 
 }  // namespace path_filter

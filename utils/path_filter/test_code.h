@@ -24,6 +24,8 @@
 #include <utility>
 #include <vector>
 
+#include "utils/path_filter/internal/by_name_only.h"
+
 namespace path_filter {
 
 /// Whether `path` is test code. `path` is relative or absolute, with either
@@ -39,6 +41,7 @@ bool is_test_path(const Path& path) {
 
 /// What production_paths is told by name.
 struct ProductionPathsOptions {
+  internal::ByNameOnly by_name_only = internal::ByNameOnly();
   /// Whether test code belongs to the surface too.
   bool include_tests = false;
 };

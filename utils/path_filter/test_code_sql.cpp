@@ -115,6 +115,7 @@ Argument path_argument(sqlite3_value* value) {
 }  // namespace
 
 bool _sql_is_test_path(Argument path) {
+  if (path && path->size() > internal::SQL_LONGEST_REMEMBERED) return is_test_path(*path);
   if (const std::optional<bool> known = memo().find(path)) return *known;
   const bool is_test = path && !path->empty() && is_test_path(*path);
   memo().store(path, is_test);

@@ -12,7 +12,6 @@
 #ifndef UTILS_PATH_FILTER_TEST_CODE_SQL_H_
 #define UTILS_PATH_FILTER_TEST_CODE_SQL_H_
 
-#include <concepts>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -61,16 +60,8 @@ namespace internal {
 /// The number of answers that are remembered.
 inline constexpr std::size_t SQL_PATH_CACHE_SIZE = 65536;
 
-/// A bool without a default, made from a bool and nothing else.
-class RequiredBool {
- public:
-  template <std::same_as<bool> Bool>
-  constexpr RequiredBool(Bool value) : _value(value) {}  // NOLINT: implicit by intent
-  constexpr operator bool() const { return _value; }     // NOLINT: implicit by intent
-
- private:
-  bool _value;
-};
+/// The longest text, in bytes, whose answer is remembered: no path of a file is longer.
+inline constexpr std::size_t SQL_LONGEST_REMEMBERED = 4096;
 
 }  // namespace internal
 
@@ -79,7 +70,7 @@ struct SqlTestPathFilterOptions {
   internal::ByNameOnly by_name_only = internal::ByNameOnly();
   /// Whether the condition holds for all but test code, instead of for test code.
   /// There is no default: every caller says which.
-  internal::RequiredBool exclude;
+  internal::Required<bool> exclude;
   /// "id" for the identifier form; everything else gives the path form.
   std::string_view via = "path";
 };
@@ -122,8 +113,11 @@ SqlTestPathFilter sql_test_path_filter(SqlTestPathFilterOptions options);
 ///
 /// The last SQL_PATH_CACHE_SIZE different arguments, NULL among them, are remembered with
 /// their answers, in the order of use, for all connections and threads of the process and
-/// until it ends. A remembered answer costs one hash lookup under a lock. Throws what the
-/// registry throws, and then remembers nothing. Any thread may call it.
+/// until it ends. A text of more than SQL_LONGEST_REMEMBERED bytes, which is some other
+/// column's, is answered each time and not remembered, so that no content of a database
+/// makes the memory grow beyond some 280 MB. A remembered answer costs one hash lookup
+/// under a lock. Throws what the registry throws, and then remembers nothing. Any thread
+/// may call it.
 bool _sql_is_test_path(std::optional<std::string_view> path);
 
 }  // namespace path_filter

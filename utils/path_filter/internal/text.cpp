@@ -10,9 +10,12 @@ namespace {
 
 constexpr std::string_view REPLACEMENT_CHARACTER = "\xEF\xBF\xBD";
 
+/// The codes from here on are no characters.
+constexpr char32_t NO_CHARACTER = 0x110000;
+
 /// One unit of text: a character, or a byte that belongs to none.
 struct Unit {
-  char32_t code;  // the character, or 0x110000 plus the byte
+  char32_t code;  // the character, or NO_CHARACTER plus the byte
   std::size_t size;
 };
 
@@ -31,7 +34,7 @@ std::optional<Unit> decode(std::string_view text) {
 
 Unit unit_at(std::string_view text, std::size_t at) {
   const std::string_view rest = text.substr(at);
-  return decode(rest).value_or(Unit{0x110000U + static_cast<unsigned char>(rest.front()), 1});
+  return decode(rest).value_or(Unit{NO_CHARACTER + static_cast<unsigned char>(rest.front()), 1});
 }
 
 /// Whether some bytes after `begin` would make it a valid character: it is enough to
@@ -48,7 +51,7 @@ bool begins_character(std::string_view begin) {
 }
 
 bool is_space(char32_t code) {
-  if (code >= 0x110000U) return false;
+  if (code >= NO_CHARACTER) return false;
   const utf8proc_property_t* property = utf8proc_get_property(static_cast<utf8proc_int32_t>(code));
   switch (property->bidi_class) {
     case UTF8PROC_BIDI_CLASS_B:
@@ -58,6 +61,53 @@ bool is_space(char32_t code) {
     default:
       return property->category == UTF8PROC_CATEGORY_ZS;
   }
+}
+
+/// How a character counts where the end of a word is looked for.
+enum class Casing : unsigned char { none, cased, ignorable };
+
+/// Unicode's properties Case_Ignorable and Cased, by what they are derived from. A
+/// character that has both is passed over, as ICU does it.
+Casing casing_of(char32_t code) {
+  if (code >= NO_CHARACTER) return Casing::none;
+  // The punctuation inside words (Word_Break: Single_Quote, MidLetter and MidNumLet).
+  constexpr std::u32string_view INSIDE_WORDS =
+      U"'.:\u00B7\u0387\u055F\u05F4\u2018\u2019\u2024\u2027\uFE13\uFE52\uFE55\uFF07\uFF0E\uFF1A";
+  if (INSIDE_WORDS.find(code) != std::u32string_view::npos) return Casing::ignorable;
+  const auto character = static_cast<utf8proc_int32_t>(code);
+  switch (utf8proc_category(character)) {
+    case UTF8PROC_CATEGORY_MN:
+    case UTF8PROC_CATEGORY_ME:
+    case UTF8PROC_CATEGORY_CF:
+    case UTF8PROC_CATEGORY_LM:
+    case UTF8PROC_CATEGORY_SK:
+      return Casing::ignorable;
+    case UTF8PROC_CATEGORY_LU:
+    case UTF8PROC_CATEGORY_LL:
+    case UTF8PROC_CATEGORY_LT:
+      return Casing::cased;
+    default:
+      break;
+  }
+  // Cased beside the letters: the Roman numerals and circled letters, which have another
+  // case, and the ordinal indicators and squared letters, which have none.
+  const bool other = utf8proc_tolower(character) != character ||
+                     utf8proc_toupper(character) != character || code == U'\u00AA' ||
+                     code == U'\u00BA' || (code >= U'\U0001F130' && code <= U'\U0001F149') ||
+                     (code >= U'\U0001F150' && code <= U'\U0001F169') ||
+                     (code >= U'\U0001F170' && code <= U'\U0001F189');
+  return other ? Casing::cased : Casing::none;
+}
+
+/// Whether a cased character follows at the front of `text` or after what is ignorable.
+bool continues_word(std::string_view text) {
+  Casing casing = Casing::ignorable;
+  while (casing == Casing::ignorable && !text.empty()) {
+    const Unit unit = unit_at(text, 0);
+    casing = casing_of(unit.code);
+    text.remove_prefix(unit.size);
+  }
+  return casing == Casing::cased;
 }
 
 /// Whether a character of a pattern can be more than itself, or belong to what is.
@@ -113,25 +163,34 @@ std::string_view trim(std::string_view text) {
   return text;
 }
 
+std::size_t first_character_size(std::string_view text) { return unit_at(text, 0).size; }
+
 void append_lower(std::string_view text, std::string& out) {
-  for (std::size_t at = 0; at < text.size();) {
-    const char byte = text[at];
-    if (is_ascii(byte)) {
+  if (is_ascii(text)) {
+    for (const char byte : text) {
       out += byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
-      ++at;
-      continue;
     }
-    const auto unit = decode(text.substr(at));
-    if (!unit) {
-      out += byte;
-      ++at;
-      continue;
+    return;
+  }
+  bool in_word = false;
+  while (!text.empty()) {
+    const Unit unit = unit_at(text, 0);
+    const std::string_view character = text.substr(0, unit.size);
+    text.remove_prefix(unit.size);
+    if (unit.code >= NO_CHARACTER) {
+      out += character;
+    } else if (unit.code == U'\u0130') {
+      out += "i\u0307";
+    } else if (unit.code == U'\u03A3' && in_word && !continues_word(text)) {
+      out += "\u03C2";
+    } else {
+      std::array<utf8proc_uint8_t, 4> lower{};
+      const auto size = utf8proc_encode_char(
+          utf8proc_tolower(static_cast<utf8proc_int32_t>(unit.code)), lower.data());
+      out.append(reinterpret_cast<const char*>(lower.data()), static_cast<std::size_t>(size));
     }
-    std::array<utf8proc_uint8_t, 4> lower{};
-    const auto size = utf8proc_encode_char(
-        utf8proc_tolower(static_cast<utf8proc_int32_t>(unit->code)), lower.data());
-    out.append(reinterpret_cast<const char*>(lower.data()), static_cast<std::size_t>(size));
-    at += unit->size;
+    const Casing casing = casing_of(unit.code);
+    if (casing != Casing::ignorable) in_word = casing == Casing::cased;
   }
 }
 

@@ -24,8 +24,13 @@ inline bool is_ascii(std::string_view text) {
   return bytes < 0x80;
 }
 
-/// Appends `text` in lower case to `out`, by Unicode's simple, locale-independent
-/// mapping (one character to one character).
+/// The size, in bytes, of the first character of `text`, which is not empty.
+std::size_t first_character_size(std::string_view text);
+
+/// Appends `text` in lower case to `out`, by Unicode's default mapping, which is the same
+/// in every locale: one character to one character, but that U+0130 becomes an "i" with
+/// a combining dot, and a capital sigma at the end of a word the final sigma. Takes time
+/// linear in `text`.
 void append_lower(std::string_view text, std::string& out);
 
 /// The offset of the first byte that is not valid UTF-8, or absent.
