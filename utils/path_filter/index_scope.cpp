@@ -295,10 +295,15 @@ const std::vector<IndexScope::IgnoreFile>& IndexScope::_repository_excludes(
   if (const auto* loaded = caches._excludes.load(std::memory_order_acquire)) return *loaded;
   const std::filesystem::path own = root / ".git" / "info" / "exclude";
   std::vector<IgnoreFile> excludes;
-  for (const std::filesystem::path& path : _exclude_files()) {
-    if (auto rules = _read_ignore_rules(path)) {
-      // git names the repository's own file relative to the work tree.
-      std::string source = path == own ? ".git/info/exclude" : path.lexically_normal().string();
+  const auto files = _exclude_files();
+  for (const std::filesystem::path& path : files) {
+    const bool configured = &path != &files.front();
+    if (auto rules = _read_ignore_rules(configured ? root / path : path)) {
+      // git names the repository's own file relative to the work tree, and the configured
+      // one as it is configured.
+      std::string source = path == own  ? ".git/info/exclude"
+                           : configured ? path.string()
+                                        : path.lexically_normal().string();
       excludes.push_back({std::move(*rules), std::move(source), 0, nullptr});
     }
   }

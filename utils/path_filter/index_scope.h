@@ -71,7 +71,7 @@ inline constexpr std::array<std::string_view, 3> MINIFIED_FILE_GLOBS{"*.min.js",
                                                                      "*.min.cjs"};
 
 /// Given the repository root, the file that git's `core.excludesFile` names; absent
-/// when none is configured. Called when the exclude files are loaded, from any thread,
+/// when none is configured. A relative one is below the root. Called when the exclude files are loaded, from any thread,
 /// and only for a root that has a git directory.
 using ExcludesFileLookup =
     std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>;
