@@ -84,7 +84,7 @@ struct CheckedRoot {
     if (!below) below = IndexScope(resolved).relative(path);
     if (!below) {
       throw std::invalid_argument(path_filter::internal::quoted(path) + " is not below the root " +
-                                  scope.root.string());
+                                  printable(scope.root.native()));
     }
     storage = std::move(*below);
     return storage;
@@ -99,9 +99,9 @@ struct CheckedRoot {
 std::string decider(const Explanation& explanation, const IndexScope& scope) {
   if (explanation.rule) {
     const auto& rule = *explanation.rule;
-    return printable(rule.source) + ":" + std::to_string(rule.line) + ":" + rule.pattern;
+    return printable(rule.source) + ":" + std::to_string(rule.line) + ":" + printable(rule.pattern);
   }
-  if (explanation.directory) return printable(*explanation.directory) + "/";
+  if (explanation.directory) return printable(*explanation.directory + "/");
   if (explanation.glob) return *explanation.glob;
   if (explanation.decision.kind == path_filter::Exclusion::size) {
     return std::to_string(scope.limits->max_file_bytes) + " bytes";
@@ -169,7 +169,7 @@ int check(const CheckOptions& options) {
         output << json_line(object) << '\n';
       } else {
         output.flush();
-        std::cerr << "path-filter: " << printable(path) << ": " << error.what() << '\n';
+        std::cerr << "path-filter: " << printable(path) << ": " << printable(error.what()) << '\n';
       }
     }
   };

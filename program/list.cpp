@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -82,6 +80,8 @@ int list(const ListOptions& options) {
       }
       print(path, decision);
     } catch (const std::invalid_argument& error) {
+      complain(path, error.what());
+    } catch (const FileSizeError& error) {
       complain(path, error.what());
     }
     if (output.closed()) return status;

@@ -8,8 +8,11 @@
 #include <string>
 
 #include "program/commands.h"
+#include "utils/path_filter/internal/text.h"
 
 namespace {
+
+using path_filter::internal::printable;
 
 constexpr int USAGE_STATUS = 2;
 
@@ -28,9 +31,10 @@ void add_limits(CLI::App& command, program::Settings& settings) {
                   "Leave out larger files (in MiB; 10 when only other limits are given)")
       ->type_name("SIZE");
   command
-      .add_option("--languages", settings.languages,
-                  "Index only these code and documentation languages, separated by commas")
-      ->delimiter(',')
+      .add_option_function<std::string>(
+          "--languages", [&settings](const std::string& names) { settings.languages = names; },
+          "Index only these code and documentation languages, separated by commas")
+      ->join(',')
       ->type_name("NAME,...");
 }
 
@@ -42,7 +46,7 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "path-filter " PATH_FILTER_VERSION);
   app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return "path-filter: " + std::string(error.what()) + "\nTry 'path-filter --help'.\n";
+    return "path-filter: " + printable(error.what()) + "\nTry 'path-filter --help'.\n";
   });
 
   program::ListOptions list;
@@ -64,7 +68,14 @@ int run(int argc, char** argv) {
 
   program::CheckOptions check;
   auto* check_command = app.add_subcommand("check", "Print the decision on each PATH");
-  check_command->add_option("PATH", check.paths, "Paths, relative to the root or below it");
+  // Of an option that takes extra arguments the parser would split "[a,b]", and a bound
+  // vector would not hold "{}": this one wants more paths than there can be, and is read
+  // as it was given.
+  constexpr int ALL = CLI::detail::expected_max_vector_size;
+  auto* paths = check_command->add_option("PATH")
+                    ->description("Paths, relative to the root or below it")
+                    ->expected(ALL, ALL)
+                    ->take_all();
   check_command->add_option("--root", check.settings.root, "The repository's root")
       ->type_name("DIR")
       ->capture_default_str();
@@ -99,6 +110,7 @@ int run(int argc, char** argv) {
     return program::list(list);
   }
   if (*check_command) {
+    check.paths = paths->results();
     if (check.paths.empty() && !check.read_stdin) {
       throw program::UsageError("check: no paths; name some, or give --stdin");
     }
@@ -116,7 +128,7 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "path-filter: " << error.what() << '\n';
+    std::cerr << "path-filter: " << printable(error.what()) << '\n';
     return USAGE_STATUS;
   }
 }

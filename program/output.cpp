@@ -2,11 +2,9 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
-#include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/test_code.h"
 
 namespace program {
@@ -26,19 +24,6 @@ void Output::flush() {
     }
   }
   _buffer.clear();
-}
-
-bool is_printable(std::string_view path) {
-  unsigned breaks_line = 0;  // no branch in the loop: it is done sixteen bytes at a time
-  for (const char character : path) {
-    const auto byte = static_cast<unsigned char>(character);
-    breaks_line |= static_cast<unsigned>(byte < 0x20) | static_cast<unsigned>(byte == 0x7F);
-  }
-  return breaks_line == 0;
-}
-
-std::string printable(std::string_view path) {
-  return is_printable(path) ? std::string(path) : path_filter::internal::quoted(path);
 }
 
 std::string grouped(std::size_t number) {
@@ -71,7 +56,8 @@ void add_decision(Json& object, std::string_view path, const path_filter::Decisi
 }
 
 std::string json_line(const Json& object) {
-  return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+  const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return is_printable(line) ? line : object.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
 }  // namespace program

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/internal/text.h"
 
 namespace program {
 
@@ -37,11 +38,8 @@ class Output {
   bool _closed = false;
 };
 
-/// Whether no character of `path` would break a line.
-bool is_printable(std::string_view path);
-
-/// `path` as it is, or in quotes and escaped when it would break a line.
-std::string printable(std::string_view path);
+using path_filter::internal::is_printable;
+using path_filter::internal::printable;
 
 /// `number` with a comma between groups of three digits.
 std::string grouped(std::size_t number);
@@ -55,7 +53,8 @@ Json json_of_path(std::string_view path);
 /// Adds the fields of the decision on `path`, and whether the path is test code.
 void add_decision(Json& object, std::string_view path, const path_filter::Decision& decision);
 
-/// One line, without the line's end. Never fails for the sake of invalid UTF-8.
+/// One line, without the line's end: what a terminal would obey is escaped. Never fails for
+/// the sake of invalid UTF-8.
 std::string json_line(const Json& object);
 
 }  // namespace program

@@ -7,7 +7,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "utils/path_filter/index_scope.h"
 
@@ -22,7 +21,7 @@ struct Settings {
   std::string root = ".";
   std::optional<std::string> config;
   std::optional<std::string> max_file_size_mb;
-  std::vector<std::string> languages;
+  std::optional<std::string> languages;  // names, separated by commas
 };
 
 /// The limits that the configuration file and the options ask for; absent when neither
@@ -35,10 +34,6 @@ path_filter::IndexScopeOptions scope_options(const Settings& settings);
 
 /// Throws UsageError when `root` is not a directory.
 void require_directory(const std::filesystem::path& root);
-
-/// The file that core.excludesFile names for the repository at `root`, asked of git,
-/// or git's default location. Absent when git is set to use none.
-std::optional<std::filesystem::path> find_excludes_file(const std::filesystem::path& root);
 
 }  // namespace program
 

@@ -1,14 +1,12 @@
-#include <fts.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +15,7 @@
 #include "program/commands.h"
 #include "program/file_size.h"
 #include "program/output.h"
+#include "utils/path_filter/internal/file_system.h"
 #include "utils/path_filter/test_code.h"
 #include "utils/path_filter/tree_walk.h"
 
@@ -69,23 +68,35 @@ class Progress {
 
 /// Counts all that lies below a directory that the walk leaves out. Links are not
 /// followed; what cannot be read is not counted.
-Count count_below(const std::filesystem::path& directory, Progress& progress) {
+Count count_below(const IndexScope& scope, std::string_view directory, Progress& progress) {
+  struct Pending {
+    std::size_t prefix;  // of the path to the directory that holds it
+    std::string name;
+  };
   Count count;
-  std::string path = directory.string();
-  std::array<char*, 2> roots{path.data(), nullptr};
-  const std::unique_ptr<FTS, decltype(&fts_close)> tree(
-      ::fts_open(roots.data(), FTS_PHYSICAL, nullptr), &fts_close);
-  while (const FTSENT* entry = tree ? ::fts_read(tree.get()) : nullptr) {
-    switch (entry->fts_info) {
-      case FTS_D:
-      case FTS_DP:
-      case FTS_DNR:
-      case FTS_ERR:
-      case FTS_NS:
-        break;
-      default:
-        count.add(static_cast<std::size_t>(entry->fts_statp->st_size));
-        progress.step();
+  std::string path;
+  path_filter::internal::Listing listing;
+  std::vector<Pending> pending{{0, std::string(directory)}};
+  while (!pending.empty()) {
+    path.replace(pending.back().prefix, std::string::npos, pending.back().name);
+    pending.pop_back();
+    path_filter::internal::FileDescriptor opened;
+    if (path_filter::internal::open_directory_below(scope.root.native(), path, opened) != 0 ||
+        listing.read(opened) != 0) {
+      continue;
+    }
+    path += '/';
+    for (std::size_t index = 0; index < listing.size(); ++index) {
+      const auto entry = listing[index];
+      std::string name(entry.name);
+      if (entry.is_directory && !entry.is_link) {
+        pending.push_back({path.size(), std::move(name)});
+        continue;
+      }
+      struct stat status {};
+      if (::fstatat(opened.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+      count.add(static_cast<std::size_t>(status.st_size));
+      progress.step();
     }
   }
   return count;
@@ -141,19 +152,20 @@ int summarize(const SummaryOptions& options) {
           complain(error.path1().native(), error.code().message());
         },
         {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
-          pruned.push_back(
-              {std::string(rel_dir), kind, count_below(scope.root / rel_dir, progress)});
+          pruned.push_back({std::string(rel_dir), kind, count_below(scope, rel_dir, progress)});
         }});
     for (const std::string& path : walk) {
       progress.step();
-      const auto size = file_size(scope, path);
-      const auto bytes = static_cast<std::size_t>(size.value_or(0));
       try {
+        const auto size = file_size(scope, path);
+        const auto bytes = static_cast<std::size_t>(size.value_or(0));
         const Decision decision = walk.decide({.size = size});
         (decision ? in : out).add(bytes);
         if (decision && path_filter::is_test_path(path)) tests.add(bytes);
         (decision ? languages[*decision.language] : exclusions[*decision.kind]).add(bytes);
       } catch (const std::invalid_argument& error) {
+        complain(path, error.what());
+      } catch (const FileSizeError& error) {
         complain(path, error.what());
       }
     }
@@ -184,8 +196,9 @@ int summarize(const SummaryOptions& options) {
     print_heading(output, "largest pruned directories");
     for (std::size_t index = 0; index < std::min(pruned.size(), MOST_PRUNED); ++index) {
       const PrunedDirectory& directory = pruned[index];
-      print_row(output, directory.count,
-                printable(directory.path) + "/  (" + std::string(to_string(directory.kind)) + ")");
+      print_row(
+          output, directory.count,
+          printable(directory.path + "/") + "  (" + std::string(to_string(directory.kind)) + ")");
     }
   }
   output.flush();

@@ -1,228 +1,234 @@
 // The program as a user calls it: what it prints, and its exit status.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/temp_tree.h"
 
 namespace {
 
-struct Outcome {
-  int status;
-  std::string output;
-  std::string errors;
-
-  std::vector<std::string> sorted_lines() const {
-    std::istringstream stream(output);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    std::ranges::sort(lines);
-    return lines;
-  }
-};
-
 class Program : public testing::Test {
  protected:
   Program() {
-    tree.write("repo/.git/info/exclude", "");
-    tree.write("repo/.gitignore", "*.md\n!/keep.md\n");
-    tree.write("repo/src/app.py", "print()\n");
-    tree.write("repo/src/web.ts", "x");
-    tree.write("repo/notes.md", "x");
-    tree.write("repo/keep.md", "x");
-    tree.write("repo/data.json", "{}");
-    tree.write("repo/package-lock.json", "{}");
-    tree.write("repo/image.bin", "x");
-    tree.write("repo/node_modules/m/index.js", "x");
-    tree.write("home/.config/git/ignore", "data.json\n");
+    tree.write("repo/.gitignore", "*.md\n!/keep.md\n/gen\n*\x1B*.c\n");
+    tree.write("fake/git", "#!/bin/bash\neval \"$GIT\"\n");
+    run("mkdir -p .git/info src node_modules/m ../bin ../home/.config/git; ln "
+        "-s " PATH_FILTER_PROGRAM
+        " ../bin/pf; "
+        "printf x | tee .git/info/exclude src/web.ts {notes,keep}.md package-lock.json > "
+        "node_modules/m/index.js; "
+        "echo 'print()' > src/app.py; echo data.json > ../home/.config/git/ignore; printf {} > "
+        "data.json; chmod 755 .. ../fake/git");
   }
 
-  /// Runs the program in the repository through the shell, which takes pipes and
-  /// redirections in `arguments`.
-  Outcome run(const std::string& arguments, const std::string& before = "") const {
-    const std::string errors = (tree / "errors").string();
+  /// Runs a script of bash's in the repository, where "pf" is the program. Returns what it
+  /// prints and, when not 0, its exit status, with short forms for what is often there.
+  std::string run(const std::string& script) const {
+    const std::string root = tree.root().string();
+    tree.write("script",
+               "trap 's=$?; [ $s = 0 ] || echo exit $s' EXIT; exec 2>&1 9>&1; "
+               "S=--max-file-size-mb; set -o pipefail; cd repo\n" +
+                   script);
     const std::string command =
-        "cd '" + (tree / "repo").string() + "' && env HOME='" + (tree / "home").string() +
-        "' XDG_CONFIG_HOME= GIT_CONFIG_NOSYSTEM=1 bash -c '" + before + "\"$0\" " + arguments +
-        "' " PATH_FILTER_PROGRAM " 2>'" + errors + "'";
+        "cd " + root +
+        "; env HOME=$PWD/home XDG_CONFIG_HOME= GIT_CONFIG_NOSYSTEM=1 LC_ALL=C PATH=$PWD/bin:$PATH "
+        "FAKE=$PWD/fake:$PWD/bin:$PATH bash script | sed \"s:$PWD:TREE:g; s/\\[.*\\] \\[.*\\] "
+        "\\[warning\\]/log:/; s/path-filter: /!/; s/\tgitignore\tignored by git's ignore rules/ "
+        "IGNORED/; s/\tdirectory\tin a directory the index skips/ SKIPPED/; "
+        "s/\tunknown_language\tof no language the index reads/ UNKNOWN/; s/\tindexed\tpython$/ "
+        "PY/; s/ is over index.max_file_size_mb / OVER /; s/git does not say .* names; its default "
+        "place is read/LATE/\"";
     FILE* pipe = ::popen(command.c_str(), "r");
-    std::string output;
+    std::string text;
     std::array<char, 4096> buffer{};
     for (std::size_t count = 0; (count = ::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
-      output.append(buffer.data(), count);
+      text.append(buffer.data(), count);
     }
-    const int status = ::pclose(pipe);
-    std::ostringstream read;
-    read << std::ifstream(errors).rdbuf();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output, read.str()};
+    ::pclose(pipe);
+    return text;
+  }
+
+  using Rows = std::vector<std::pair<std::string, std::string>>;
+  void expect(const Rows& rows) const {
+    for (const auto& [script, outcome] : rows) EXPECT_EQ(run(script), outcome) << script;
   }
 
   TempTree tree;
 };
 
-using Lines = std::vector<std::string>;
-
 TEST_F(Program, List) {
-  // data.json is left out by the file at the default place of core.excludesFile.
-  const Lines in{".gitignore", "keep.md", "src/app.py", "src/web.ts"};
-  EXPECT_EQ(run("list").sorted_lines(), in);
-  EXPECT_EQ(run("list").status, 0);
-  EXPECT_EQ(run("list \"$PWD\"").sorted_lines(), in);
-  EXPECT_EQ(run("list -0 | tr \"\\\\0\" \"\\\\n\"").sorted_lines(), in);
-  EXPECT_EQ(run("list --excluded").sorted_lines(),
-            (Lines{".git/\tdirectory\tin a directory the index skips",
-                   "data.json\tgitignore\tignored by git's ignore rules",
-                   "image.bin\tunknown_language\tof no language the index reads",
-                   "node_modules/\tdirectory\tin a directory the index skips",
-                   "notes.md\tgitignore\tignored by git's ignore rules",
-                   "package-lock.json\tlockfile\ta dependency lock"}))
-      << run("list --excluded").output;
-  EXPECT_EQ(run("list --languages typescript").sorted_lines(), (Lines{".gitignore", "src/web.ts"}));
-  run("config", "git init -q . ; git config core.excludesFile /dev/null; : ");
-  EXPECT_EQ(run("list").sorted_lines()[1], "data.json");
+  tree.write("odd/[a,b]/{}.py");
+  for (const char* list : {"", "$PWD", "-0 | tr '\\0' '\\n'", "--languages ''", "--production"}) {
+    const std::string all = ".gitignore\nkeep.md\nsrc/app.py\nsrc/web.ts\n";
+    EXPECT_EQ(run(std::string("pf list ") + list + " | sort"), all) << list;
+  }
+  expect(
+      {{"pf list --excluded | sort; pf list --excluded -0 .git/info | tr '\\0' '\\t'",
+        ".git/ SKIPPED\ndata.json IGNORED\nnode_modules/ SKIPPED\nnotes.md "
+        "IGNORED\npackage-lock.json\tlockfile\ta dependency lock\nexclude UNKNOWN\t"},
+       {"pf list --languages typescript . | sort; pf list ../odd/[a,b]; pf list --languages "
+        "rust,,python --languages go src",
+        ".gitignore\nsrc/web.ts\n{}.py\napp.py\n"},
+       {"mkdir tests; touch tests/test_a.py; pf list --tests; pf list --production | grep -c .; pf "
+        "list --production tests; pf list --json tests",
+        R"(tests/test_a.py
+4
+test_a.py
+{"path":"test_a.py","indexable":true,"kind":null,"reason":"","language":"python","test":true}
+)"}});
 }
 
-TEST_F(Program, ListBySurface) {
-  tree.write("repo/tests/test_app.py");
-  EXPECT_EQ(run("list --tests").sorted_lines(), Lines{"tests/test_app.py"});
-  EXPECT_EQ(run("list --production").sorted_lines(),
-            (Lines{".gitignore", "keep.md", "src/app.py", "src/web.ts"}));
-  EXPECT_EQ(run("list --production tests").sorted_lines(), Lines{"test_app.py"});
-  EXPECT_EQ(run("list --production --tests").status, 2);
+TEST_F(Program, Check) {
+  expect(
+      {{"pf check src/app.py notes.md $PWD/x.py; pf check a.py; ln -s repo ../link; cd ../link; pf "
+        "check $(pwd -P)/x.py; pf check --stdin < /dev/null && pf check /a x.py 'C:\\a.py'",
+        "src/app.py PY\nnotes.md IGNORED\nTREE/repo/x.py PY\na.py PY\nTREE/repo/x.py PY\n!/a: '/a' "
+        "is not below the root TREE/repo/\nx.py PY\n!C:\\a.py: 'C:\\\\a.py' is not relative to the "
+        "repository root\nexit 2\n"},
+       {"printf 'x.py\\0a\\nb.py' | pf check --root src/.. --stdin -0; pf check '{}'; pf check "
+        "'[a,b.py]' '[]' a,b.py",
+        "x.py PY\n'a\\nb.py' PY\n{} UNKNOWN\n[a,b.py] UNKNOWN\n[] UNKNOWN\na,b.py PY\nexit 1\n"},
+       {"pf check -v notes.md keep.md a/build/b/c.js x.min.js src/app.py x.go $S 0.000002 "
+        "--languages go",
+        "notes.md IGNORED\t.gitignore:1:*.md\nkeep.md\tlanguage\tmarkdown is not in "
+        "index.languages\t.gitignore:2:!/keep.md\na/build/b/c.js "
+        "SKIPPED\ta/build/\nx.min.js\tminified\ta minified bundle\t*.min.js\nsrc/app.py\tsize\t0.0 "
+        "MB OVER (1.90735e-06)\t2 bytes\nx.go\tindexed\tgo\t\nexit 1\n"},
+       {"pf check --json -v notes.md /o $'\\377\\302\\233\\177.py' a/build/x a.min.js | sed "
+        "'s/,\"reason.*\"test\"/-/; s/\"//g'",
+        "{path:notes.md,indexable:false,kind:gitignore-:false,rule:{source:.gitignore,line:1,"
+        "pattern:*.md}}\n{path:/o,error:'/o' is not below the root "
+        "TREE/repo/"
+        "}\n{path:\\ufffd\\u009b\\u007f.py,path_hex:ffc29b7f2e7079,indexable:true,kind:null-:false,"
+        "rule:null}\n{path:a/build/x,indexable:false,kind:directory-:false,rule:null,directory:a/"
+        "build}\n{path:a.min.js,indexable:false,kind:minified-:false,rule:null,glob:*.min.js}"
+        "\nexit 2\n"}});
 }
 
-TEST_F(Program, CheckAnswersInOrderAndByStatus) {
-  const Outcome some = run("check src/app.py notes.md src/app.py");
-  EXPECT_EQ(some.output,
-            "src/app.py\tindexed\tpython\n"
-            "notes.md\tgitignore\tignored by git's ignore rules\n"
-            "src/app.py\tindexed\tpython\n");
-  EXPECT_EQ(some.status, 1);
-  EXPECT_EQ(run("check src/app.py").status, 0);
-  const Outcome error = run("check /etc/passwd src/app.py");
-  EXPECT_EQ(error.status, 2);
-  EXPECT_EQ(error.output, "src/app.py\tindexed\tpython\n");
-  EXPECT_NE(error.errors.find("/etc/passwd: "), std::string::npos) << error.errors;
-  EXPECT_EQ(run("check \"$PWD/src/app.py\"").status, 0);
-  EXPECT_EQ(run("check --root src/.. --stdin -0", "printf \"src/app.py\\\\0a\\\\nb.py\" | ").output,
-            "src/app.py\tindexed\tpython\n'a\\nb.py'\tindexed\tpython\n");
-  EXPECT_EQ(run("check --stdin", "printf \"\" | ").status, 0);
+TEST_F(Program, NothingThatATerminalObeysGetsThrough) {
+  tree.write(
+      "odd/a\x1B\n\x7F\xC2\x80\xC2\x9F\xD8\x9C\xE2\x80\xAE\xE2\x80\xA8\xE2\x81\xA6\xE2\x81\xA9");
+  tree.write("odd/c\xC2\xA0\xE2\x80\x8F\xFF\\'\t\r");
+  tree.write("odd/d\xC3\xA9\xE2\x80\x90\xE2\x80\xAF\xE2\x81\xA5 \\'");  // nothing to escape
+  expect({{"pf list --excluded ../odd | sort; pf check -v $'a\\e.c' $'\\e/build/x'",
+           "'a\\x1b\\n\\x7f\\xc2\\x80\\xc2\\x9f\\xd8\\x9c\\xe2\\x80\\xae\\xe2\\x80\\xa8\\xe2\\x81\\"
+           "xa6\\xe2\\x81\\xa9' UNKNOWN\n'c\xC2\xA0\\xe2\\x80\\x8f\\xff\\\\\\'\\t\\r' "
+           "UNKNOWN\nd\xC3\xA9\xE2\x80\x90\xE2\x80\xAF\xE2\x81\xA5 \\' UNKNOWN\n'a\\x1b.c' "
+           "IGNORED\t.gitignore:4:'*\\x1b*.c'\n'\\x1b/build/x' SKIPPED\t'\\x1b/build/'\nexit 1\n"},
+          {"mkdir -p $'\\e/\\e/build'; mkfifo $'\\e/.gitignore'; pf summary $'\\e' | tail -n "
+           "1\nfor a in list\\ none list\\ - list\\ --config= check\\ /; do pf $a$'\\e'; done",
+           "log: Cannot read the ignore rules in '\\x1b/.gitignore': Not a regular file\n          "
+           " 0                 0  '\\x1b/build/'  (directory)\n!the root 'none\\x1b': No such file "
+           "or directory\n!'The following argument was not expected: -\\x1b'\nTry 'path-filter "
+           "--help'.\n!cannot read the configuration '\\x1b': Is a directory\n!'/\\x1b': '/\\x1b' "
+           "is not below the root TREE/repo/\nexit 2\n"}});
 }
 
-TEST_F(Program, CheckVerbose) {
-  EXPECT_EQ(run("check -v notes.md keep.md a/node_modules/b/c.js x.min.js src/app.py "
-                "--max-file-size-mb 0.000001")
-                .output,
-            "notes.md\tgitignore\tignored by git's ignore rules\t.gitignore:1:*.md\n"
-            "keep.md\tindexed\tmarkdown\t.gitignore:2:!/keep.md\n"
-            "a/node_modules/b/c.js\tdirectory\tin a directory the index skips\ta/node_modules/\n"
-            "x.min.js\tminified\ta minified bundle\t*.min.js\n"
-            "src/app.py\tsize\t0.0 MB is over index.max_file_size_mb (9.53674e-07)\t1 bytes\n");
+TEST_F(Program, Sizes) {
+  tree.write("repo/p/big.py", std::string(2000, 'x'));
+  expect({{"n=$(printf 'd%.0s' {1..250}); cd p; for i in {1..20}; do mkdir $n; cd $n; done; cp "
+           "~/../repo/p/big.py .; touch a.py; cd ~/../repo/p\npf summary $n | sed -n 2p; pf list "
+           "$S 0.001 $n | tail -c 5; mv $n build; pf summary | tail -n 1",
+           "           2             2,000  python\na.py\n           2             2,000  build/  "
+           "(directory)\n"},
+          {"cd p; ln -s gone gone.py; ln -s loop.py loop.py; pf check $S 0.001 none.py gone.py "
+           "loop.py big.py/x.py big.py",
+           "none.py PY\ngone.py PY\nloop.py PY\nbig.py/x.py PY\nbig.py\tsize\t0.0 MB OVER "
+           "(0.000999451)\nexit 1\n"},
+          {"mkdir -p q/shut; touch q/shut/a.py; chmod 744 q/shut; cd q; [ $UID = 0 ] && "
+           "as='setpriv --reuid=65534 --clear-groups'\nfor c in list \"list $S 1\" summary \"check "
+           "$S 1 shut/a.py\"; do $as pf $c | head -n 1; echo $?; done",
+           "shut/a.py\n0\n!shut/a.py: cannot tell its size: Permission denied\n1\n!shut/a.py: "
+           "cannot tell its size: Permission denied\n       files             bytes  indexed, by "
+           "language\n1\n!shut/a.py: cannot tell its size: Permission denied\n2\n"}});
 }
 
-TEST_F(Program, CheckJson) {
-  const Outcome outcome =
-      run("check --json -v src/app.py notes.md /outside $(printf \"\\\\377.py\") \"C:\\\\x.py\"");
-  std::istringstream lines(outcome.output);
-  std::vector<nlohmann::json> objects;
-  for (std::string line; std::getline(lines, line);) objects.push_back(nlohmann::json::parse(line));
-  ASSERT_EQ(objects.size(), 5U) << outcome.errors;
-  EXPECT_EQ(objects[0], nlohmann::json::parse(R"({"path": "src/app.py", "indexable": true,
-      "kind": null, "reason": "", "language": "python", "test": false, "rule": null})"));
-  EXPECT_EQ(objects[1], nlohmann::json::parse(R"({"path": "notes.md", "indexable": false,
-      "kind": "gitignore", "reason": "ignored by git's ignore rules", "language": "markdown", "test": false,
-      "rule": {"source": ".gitignore", "line": 1, "pattern": "*.md"}})"));
-  EXPECT_EQ(objects[2]["path"], "/outside");
-  EXPECT_TRUE(objects[2].contains("error"));
-  EXPECT_EQ(objects[3]["path"], "\xEF\xBF\xBD.py");
-  EXPECT_EQ(objects[3]["path_hex"], "ff2e7079");
-  EXPECT_TRUE(objects[3]["indexable"]);
-  EXPECT_EQ(objects[4]["error"], "'C:\\\\x.py' is not relative to the repository root");
-  EXPECT_EQ(outcome.status, 2);
+TEST_F(Program, WhatGitSaysOfItsExcludesFile) {
+  tree.write("repo/mine", "mine.py\n");
+  tree.write("xdg/git/ignore", "xdg.py\n");
+  const std::string home = "TREE/home/.config/git/ignore:1:data.json\n";
+  expect({{"ask() { env PATH=$FAKE \"$@\" pf check -v data.json mine.py xdg.py | grep -o "
+           "'[^\t]*:1:.*\\|^path.*' || echo none; }\nexit1='exit 1'; set +o pipefail; ask "
+           "GIT=\"$exit1\"; ask GIT=\"$exit1\" XDG_CONFIG_HOME=../xdg; ask GIT=\"$exit1\" HOME=; "
+           "ask --unset=HOME GIT=\"$exit1\"; ask PATH=../bin; ask GIT='[[ $* == *--global* ]] && "
+           "printf mine\\\\0 || exit 128'; ask GIT='[[ $* == *--global* ]] && printf mine\\\\0 || "
+           "exit 1'; ask GIT='printf mine\\\\0; kill -9 $$'; ask GIT='[[ $* == *--global* ]] || "
+           "exit 128; sleep 4 9>&-; echo left >&9'; ask GIT='exec >&-; sleep 4 9>&-; echo left "
+           ">&9'; ask GIT='printf \"$GIT_DIR$GIT_PREFIX$GIT_CONFIG_COUNT\\\\0\"' GIT_DIR=/ "
+           "GIT_PREFIX=/ GIT_CONFIG_COUNT=mine",
+           home + "../xdg/git/ignore:1:xdg.py\nnone\nnone\n" + home + "mine:1:mine.py\n" + home +
+               home + "!LATE\n" + home + "!LATE\n" + home + "mine:1:mine.py\n"},
+          {"export PATH=$FAKE GIT='sleep 3 9>&-; echo left >&9'; pf list & sleep 0.5; kill $!; "
+           "wait $!",
+           "exit 143\n"},
+          {"git init -q; git config core.excludesFile ../repo/./mine; cd src; pf check --root .. "
+           "-v mine.py\ngit config core.excludesFile ''; pf check --root .. data.json; rm "
+           "../.git/HEAD; mkfifo ../.git/HEAD; timeout 20 pf check --root .. data.json",
+           "mine.py IGNORED\t../repo/./mine:1:mine.py\ndata.json\tindexed\tjson\n!LATE\ndata.json "
+           "IGNORED\nexit 1\n"}});
 }
 
-TEST_F(Program, ConfigurationAndItsMistakes) {
+TEST_F(Program, ConfigurationUsageAndOutput) {
   tree.write("good.toml", "[index]\nmax_file_size_mb = \"0.000003\"\nlanguages = [\"python\"]\n");
-  EXPECT_EQ(run("check --config ../good.toml src/app.py src/web.ts data.json -v").output,
-            "src/app.py\tsize\t0.0 MB is over index.max_file_size_mb (2.86102e-06)\t3 bytes\n"
-            "src/web.ts\tlanguage\ttypescript is not in index.languages\t\n"
-            "data.json\tgitignore\tignored by git's ignore rules\t" +
-                (tree / "home/.config/git/ignore").string() + ":1:data.json\n");
-  EXPECT_EQ(run("check --config ../good.toml --max-file-size-mb 1 src/app.py").status, 0);
-
-  tree.write("odd.toml", "[index]\nmax_file_size_mb = 1979-05-27\n");
-  const Outcome odd = run("check --config ../odd.toml src/app.py");
-  EXPECT_EQ(odd.status, 0);
-  EXPECT_NE(odd.errors.find("index.max_file_size_mb=1979-05-27 is not a positive number; using 10"),
-            std::string::npos)
-      << odd.errors;
-
-  struct Row {
-    const char* content;
-    const char* problem;
-  };
-  for (const Row& row : {Row{"[index\n", "bad.toml:1:"}, Row{"x = 1\n", "no section [index]"},
-                         Row{"index = 3\n", "no section [index]"},
-                         Row{"[index]\nlanguages = \"python\"\n",
-                             "bad.toml: index.languages='python' is not a list"},
-                         Row{"[index]\nlanguages = [[\"a\"]]\n", "is not a list"}}) {
-    tree.write("bad.toml", row.content);
-    const Outcome outcome = run("list --config ../bad.toml");
-    EXPECT_EQ(outcome.status, 2) << row.content;
-    EXPECT_NE(outcome.errors.find(row.problem), std::string::npos) << outcome.errors;
-  }
-  EXPECT_EQ(run("list --config ../missing.toml").status, 2);
+  tree.write("date.toml", "[index]\nmax_file_size_mb = 1979-05-27\nlanguages = \"\"\n");
+  expect({{"c='pf check --config ../good.toml'; $c src/app.py src/web.ts; $c --languages '' x.go; "
+           "$c $S 1 src/app.py; pf check --config ../date.toml src/app.py",
+           "src/app.py\tsize\t0.0 MB OVER (2.86102e-06)\nsrc/web.ts\tlanguage\ttypescript is not "
+           "in index.languages\nx.go\tindexed\tgo\nsrc/app.py PY\nlog: "
+           "index.max_file_size_mb=1979-05-27 is not a positive number; using 10\nsrc/app.py PY\n"},
+          {"for c in '[index\\n' 'index = 3' '[index]\\nlanguages = \"go\"' '[index]\\nlanguages = "
+           "[[\"a\"]]'; do printf \"$c\" > t; pf list --config t; done; pf list --config none",
+           "!t:1:7: Error while parsing table header: expected ']', saw '\\n'\n!t: has no section "
+           "[index]; write one, with max_file_size_mb or languages\n!t: index.languages='go' is "
+           "not a list of language names\n!t: index.languages=[['a']] is not a list of language "
+           "names\n!cannot read the configuration none: No such file or directory\nexit 2\n"},
+          {"for a in 'list --bogus' 'list --production --tests' check 'summary none' 'check --root "
+           "t a' --version; do pf $a || s+=$?; done; echo $s",
+           "!The following argument was not expected: --bogus\nTry 'path-filter "
+           "--help'.\n!--production excludes --tests\nTry 'path-filter --help'.\n!check: no paths; "
+           "name some, or give --stdin\n!the root none: No such file or directory\n!the root t: "
+           "Not a directory\npath-filter 0.1.0\n22222\n"},
+          {"mkdir many; touch many/source_file_with_a_long_name_{1..2500}.py; pf list many | read; "
+           "echo ${PIPESTATUS[0]}; pf list > /dev/full",
+           "0\n!cannot write the output: No space left on device\nexit 2\n"}});
 }
 
-TEST_F(Program, UsageAndRoots) {
-  for (const char* arguments : {"", "bogus", "list --bogus", "check", "list missing",
-                                "list notes.md", "check --root missing a.py", "summary missing"}) {
-    const Outcome outcome = run(arguments);
-    EXPECT_EQ(outcome.status, 2) << arguments;
-    EXPECT_EQ(outcome.output, "") << arguments;
-    EXPECT_NE(outcome.errors.find("path-filter: "), std::string::npos) << outcome.errors;
+TEST_F(Program, Summary) {
+  for (std::size_t number = 1; number <= 11; ++number) {
+    tree.write("repo/p" + std::to_string(number) + "/build/m/n/x", std::string(100 * number, 'x'));
   }
-  for (const char* arguments : {"--help", "list --help", "check --help", "--version"}) {
-    EXPECT_EQ(run(arguments).status, 0) << arguments;
-  }
+  tree.link("repo/p5/build/m/link", "../../../src");
+  tree.write("repo/gen/deep/x", std::string(1234567, 'x'));
+  tree.write("repo/tests/test_app.py", std::string(1000, 'x'));
+  expect(
+      {{"pf summary --languages python,go | head -n 12 | tr -s '\\n ' '@ '; pf summary | tail -n "
+        "10 | awk '{printf $2 $4}'; pf summary src $S 0.000002 | tail -n 2",
+        " files bytes indexed, by language@ 2 1,008 python@ 1 26 ignore-list@ 3 1,034 in all@ 1 "
+        "1,000 of it test code@ files bytes left out, by kind@ 14 6,614 directory@ 3 1,234,570 "
+        "gitignore@ 2 2 language@ 1 1 lockfile@ 20 1,241,187 in "
+        "all@1,234,567(gitignore)1,100(directory)1,000(directory)900(directory)800(directory)700("
+        "directory)600(directory)512(directory)400(directory)300(directory)           1            "
+        "     8  size\n           1                 8  in all\n"}});
 }
 
-TEST_F(Program, OutputThatCannotBeWritten) {
-  for (int number = 0; number < 5000; ++number) {
-    tree.write("repo/many/source_file_with_a_long_name_" + std::to_string(number) + ".py");
-  }
-  const Outcome closed = run("list | head -n 1; exit ${PIPESTATUS[0]}");
-  EXPECT_EQ(closed.status, 0);
-  EXPECT_EQ(closed.errors, "");
-  const Outcome full = run("list > /dev/full");
-  EXPECT_EQ(full.status, 2);
-  EXPECT_NE(full.errors.find("No space left"), std::string::npos) << full.errors;
-}
-
-TEST_F(Program, SummaryAndLanguages) {
-  const Outcome summary = run("summary");
-  EXPECT_EQ(summary.status, 0);
-  for (const char* row : {"1                 8  python\n", "4                25  in all\n",
-                          "1                 1  node_modules/  (directory)\n"}) {
-    EXPECT_NE(summary.output.find(row), std::string::npos) << row << summary.output;
-  }
-  const auto languages = nlohmann::json::parse(run("languages --json").output);
-  EXPECT_GE(languages["languages"].size(), 150U);
-  for (const char* field : {"test_dir_names", "test_file_globs", "lockfiles"}) {
-    EXPECT_FALSE(languages[field].empty()) << field;
-  }
-  EXPECT_NE(run("languages").output.find("\npython\tcode\n"), std::string::npos);
+TEST_F(Program, Languages) {
+  expect(
+      {{"pf languages | grep -A4 ^groovy; pf languages | grep -A1 '^$\\|^test_\\|^lock' | cut "
+        "-c-18; (pf languages --json | grep -A18 '\"groovy'; pf languages --json | grep -A1 '^  "
+        "\"[tl]') | tr -d '\" \\n'",
+        "groovy\tcode\n    extensions: .groovy .grt .gtpl .gvy\n    file names: Jenkinsfile\n    "
+        "file name stems: Jenkinsfile\n    test files: *Spec.groovy *Test.groovy "
+        "*Tests.groovy\n\ntest_dir_names\n    __mocks__ __te\n\ntest_file_globs\n    "
+        "*-test_data*.a\n\nlockfiles\n    "
+        "package-lock.j\nname:groovy,tier:code,extensions:[.groovy,.grt,.gtpl,.gvy],file_names:["
+        "Jenkinsfile],file_name_stems:[Jenkinsfile],test_file_globs:[*Spec.groovy,*Test.groovy,*"
+        "Tests.groovy]languages:[{--test_dir_names:[__mocks__,--test_file_globs:[*-test_data*.adb,-"
+        "-lockfiles:[package-lock.json,"}});
 }
 
 }  // namespace

@@ -377,7 +377,8 @@ std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content) {
 
 void _warn_unreadable(const internal::ReadError& error, const std::function<std::string()>& path) {
   if (error.code == ENOENT || error.code == ENOTDIR) return;
-  logger->warn("Cannot read the ignore rules in {}: {}", path(), error.message);
+  logger->warn("Cannot read the ignore rules in {}: {}", internal::printable(path()),
+               error.message);
 }
 
 std::optional<GitIgnoreSpec> _read_ignore_rules(const std::filesystem::path& path,

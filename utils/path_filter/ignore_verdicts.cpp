@@ -31,11 +31,15 @@ const std::vector<IgnoreVerdicts::IgnoreFile>& IgnoreVerdicts::_repository_exclu
   const std::filesystem::path own = _root / ".git" / "info" / "exclude";
   ExcludeFiles excludes;
   excludes.sources.reserve(2);  // they are viewed, and must not move
-  for (const std::filesystem::path& path : _exclude_files()) {
+  const auto files = _exclude_files();
+  for (const std::filesystem::path& path : files) {
     if (auto rules = _read_ignore_rules(path)) {
-      // git names the repository's own file relative to the work tree.
-      const std::string& source = excludes.sources.emplace_back(
-          path == own ? ".git/info/exclude" : path.lexically_normal().string());
+      // git names the repository's own file relative to the work tree, and the configured
+      // one as it is configured.
+      const std::string& source =
+          excludes.sources.emplace_back(path == own               ? ".git/info/exclude"
+                                        : &path == &files.front() ? path.lexically_normal().string()
+                                                                  : path.string());
       excludes.files.push_back({std::move(*rules), nullptr, nullptr, source});
     }
   }
@@ -91,8 +95,8 @@ const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view re
 }
 
 internal::FileContent IgnoreVerdicts::read_below_root(std::string_view rel_dir) const {
-  const auto read = _links == Links::follow ? internal::read_file_below
-                                            : internal::read_file_below_without_links;
+  const auto read =
+      _links == Links::follow ? internal::read_file_below : internal::read_file_below_without_links;
   return read(_root.native(), rel_dir, std::string(IGNORE_FILE_NAME), MAX_IGNORE_FILE_BYTES);
 }
 

@@ -86,7 +86,8 @@ std::string literal(const ConfigValue& value) {
 
 LanguageSet language_names(const ConfigValue& languages) {
   LanguageSet names;
-  if (std::holds_alternative<std::monostate>(languages.value)) return names;
+  const auto* whole = std::get_if<std::string>(&languages.value);
+  if (languages.value.index() == 0 || (whole != nullptr && whole->empty())) return names;
   const auto* list = std::get_if<ConfigValue::List>(&languages.value);
   if (list == nullptr) fail_not_a_list(languages);
   for (const ConfigValue& entry : *list) {

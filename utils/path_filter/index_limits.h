@@ -63,8 +63,8 @@ struct IndexLimits {
   /// bytes is replaced by the default, with one warning in the log; one beyond the
   /// range of max_file_bytes is that range's end.
   ///
-  /// The languages are a list of names, taken as they are; none and an empty list
-  /// restrict nothing, and "typescript" brings "tsx". Throws std::invalid_argument
+  /// The languages are a list of names, taken as they are; none, an empty list and an empty
+  /// text restrict nothing, and "typescript" brings "tsx". Throws std::invalid_argument
   /// when `index` lacks a field or its languages are not a list of names.
   static IndexLimits from_config(const IndexConfig& index);
 

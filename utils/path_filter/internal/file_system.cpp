@@ -169,6 +169,21 @@ FileContent read_file_below(const std::string& root, std::string_view below,
   return read_file_in(directory, name, limit);
 }
 
+std::variant<std::int64_t, ReadError> file_size(std::string_view path) {
+  if (path.find('\0') != std::string_view::npos) return error_of(ENOENT);
+  struct stat status {};
+  if (const JoinedPath whole(path, {}, {}); whole.fits()) {
+    if (::stat(whole.c_str(), &status) != 0) return error_of(errno);
+    return std::int64_t{status.st_size};
+  }
+  FileDescriptor file;
+  if (const int code = open_in_pieces(AT_FDCWD, path, O_PATH, LONGEST_PIECE, file, open_retrying)) {
+    return error_of(code);
+  }
+  if (::fstat(file.number(), &status) != 0) return error_of(errno);
+  return std::int64_t{status.st_size};
+}
+
 int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened,
                          RootLinks root_links) {
   constexpr int LISTING = O_RDONLY | O_DIRECTORY;

@@ -7,6 +7,7 @@
 #define UTILS_PATH_FILTER_INTERNAL_FILE_SYSTEM_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -65,6 +66,9 @@ FileContent read_file_below(const std::string& root, std::string_view below,
 /// it is, no directory (ENOTDIR).
 FileContent read_file_below_without_links(const std::string& root, std::string_view below,
                                           const std::string& name, std::size_t limit);
+
+/// The size in bytes of the file at `path`, links followed.
+std::variant<std::int64_t, ReadError> file_size(std::string_view path);
 
 /// Whether the way to a root may lead through symbolic links.
 enum class RootLinks { follow, refuse };

@@ -110,6 +110,14 @@ bool continues_word(std::string_view text) {
   return casing == Casing::cased;
 }
 
+/// Whether a terminal shows the character and does nothing else.
+bool shows_as_itself(char32_t code) {
+  const auto within = [&](char32_t first, char32_t last) { return first <= code && code <= last; };
+  if (code < 0x20 || within(0x7F, 0x9F) || code >= 0x110000U) return false;
+  return code != 0x061C && !within(0x200E, 0x200F) && !within(0x2028, 0x202E) &&
+         !within(0x2066, 0x2069);
+}
+
 /// Whether a character of a pattern can be more than itself, or belong to what is.
 bool is_special(char character) {
   return character == '*' || character == '?' || character == '[' || character == ']';
@@ -221,30 +229,57 @@ std::string replace_invalid_utf8(std::string_view text) {
   return out;
 }
 
+bool is_printable(std::string_view text) {
+  unsigned bytes = 0;  // no branch in the loop: it is done sixteen bytes at a time
+  unsigned controls = 0;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    bytes |= byte;
+    controls |= static_cast<unsigned>(byte < 0x20) | static_cast<unsigned>(byte == 0x7F);
+  }
+  if (controls != 0) return false;
+  if (bytes < 0x80) return true;
+  for (std::size_t at = 0; at < text.size();) {
+    const Unit unit = unit_at(text, at);
+    if (!shows_as_itself(unit.code)) return false;
+    at += unit.size;
+  }
+  return true;
+}
+
 std::string quoted(std::string_view text) {
   constexpr std::string_view HEX = "0123456789abcdef";
   std::string out = "'";
-  for (const char byte : text) {
-    const auto value = static_cast<unsigned char>(byte);
-    if (byte == '\\' || byte == '\'') {
+  for (std::size_t at = 0; at < text.size();) {
+    const Unit unit = unit_at(text, at);
+    const std::string_view bytes = text.substr(at, unit.size);
+    at += unit.size;
+    if (unit.code == '\\' || unit.code == '\'') {
       out += '\\';
-      out += byte;
-    } else if (byte == '\n') {
+      out += bytes;
+    } else if (shows_as_itself(unit.code)) {
+      out += bytes;
+    } else if (unit.code == '\n') {
       out += "\\n";
-    } else if (byte == '\r') {
+    } else if (unit.code == '\r') {
       out += "\\r";
-    } else if (byte == '\t') {
+    } else if (unit.code == '\t') {
       out += "\\t";
-    } else if (value < 0x20 || value == 0x7F) {
-      out += "\\x";
-      out += HEX[value >> 4];
-      out += HEX[value & 15];
     } else {
-      out += byte;
+      for (const char character : bytes) {
+        const auto byte = static_cast<unsigned char>(character);
+        out += "\\x";
+        out += HEX[byte >> 4];
+        out += HEX[byte & 15];
+      }
     }
   }
   out += '\'';
   return out;
+}
+
+std::string printable(std::string_view text) {
+  return is_printable(text) ? std::string(text) : quoted(text);
 }
 
 bool shell_glob_matches(std::string_view pattern, std::string_view text) {

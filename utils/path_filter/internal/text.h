@@ -41,9 +41,18 @@ std::optional<std::size_t> find_invalid_utf8(std::string_view text);
 /// that chapter 3.9 of the Unicode standard recommends).
 std::string replace_invalid_utf8(std::string_view text);
 
-/// `text` as a literal in single quotes: backslashes doubled, quotes and control
-/// characters escaped.
+/// Whether `text` can be shown on one line of a terminal: it is valid UTF-8, and holds no
+/// control character (C0, DEL, C1), no line or paragraph separator (U+2028, U+2029) and no
+/// mark that turns the direction of what follows (U+061C, U+200E, U+200F, U+202A to U+202E,
+/// U+2066 to U+2069).
+bool is_printable(std::string_view text);
+
+/// `text` as a literal in single quotes: quotes and backslashes after a backslash, and what
+/// is not printable as \n, \r, \t or byte by byte as \xNN.
 std::string quoted(std::string_view text);
+
+/// `text` for a message: as it is, or quoted when it is not printable.
+std::string printable(std::string_view text);
 
 /// Shell-style matching of the whole `text`, case-sensitive: "*" matches any run of
 /// characters ("/" included), "?" one character, "[abc]", "[a-z]" and "[!abc]" one
