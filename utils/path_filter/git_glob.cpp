@@ -1,268 +1,239 @@
 #include "utils/path_filter/git_glob.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <optional>
 
 namespace path_filter::internal {
 namespace {
 
-using Kind = GlobToken::Kind;
+using namespace std::string_view_literals;
 
-std::size_t byte_of(char character) { return static_cast<unsigned char>(character); }
+constexpr std::size_t NONE = std::string_view::npos;
 
+/// A named class, as the first and last bytes of its ranges.
 struct NamedClass {
   std::string_view name;
-  bool (*holds)(unsigned byte);
+  std::string_view ranges;
 };
-
-bool is_upper(unsigned byte) { return byte >= 'A' && byte <= 'Z'; }
-bool is_lower(unsigned byte) { return byte >= 'a' && byte <= 'z'; }
-bool is_digit(unsigned byte) { return byte >= '0' && byte <= '9'; }
-bool is_alnum(unsigned byte) { return is_upper(byte) || is_lower(byte) || is_digit(byte); }
-bool is_graph(unsigned byte) { return byte > 0x20 && byte < 0x7F; }
 
 // ASCII only, in every locale, as in git.
 constexpr NamedClass NAMED_CLASSES[] = {
-    {"alnum", is_alnum},
-    {"alpha", [](unsigned byte) { return is_upper(byte) || is_lower(byte); }},
-    {"blank", [](unsigned byte) { return byte == ' ' || byte == '\t'; }},
-    {"cntrl", [](unsigned byte) { return byte < 0x20 || byte == 0x7F; }},
-    {"digit", is_digit},
-    {"graph", is_graph},
-    {"lower", is_lower},
-    {"print", [](unsigned byte) { return is_graph(byte) || byte == ' '; }},
-    {"punct", [](unsigned byte) { return is_graph(byte) && !is_alnum(byte); }},
-    // Without the vertical tab and the form feed, which git counts as no space.
-    {"space",
-     [](unsigned byte) { return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'; }},
-    {"upper", is_upper},
-    {"xdigit",
-     [](unsigned byte) {
-       return is_digit(byte) || (byte >= 'A' && byte <= 'F') || (byte >= 'a' && byte <= 'f');
-     }},
+    {"alnum", "09AZaz"},
+    {"alpha", "AZaz"},
+    {"blank", "\t\t  "},
+    {"cntrl", "\0\x1F\x7F\x7F"sv},
+    {"digit", "09"},
+    {"graph", "!~"},
+    {"lower", "az"},
+    {"print", " ~"},
+    {"punct", "!/:@[`{~"},
+    {"space", "\t\n\r\r  "},  // git counts neither vertical tab nor form feed
+    {"upper", "AZ"},
+    {"xdigit", "09AFaf"},
 };
 
-const NamedClass* find_class(std::string_view name) {
-  const auto* found = std::ranges::find(NAMED_CLASSES, name, &NamedClass::name);
-  return found == std::end(NAMED_CLASSES) ? nullptr : found;
-}
+struct Bracket {
+  std::size_t end;  // behind its "]"
+  bool negated;
+};
 
-/// Parses the bracket expression whose "[" is at `at`, and moves `at` behind its
-/// "]". False when it is broken. A "]" in the first place is a member; so is a "-" in
-/// the first or last place or behind a range or a class.
-bool parse_set(std::string_view pattern, std::size_t& at, ByteSet& set) {
-  std::size_t p = at + 1;
+/// Reads the bracket expression whose "[" is at `p`, and calls `add` with the first and the
+/// last byte of each range in it. Absent when it is broken. A "]" in the first place is a
+/// member; so is a "-" in the first or last place or behind a range or a class.
+template <typename Add>
+std::optional<Bracket> read_bracket(std::string_view pattern, std::size_t p, Add add) {
   const auto peek = [&](std::size_t offset) {
     return p + offset < pattern.size() ? pattern[p + offset] : '\0';
   };
+  const auto byte = [](char character) { return static_cast<unsigned char>(character); };
+  ++p;
   const bool negated = peek(0) == '!' || peek(0) == '^';
   if (negated) ++p;
-  constexpr std::size_t NONE = 256;
-  std::size_t previous = NONE;  // where a range may begin
-  std::size_t close = 0;        // the first "]" behind the last "[:"
-  bool first = true;
-  for (;; first = false) {
-    if (p >= pattern.size()) return false;
-    const char character = pattern[p];
-    if (character == ']' && !first) break;
-    if (character == '-' && previous != NONE && peek(1) != '\0' && peek(1) != ']') {
-      ++p;
-      if (pattern[p] == '\\' && ++p >= pattern.size()) return false;
-      for (std::size_t byte = previous; byte <= byte_of(pattern[p]); ++byte) set.set(byte);
-      previous = NONE;
-      ++p;
-      continue;
-    }
-    if (character == '[' && peek(1) == ':') {
+  char low = '\0';        // where a range may begin; no pattern holds a NUL
+  std::size_t close = 0;  // the first "]" behind the last "[:"
+  for (const std::size_t first = p; p == first || peek(0) != ']';) {
+    if (p >= pattern.size()) return std::nullopt;
+    if (peek(0) == '[' && peek(1) == ':') {
       const std::size_t name = p + 2;
       if (close < name) close = pattern.find(']', name);  // searched once, not for each "[:"
-      if (close == std::string_view::npos) return false;
+      if (close == NONE) return std::nullopt;
       if (close > name && pattern[close - 1] == ':') {
-        const NamedClass* named = find_class(pattern.substr(name, close - 1 - name));
-        if (named == nullptr) return false;
-        for (unsigned byte = 0; byte < 256; ++byte) {
-          if (named->holds(byte)) set.set(byte);
+        const auto* named = std::ranges::find(NAMED_CLASSES, pattern.substr(name, close - 1 - name),
+                                              &NamedClass::name);
+        if (named == std::end(NAMED_CLASSES)) return std::nullopt;
+        for (std::size_t at = 0; at < named->ranges.size(); at += 2) {
+          add(byte(named->ranges[at]), byte(named->ranges[at + 1]));
         }
-        previous = NONE;
+        low = '\0';
         p = close + 1;
         continue;
       }
       // No ":]" there: the "[" is an ordinary member.
     }
-    if (character == '\\' && ++p >= pattern.size()) return false;
-    set.set(byte_of(pattern[p]));
-    previous = byte_of(pattern[p]);
-    ++p;
+    const bool range = low != '\0' && peek(0) == '-' && peek(1) != '\0' && peek(1) != ']';
+    if (range) ++p;
+    if (peek(0) == '\\') ++p;
+    if (p >= pattern.size()) return std::nullopt;
+    const char high = pattern[p++];
+    add(byte(range ? low : high), byte(high));
+    low = range ? '\0' : high;
   }
-  if (negated) set.flip();
-  set.reset(byte_of('/'));
-  at = p + 1;
-  return true;
+  return Bracket{p + 1, negated};
 }
 
-}  // namespace
-
-bool parse_glob(std::string_view pattern, GlobKind kind, GlobTokens& parsed) {
-  parsed.tokens.clear();
-  parsed.sets.clear();
-  auto& tokens = parsed.tokens;
-  for (std::size_t at = 0; at < pattern.size();) {
-    switch (pattern[at]) {
-      case '\\':
-        if (at + 1 == pattern.size()) return false;
-        tokens.push_back({Kind::byte, static_cast<std::uint8_t>(pattern[at + 1])});
-        at += 2;
-        break;
-      case '?':
-        tokens.push_back({Kind::any});
-        ++at;
-        break;
-      case '[': {
-        ByteSet set;
-        if (!parse_set(pattern, at, set)) return false;
-        tokens.push_back({Kind::set, 0, static_cast<std::uint32_t>(parsed.sets.size())});
-        parsed.sets.push_back(set);
-        break;
-      }
-      case '*': {
-        const bool starts_component = at == 0 || pattern[at - 1] == '/';
-        const std::size_t end = std::min(pattern.find_first_not_of('*', at), pattern.size());
-        const std::string_view after = pattern.substr(end);
-        // "**" means more than "*" only as a whole component.
-        const bool whole = kind == GlobKind::path && end - at >= 2 && starts_component;
-        at = end;
-        if (whole && after.empty()) {
-          tokens.push_back({Kind::rest});
-        } else if (whole && after.starts_with('/')) {
-          tokens.push_back({Kind::globstar});
-          ++at;
-        } else if (whole && after.starts_with("\\/")) {
-          // git takes an escaped "/" for the end of the component, but does not let
-          // the "**" match nothing before it: one directory at least.
-          tokens.push_back({Kind::star});
-          tokens.push_back({Kind::globstar});
-          at += 2;
-        } else {
-          tokens.push_back({Kind::star});
-        }
-        break;
-      }
-      default:
-        tokens.push_back({Kind::byte, static_cast<std::uint8_t>(pattern[at])});
-        ++at;
-    }
-  }
-  return true;
+/// Behind the component of a pattern that ends at `p`, or NONE when none ends there: past
+/// the pattern's end behind its last.
+std::size_t behind_component(std::string_view pattern, std::size_t p) {
+  if (p == pattern.size() || pattern[p] == '/') return p + 1;
+  return pattern.substr(p).starts_with("\\/") ? p + 2 : NONE;
 }
 
-GlobStore::Number GlobStore::add(const GlobTokens& parsed, GlobKind kind) {
-  const auto first_set = static_cast<std::uint32_t>(_sets.size());
-  const auto first_component = static_cast<std::uint32_t>(_components.size());
-  auto begin = static_cast<std::uint32_t>(_tokens.size());
-  _sets.insert(_sets.end(), parsed.sets.begin(), parsed.sets.end());
-
-  const auto position = [&] { return static_cast<std::uint32_t>(_tokens.size()); };
-  const auto end_component = [&] {
-    _components.push_back({Component::Kind::tokens, begin, position()});
-    begin = position();
-  };
-  bool open = true;  // whether a component is to be ended at the end
-  for (GlobToken token : parsed.tokens) {
-    token.set += first_set;
-    if (token.kind == Kind::globstar || token.kind == Kind::rest) {
-      if (begin != position()) end_component();
-      const bool rest = token.kind == Kind::rest;
-      _components.push_back(
-          {rest ? Component::Kind::rest : Component::Kind::globstar, begin, begin});
-      open = !rest;
-    } else if (kind == GlobKind::path && token.kind == Kind::byte && token.byte == '/') {
-      end_component();
-    } else {
-      _tokens.push_back(token);
-    }
-  }
-  if (open) end_component();
-
-  _globs.push_back({kind, first_component, static_cast<std::uint32_t>(_components.size())});
-  return static_cast<Number>(_globs.size() - 1);
-}
-
-bool GlobStore::matches(Number number, std::string_view text) const {
-  const Glob& glob = _globs[number];
-  return glob.kind == GlobKind::name ? component_matches(_components[glob.begin], text)
-                                     : path_matches(glob, text);
+std::size_t behind_stars(std::string_view pattern, std::size_t p) {
+  return std::min(pattern.find_first_not_of('*', p), pattern.size());
 }
 
 // Both loops below take back only the last star they met (the last "**"): it can take
-// over whatever an earlier one would have had to match. Between two stars each token
+// over whatever an earlier one would have had to match. Between two stars each step
 // meets each byte of the text at most once, which is where the bound comes from.
 
-bool GlobStore::component_matches(const Component& component, std::string_view text) const {
-  std::uint32_t p = component.begin;
+/// The first place from `t` on where the text can match the pattern from `p` on, or NONE.
+std::size_t find_start(std::string_view pattern, std::size_t p, std::string_view text,
+                       std::size_t t) {
+  const bool is_byte = pattern[p] != '?' && pattern[p] != '[' && pattern[p] != '\\';
+  return is_byte ? text.find(pattern[p], t) : t;
+}
+
+/// Where the pattern goes on behind its component that begins at `p` when that matches
+/// `text`, or NONE.
+std::size_t match_component(std::string_view pattern, std::size_t p, std::string_view text) {
   std::size_t t = 0;
-  std::optional<std::uint32_t> after_star;
-  std::size_t star_text = 0;  // where the text behind the last star's run begins
-  for (;;) {
-    if (p < component.end && _tokens[p].kind == Kind::star) {
-      after_star = ++p;
-      star_text = t;
-      if (p == component.end) return true;
-      continue;
-    }
-    if (t == text.size()) return p == component.end;
+  std::size_t after_star = NONE;
+  for (std::size_t star_text = 0;;) {  // where the text behind the last star's run begins
     bool matches = false;
-    if (p < component.end) {
-      const GlobToken& token = _tokens[p];
-      matches = token.kind == Kind::any ||
-                (token.kind == Kind::byte ? token.byte == byte_of(text[t])
-                                          : _sets[token.set].test(byte_of(text[t])));
+    std::size_t next = p + 1;
+    switch (p < pattern.size() ? pattern[p] : '/') {
+      case '*': {
+        after_star = p = behind_stars(pattern, p);
+        const std::size_t behind = behind_component(pattern, p);
+        if (behind != NONE) return behind;
+        star_text = t = find_start(pattern, p, text, t);
+        if (t == NONE) return NONE;
+        continue;
+      }
+      case '?':
+        matches = t < text.size();
+        break;
+      case '[': {
+        if (t == text.size()) break;
+        bool holds = false;
+        const auto byte = static_cast<unsigned char>(text[t]);
+        const auto bracket = read_bracket(pattern, p, [&](unsigned char first, unsigned char last) {
+          holds |= first <= byte && byte <= last;
+        });
+        if (!bracket) return NONE;
+        matches = holds != bracket->negated;
+        next = bracket->end;
+        break;
+      }
+      case '/':
+        if (t == text.size()) return next;
+        break;
+      case '\\':
+        if (next == pattern.size()) return NONE;
+        if (pattern[next] == '/' && t == text.size()) return next + 1;
+        matches = t < text.size() && pattern[next] == text[t];
+        ++next;
+        break;
+      default:
+        matches = t < text.size() && pattern[p] == text[t];
     }
     if (matches) {
-      ++p;
+      p = next;
       ++t;
-    } else if (after_star) {
-      p = *after_star;
-      t = ++star_text;
+    } else if (after_star != NONE && t < text.size()) {
+      p = after_star;
+      star_text = t = find_start(pattern, p, text, star_text + 1);
+      if (t == NONE) return NONE;
     } else {
-      return false;
+      return NONE;
     }
   }
 }
 
-bool GlobStore::path_matches(const Glob& glob, std::string_view path) const {
+bool path_matches(std::string_view pattern, std::string_view path) {
   // Where the component behind the one at `from` begins; past the end after the last.
   const auto next = [&](std::size_t from) {
     return std::min(path.find('/', from), path.size()) + 1;
   };
-  std::uint32_t p = glob.begin;
+  std::size_t p = 0;
   std::size_t at = 0;
-  std::optional<std::uint32_t> after_globstar;
-  std::size_t globstar_at = 0;
-  for (;;) {
-    const bool at_end = at > path.size();
-    if (p < glob.end && _components[p].kind == Component::Kind::globstar) {
-      after_globstar = ++p;
-      globstar_at = at;
-      continue;
+  std::size_t after_globstar = NONE;
+  for (std::size_t globstar_at = 0;;) {
+    // "**" means more than "*" only as a whole component.
+    if (pattern.substr(std::min(p, pattern.size())).starts_with("**")) {
+      const std::size_t stars_end = behind_stars(pattern, p);
+      if (stars_end == pattern.size()) return at <= path.size();  // all that is below
+      const std::size_t behind = behind_component(pattern, stars_end);
+      if (behind != NONE) {
+        // git takes an escaped "/" for the end of the component, but does not let the
+        // "**" match nothing before it: one directory at least.
+        if (pattern[stars_end] == '\\') at = next(at);
+        after_globstar = p = behind;
+        globstar_at = at;
+        continue;
+      }
     }
-    if (at_end) return p == glob.end;
-    bool matches = false;
-    std::size_t following = 0;
-    if (p < glob.end) {
-      if (_components[p].kind == Component::Kind::rest) return true;
-      following = next(at);
-      matches = component_matches(_components[p], path.substr(at, following - 1 - at));
-    }
-    if (matches) {
-      ++p;
+    if (at > path.size()) return p > pattern.size();
+    const std::size_t following = next(at);
+    const std::size_t behind =
+        p > pattern.size() ? NONE
+                           : match_component(pattern, p, path.substr(at, following - 1 - at));
+    if (behind != NONE) {
+      p = behind;
       at = following;
-    } else if (after_globstar) {
-      p = *after_globstar;
+    } else if (after_globstar != NONE) {
+      p = after_globstar;
       at = globstar_at = next(globstar_at);
     } else {
       return false;
     }
+  }
+}
+
+}  // namespace
+
+bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text) {
+  return kind == GlobKind::name ? match_component(pattern, 0, text) != NONE
+                                : path_matches(pattern, text);
+}
+
+GlobStep read_glob_step(std::string_view pattern, GlobKind kind, std::size_t at, ByteSet& set) {
+  using Kind = GlobStep::Kind;
+  switch (pattern[at]) {
+    case '\\':
+      if (at + 1 == pattern.size()) return {Kind::broken, {}, at};
+      return {Kind::byte, pattern[at + 1], at + 2};
+    case '?':
+      return {Kind::wildcard, {}, at + 1};
+    case '*': {
+      const std::size_t end = behind_stars(pattern, at);
+      const bool starts_component = at == 0 || pattern[at - 1] == '/';
+      const bool whole = kind == GlobKind::path && end - at >= 2 && starts_component &&
+                         end < pattern.size() && behind_component(pattern, end) != NONE;
+      return {Kind::wildcard, {}, whole ? behind_component(pattern, end) : end};
+    }
+    case '[': {
+      set.reset();
+      const auto bracket = read_bracket(pattern, at, [&](std::size_t first, std::size_t last) {
+        for (std::size_t byte = first; byte <= last; ++byte) set.set(byte);
+      });
+      if (!bracket) return {Kind::broken, {}, at};
+      if (bracket->negated) set.flip();
+      set.reset('/');
+      return {Kind::set, {}, bracket->end};
+    }
+    default:
+      return {Kind::byte, pattern[at], at + 1};
   }
 }
 

@@ -22,16 +22,19 @@ constexpr std::string_view GITDIR_POINTER = "gitdir:";
 }  // namespace internal
 
 using internal::GlobKind;
-using internal::GlobToken;
-using internal::GlobTokens;
+using internal::GlobStep;
 using internal::LiteralIndex;
 using Place = LiteralIndex::Place;
 
 namespace {
 
+/// Up to so many rules are tried one by one faster than they are found in an index.
+constexpr std::size_t FEW_RULES = 16;
+
 /// `line` up to the blanks at its end; a blank behind a backslash stays. Only blanks
 /// count, not tabs.
 std::string_view without_trailing_blanks(std::string_view line) {
+  if (!line.ends_with(' ')) return line;
   std::size_t kept = 0;
   for (std::size_t at = 0; at < line.size(); ++at) {
     if (line[at] == ' ') continue;
@@ -41,201 +44,235 @@ std::string_view without_trailing_blanks(std::string_view line) {
   return line.substr(0, kept);
 }
 
-bool is_literal(std::string_view pattern) {
-  return pattern.find_first_of("*?[\\") == std::string_view::npos;
+/// The pattern of a line, or nothing.
+std::string_view pattern_in(std::string_view line) {
+  if (line.starts_with('#')) return {};
+  return without_trailing_blanks(line.substr(0, line.find('\0')));  // as in git
 }
 
-}  // namespace
-
-/// Takes the lines one by one and files each rule where it is found fastest.
-class GitIgnoreSpec::Builder {
+/// Finds the literals that a rule is filed under. Asked about the same rules twice it gives
+/// the same literals.
+class Literals {
  public:
-  explicit Builder(GitIgnoreSpec& spec) : _spec(spec) {}
+  /// For rules of so much text.
+  explicit Literals(std::size_t text_size) : _spelled_left(text_size / 8) {}
 
-  void add_line(std::string_view line, std::size_t number) {
-    // git ends a line at a NUL.
-    line = line.substr(0, line.find('\0'));
-    if (line.starts_with('#')) return;
-    line = without_trailing_blanks(line);
-    if (line.empty()) return;
+  /// Calls `file` with each literal, one of which stands in whatever the pattern matches,
+  /// and its place. Calls `other` when there is none, and neither for what matches nothing.
+  template <typename File, typename Other>
+  void find(std::string_view pattern, GlobKind kind, File file, Other other) {
+    const bool name = kind == GlobKind::name;
+    _pattern = pattern;
+    _kind = kind;
+    if (!measure(true)) return;
+    if ((_variants > MOST_VARIANTS || _variants > _spelled_left) && !measure(false)) return;
+    if (_variants == 0) return;  // a set of nothing
 
-    Rule rule{};
-    rule.text_begin = static_cast<std::uint32_t>(_spec._text.size());
-    rule.text_size = static_cast<std::uint32_t>(line.size());
-    rule.line = static_cast<std::uint32_t>(number);
-    _spec._text += line;
-
-    std::string_view pattern = line;
-    if (pattern.starts_with('!')) {
-      rule.negated = true;
-      pattern.remove_prefix(1);
+    constexpr std::size_t LONGEST = LiteralIndex::LONGEST_PART;
+    if (_whole && _tail_steps <= LONGEST) {
+      spell(0, _tail_steps, name ? Place::name : Place::path, file);
+    } else if (_head_steps > _tail_steps) {
+      spell(0, std::min(_head_steps, LONGEST), name ? Place::name_head : Place::path_head, file);
+    } else if (_tail_steps > 0) {
+      std::size_t begin = _tail_begin;
+      for (; _tail_steps > LONGEST; --_tail_steps) begin = step(begin).end;
+      spell(begin, _tail_steps, name ? Place::name_tail : Place::path_tail, file);
+    } else {
+      other();
     }
-    if (pattern.ends_with('/')) {
-      rule.directories_only = true;
-      pattern.remove_suffix(1);
-    }
-    rule.kind = pattern.find('/') == std::string_view::npos ? GlobKind::name : GlobKind::path;
-    if (rule.kind == GlobKind::path && pattern.starts_with('/')) pattern.remove_prefix(1);
-
-    _spec._rules.push_back(rule);
-    file(_spec._rules.back(), pattern);
   }
 
  private:
-  RuleNumber number() const { return static_cast<RuleNumber>(_spec._rules.size()); }
+  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, _kind, at, _set); }
 
-  void file(Rule& rule, std::string_view pattern) {
-    if (pattern.empty()) return;  // matches nothing
-    if (is_literal(pattern)) {
-      file_decided(rule, rule.kind == GlobKind::name ? Place::name : Place::path, pattern);
-      return;
+  /// Finds the literals at the pattern's ends; with `sets`, bracket expressions are parts
+  /// of them. False when the pattern is broken.
+  bool measure(bool sets) {
+    _variants = 1;
+    _whole = true;
+    _head_steps = _tail_steps = _tail_begin = 0;
+    for (std::size_t at = 0; at < _pattern.size();) {
+      const GlobStep read = step(at);
+      if (read.kind == GlobStep::Kind::broken) return false;
+      at = read.end;
+      if (sets && read.kind == GlobStep::Kind::set) {
+        _variants = std::min(_variants * _set.count(), MOST_VARIANTS + 1);
+      } else if (read.kind != GlobStep::Kind::byte) {
+        if (_whole) _head_steps = _tail_steps;
+        _whole = false;
+        _tail_steps = 0;
+        _tail_begin = at;
+        continue;
+      }
+      ++_tail_steps;
     }
-    if (!internal::parse_glob(pattern, rule.kind, _parsed)) return;  // broken: matches nothing
-    make_name_pattern_of_globstar(rule);
-    _has_glob = false;
-    for_each_variant([&](const std::vector<GlobToken>& tokens) { file_variant(rule, tokens); });
+    return true;
   }
 
-  /// "**/name" asks for the name alone.
-  void make_name_pattern_of_globstar(Rule& rule) {
-    auto& tokens = _parsed.tokens;
-    if (tokens.size() < 2 || tokens.front().kind != GlobToken::Kind::globstar) return;
-    const bool one_component =
-        std::none_of(tokens.begin() + 1, tokens.end(), [](const GlobToken& token) {
-          return token.kind == GlobToken::Kind::globstar || token.kind == GlobToken::Kind::rest ||
-                 (token.kind == GlobToken::Kind::byte && token.byte == '/');
-        });
-    if (!one_component) return;
-    tokens.erase(tokens.begin());
-    rule.kind = GlobKind::name;
-  }
-
-  /// Calls `file` with the pattern's tokens; when its bracket expressions stand for
-  /// few texts ("[Dd]ebug", "*.py[cod]"), with each of them spelled out.
+  /// Files the literal of so many steps; when there are bracket expressions among them
+  /// ("[Dd]ebug", "*.py[cod]"), each of the texts that they stand for.
   template <typename File>
-  void for_each_variant(File file) {
+  void spell(std::size_t begin, std::size_t steps, Place place, File file) {
+    _literal.clear();
+    _sets.clear();
     std::size_t variants = 1;
-    for (const auto& set : _parsed.sets) {
-      variants *= set.count();
-      if (variants == 0) return;  // an empty set: matches nothing
-      if (variants > MOST_VARIANTS) break;
+    for (; steps > 0; --steps) {
+      const GlobStep read = step(begin);
+      begin = read.end;
+      if (read.kind == GlobStep::Kind::set) {
+        _sets.emplace_back(_literal.size(), _set);
+        variants *= _set.count();
+      }
+      _literal += read.byte;
     }
-    const std::size_t spelled_out = variants * _parsed.tokens.size();
-    if (_parsed.sets.empty() || variants > MOST_VARIANTS || spelled_out > _bytes_left) {
-      file(_parsed.tokens);
-      return;
-    }
-    _bytes_left -= spelled_out;
-    std::vector<GlobToken> tokens = _parsed.tokens;
+    if (!_sets.empty()) _spelled_left -= variants;
     for (std::size_t variant = 0; variant < variants; ++variant) {
       std::size_t digits = variant;
-      for (std::size_t at = 0; at < tokens.size(); ++at) {
-        const GlobToken& token = _parsed.tokens[at];
-        if (token.kind != GlobToken::Kind::set) continue;
-        const auto& set = _parsed.sets[token.set];
-        std::size_t skip = digits % set.count();
-        digits /= set.count();
+      for (const auto& [at, set] : _sets) {
         std::size_t member = set._Find_first();
-        for (; skip > 0; --skip) member = set._Find_next(member);
-        tokens[at] = {GlobToken::Kind::byte, static_cast<std::uint8_t>(member)};
+        for (std::size_t skip = digits % set.count(); skip > 0; --skip) {
+          member = set._Find_next(member);
+        }
+        digits /= set.count();
+        _literal[at] = static_cast<char>(member);
       }
-      file(tokens);
+      file(place, _literal);
     }
-  }
-
-  void file_variant(Rule& rule, const std::vector<GlobToken>& tokens) {
-    const auto is_byte = [](const GlobToken& token) { return token.kind == GlobToken::Kind::byte; };
-    const auto head_end = std::find_if_not(tokens.begin(), tokens.end(), is_byte);
-    const auto tail_begin = std::find_if_not(tokens.rbegin(), tokens.rend(), is_byte).base();
-    _head.clear();
-    _tail.clear();
-    for (auto at = tokens.begin(); at != head_end; ++at) _head += static_cast<char>(at->byte);
-    const bool name = rule.kind == GlobKind::name;
-    if (head_end == tokens.end()) {
-      file_decided(rule, name ? Place::name : Place::path, _head);
-      return;
-    }
-    for (auto at = tail_begin; at != tokens.end(); ++at) _tail += static_cast<char>(at->byte);
-
-    // One wildcard at an end leaves nothing to ask but the literal.
-    const bool one_wildcard = tail_begin - head_end == 1;
-    const bool heads_fit = !_head.empty() && _head.size() <= LiteralIndex::LONGEST_PART;
-    const bool tails_fit = !_tail.empty() && _tail.size() <= LiteralIndex::LONGEST_PART;
-    if (one_wildcard && name && head_end->kind == GlobToken::Kind::star) {
-      if (_head.empty() && tails_fit) return file_decided(rule, Place::name_tail, _tail);
-      if (_tail.empty() && heads_fit) return file_decided(rule, Place::name_head, _head);
-    }
-    if (one_wildcard && head_end->kind == GlobToken::Kind::rest && heads_fit) {
-      return file_decided(rule, Place::path_head, _head);
-    }
-
-    if (!_has_glob) rule.glob = _spec._globs.add(_parsed, rule.kind);
-    _has_glob = true;
-    if (_head.empty() && _tail.empty()) {
-      Unindexed entry{number(), longest_literal(tokens)};
-      if (_spec._unindexed.empty() || _spec._unindexed.back() != entry) {
-        _spec._unindexed.push_back(std::move(entry));
-      }
-    } else if (_head.size() > _tail.size()) {
-      _head.resize(std::min(_head.size(), LiteralIndex::LONGEST_PART));
-      file_candidate(name ? Place::name_head : Place::path_head, _head);
-    } else {
-      _tail.erase(0, _tail.size() - std::min(_tail.size(), LiteralIndex::LONGEST_PART));
-      file_candidate(name ? Place::name_tail : Place::path_tail, _tail);
-    }
-  }
-
-  static std::string longest_literal(const std::vector<GlobToken>& tokens) {
-    std::string longest;
-    std::string run;
-    for (const GlobToken& token : tokens) {
-      if (token.kind == GlobToken::Kind::byte) {
-        run += static_cast<char>(token.byte);
-      } else {
-        run.clear();
-      }
-      if (run.size() > longest.size()) longest = run;
-    }
-    return longest;
-  }
-
-  void file_decided(const Rule& rule, Place place, std::string_view key) {
-    LiteralIndex::Entry& entry = _spec._index.add(place, key);
-    (rule.directories_only ? entry.last_for_directories : entry.last_for_any) = number();
-  }
-
-  void file_candidate(Place place, std::string_view key) {
-    _spec._index.add_candidate(_spec._index.add(place, key), number());
   }
 
   static constexpr std::size_t MOST_VARIANTS = 32;
 
-  GitIgnoreSpec& _spec;
-  /// What the spelled-out variants of a rule set may take in all: no honest file comes
-  /// near it, a hostile one gets no more memory than this out of it.
-  std::size_t _bytes_left = std::size_t{1} << 20;
-  GlobTokens _parsed;  // reused from line to line, like the texts
-  std::string _head;
-  std::string _tail;
-  bool _has_glob = false;
+  /// What may yet be spelled out: no honest file comes near it, a hostile one gets no more
+  /// memory than this out of it.
+  std::size_t _spelled_left;
+  std::string_view _pattern;
+  GlobKind _kind{};
+  std::size_t _variants = 1;  // at most one over MOST_VARIANTS
+  bool _whole = true;         // there is no wildcard: all is tail
+  std::size_t _head_steps = 0;
+  std::size_t _tail_steps = 0;
+  std::size_t _tail_begin = 0;
+  internal::ByteSet _set;
+  std::string _literal;
+  std::vector<std::pair<std::size_t, internal::ByteSet>> _sets;  // and where they stand in it
 };
 
-GitIgnoreSpec GitIgnoreSpec::from_lines(std::span<const std::string_view> lines) {
+}  // namespace
+
+/// `for_each_line` calls what it is given with each line, the same each time.
+template <typename ForEachLine>
+GitIgnoreSpec GitIgnoreSpec::build(const ForEachLine& for_each_line) {
   GitIgnoreSpec spec;
-  spec._index = LiteralIndex(lines.size());
-  Builder builder(spec);
-  for (std::size_t index = 0; index < lines.size(); ++index) {
-    builder.add_line(lines[index], index + 1);
-  }
-  spec._text.shrink_to_fit();  // it is kept as long as the scope's caches
-  spec._rules.shrink_to_fit();
+  std::size_t rules = 0;
+  std::size_t text_size = 0;
+  for_each_line([&](std::string_view line) {
+    const std::string_view pattern = pattern_in(line);
+    text_size += pattern.size();
+    if (!pattern.empty()) ++rules;
+  });
+  // To size: it is kept as long as the scope's caches.
+  spec._text.reserve(text_size);
+  spec._rules.reserve(rules);
+  std::uint32_t number = 0;
+  for_each_line([&](std::string_view line) {
+    ++number;
+    const std::string_view pattern = pattern_in(line);
+    if (!pattern.empty()) spec.add_rule(pattern, number);
+  });
+  if (rules > FEW_RULES) spec.make_index();
   return spec;
 }
 
-GitIgnoreSpec::Pattern GitIgnoreSpec::pattern(RuleNumber number) const {
+GitIgnoreSpec GitIgnoreSpec::from_lines(std::span<const std::string_view> lines) {
+  return build([lines](auto take) {
+    for (const std::string_view line : lines) take(line);
+  });
+}
+
+void GitIgnoreSpec::add_rule(std::string_view line, std::uint32_t number) {
+  constexpr std::uint32_t LINE_BITS = (std::uint32_t{1} << 27) - 1;
+  Rule rule{};
+  rule.text_begin = static_cast<std::uint32_t>(_text.size());
+  rule.line = number & LINE_BITS;
+  _text += line;
+
+  if (line.starts_with('!')) {
+    rule.negated = true;
+    line.remove_prefix(1);
+  }
+  if (line.ends_with('/')) {
+    rule.directories_only = true;
+    line.remove_suffix(1);
+  }
+  std::size_t slash = std::string_view::npos;  // the last
+  rule.is_literal = true;
+  for (std::size_t at = 0; at < line.size(); ++at) {
+    if (line[at] == '/') slash = at;
+    if (line[at] == '*' || line[at] == '?' || line[at] == '[' || line[at] == '\\') {
+      rule.is_literal = false;
+    }
+  }
+  if (slash != std::string_view::npos) {
+    const std::size_t begin = line.starts_with('/') ? 1 : 0;
+    rule.in_any_directory = slash + 1 < line.size() && slash >= begin + 2 &&
+                            line.find_first_not_of('*', begin) == slash;
+    rule.is_path = !rule.in_any_directory;
+  }
+  _rules.push_back(rule);
+}
+
+void GitIgnoreSpec::make_index() {
+  Index index{LiteralIndex(_rules.size()), {}};
+  const auto for_each_literal = [this](auto file, auto other) {
+    Literals literals(_text.size());
+    for (RuleNumber rule = 1; rule <= _rules.size(); ++rule) {
+      const std::string_view glob = glob_of(rule);
+      const GlobKind kind = kind_of(rule);
+      if (glob.empty()) continue;
+      if (_rules[rule - 1].is_literal) {
+        file(kind == GlobKind::name ? Place::name : Place::path, glob, rule);
+        continue;
+      }
+      literals.find(
+          glob, kind, [&](Place place, std::string_view literal) { file(place, literal, rule); },
+          [&] { other(rule); });
+    }
+  };
+  std::size_t others = 0;
+  for_each_literal([&](Place place, std::string_view literal,
+                       RuleNumber) { index.literals.count(place, literal); },
+                   [&](RuleNumber) { ++others; });
+  index.literals.allot();
+  index.others.reserve(others);
+  for_each_literal([&](Place place, std::string_view literal,
+                       RuleNumber rule) { index.literals.file(place, literal, rule); },
+                   [&](RuleNumber rule) { index.others.push_back(rule); });
+  _index = std::make_unique<const Index>(std::move(index));
+}
+
+std::string_view GitIgnoreSpec::text_of(RuleNumber number) const {
+  const std::size_t begin = _rules[number - 1].text_begin;
+  const std::size_t end = number < _rules.size() ? _rules[number].text_begin : _text.size();
+  return std::string_view(_text).substr(begin, end - begin);
+}
+
+/// What of a rule's text is matched.
+std::string_view GitIgnoreSpec::glob_of(RuleNumber number) const {
   const Rule& rule = _rules[number - 1];
-  return {std::string_view(_text).substr(rule.text_begin, rule.text_size), rule.line,
-          !rule.negated};
+  std::string_view glob = text_of(number);
+  if (rule.negated) glob.remove_prefix(1);
+  if (rule.directories_only) glob.remove_suffix(1);
+  if (rule.in_any_directory) return glob.substr(glob.rfind('/') + 1);
+  if (glob.starts_with('/')) glob.remove_prefix(1);
+  return glob;
+}
+
+GlobKind GitIgnoreSpec::kind_of(RuleNumber number) const {
+  return _rules[number - 1].is_path ? GlobKind::path : GlobKind::name;
+}
+
+GitIgnoreSpec::Pattern GitIgnoreSpec::pattern(RuleNumber number) const {
+  return {text_of(number), _rules[number - 1].line, includes(number)};
 }
 
 std::vector<GitIgnoreSpec::Pattern> GitIgnoreSpec::patterns() const {
@@ -256,54 +293,50 @@ CheckResult GitIgnoreSpec::check_file(std::string_view path) const {
   return {includes(decides)};
 }
 
-bool GitIgnoreSpec::rule_matches(RuleNumber number, const Subject& subject) const {
-  const Rule& rule = _rules[number - 1];
-  if (rule.directories_only && !subject.is_directory) return false;
-  return _globs.matches(rule.glob, rule.kind == GlobKind::name ? subject.name : subject.path);
-}
-
-void GitIgnoreSpec::ask_entry(const LiteralIndex::Entry& entry, const Subject& subject,
-                              RuleNumber& best) const {
-  best = std::max(best, entry.last_for_any);
-  if (subject.is_directory) best = std::max(best, entry.last_for_directories);
-  for (std::uint32_t candidate = entry.last_to_try; candidate != 0;) {
-    const auto& [rule, before] = _index.candidate(candidate);
-    if (rule <= best) break;
-    if (rule_matches(rule, subject)) {
-      best = rule;
-      break;
-    }
-    candidate = before;
-  }
-}
-
 GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
                                                        std::size_t skip) const {
-  const Subject subject{question._path.substr(skip), question._name, question._is_directory};
+  const std::string_view path = question._path.substr(skip);
+  const std::string_view name = question._name;
+  const auto matches = [&](RuleNumber rule) {
+    if (_rules[rule - 1].directories_only && !question._is_directory) return false;
+    const GlobKind kind = kind_of(rule);
+    const std::string_view glob = glob_of(rule);
+    const std::string_view text = kind == GlobKind::name ? name : path;
+    if (glob.empty()) return false;
+    return _rules[rule - 1].is_literal ? glob == text : glob_matches(glob, kind, text);
+  };
+  if (!_index) {
+    RuleNumber rule = static_cast<RuleNumber>(_rules.size());
+    while (rule > 0 && !matches(rule)) --rule;
+    return rule;
+  }
   RuleNumber best = 0;
-  const auto ask = [&](const LiteralIndex::Entry& entry) { ask_entry(entry, subject, best); };
-
-  if (const auto* entry = _index.find_whole(Place::name, subject.name)) ask(*entry);
-  if (const auto* entry = _index.find_whole(Place::path, subject.path)) ask(*entry);
-  _index.for_each_part(Place::name_head, subject.name, ask);
-  _index.for_each_part(Place::name_tail, subject.name, ask);
-  _index.for_each_part(Place::path_head, subject.path, ask);
-  _index.for_each_part(Place::path_tail, subject.path, ask);
-
-  for (auto at = _unindexed.rbegin(); at != _unindexed.rend() && at->rule > best; ++at) {
-    const bool name = _rules[at->rule - 1].kind == GlobKind::name;
-    if ((name ? subject.name : subject.path).find(at->literal) == std::string_view::npos) continue;
-    if (rule_matches(at->rule, subject)) return at->rule;
+  const auto ask = [&](RuleNumber rule) {
+    if (rule <= best) return false;
+    if (!matches(rule)) return true;
+    best = rule;
+    return false;
+  };
+  const LiteralIndex& literals = _index->literals;
+  literals.find_whole(Place::name, name, ask);
+  literals.find_whole(Place::path, path, ask);
+  literals.find_parts(Place::name_head, name, ask);
+  literals.find_parts(Place::name_tail, name, ask);
+  literals.find_parts(Place::path_head, path, ask);
+  literals.find_parts(Place::path_tail, path, ask);
+  for (auto at = _index->others.rbegin(); at != _index->others.rend() && *at > best; ++at) {
+    if (matches(*at)) return *at;
   }
   return best;
 }
 
 namespace {
 
-/// Splits `text` at every line end that Unicode knows, the old control characters
-/// that separate records included. A line end at the end adds no empty line.
-std::vector<std::string_view> split_lines(std::string_view text) {
-  std::vector<std::string_view> lines;
+/// Calls `take` with each line of `text`. Lines end at every line end that Unicode knows,
+/// the old control characters that separate records included. A line end at the end adds
+/// no empty line.
+template <typename Take>
+void for_each_line(std::string_view text, Take take) {
   std::size_t begin = 0;
   for (std::size_t at = 0; at < text.size();) {
     std::size_t width = 0;
@@ -332,13 +365,12 @@ std::vector<std::string_view> split_lines(std::string_view text) {
         break;
     }
     if (width > 0) {
-      lines.push_back(text.substr(begin, at - begin));
+      take(text.substr(begin, at - begin));
       begin = at + width;
     }
     at += std::max<std::size_t>(width, 1);
   }
-  if (begin < text.size()) lines.push_back(text.substr(begin));
-  return lines;
+  if (begin < text.size()) take(text.substr(begin));
 }
 
 /// Reads a pointer file of git's, trimmed; absent when it cannot be read.
@@ -365,12 +397,13 @@ std::filesystem::path joined(const std::filesystem::path& base, std::string_view
 }  // namespace
 
 std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content) {
-  std::string replaced;
-  if (internal::find_invalid_utf8(content)) {
-    replaced = internal::replace_invalid_utf8(content);
-    content = replaced;
-  }
-  auto spec = GitIgnoreSpec::from_lines(split_lines(content));
+  // No invalid sequence reaches past a line end, so a line can be made valid by itself.
+  const bool valid = !internal::find_invalid_utf8(content);
+  auto spec = GitIgnoreSpec::build([=](auto take) {
+    for_each_line(content, [&](std::string_view line) {
+      take(valid ? line : std::string_view(internal::replace_invalid_utf8(line)));
+    });
+  });
   if (!spec.has_patterns()) return std::nullopt;
   return spec;
 }

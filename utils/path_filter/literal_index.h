@@ -1,8 +1,12 @@
-// The rules of one ignore file, filed under a literal that what they match must
-// contain in a certain place: a few hash lookups find the rules that can match.
+// The rules of one ignore file, filed under a literal that what they match must contain in
+// a certain place: a few hash lookups find the rules that can match.
 //
-// Of 10,000 rules in the mix of public ignore templates all but some dozens have such
-// a literal; the benchmark `rule_set` gives what that buys.
+// Of 10,000 rules in the mix of public ignore templates all but some dozens have such a
+// literal; the benchmark `rule_set` gives what that buys. No literal is kept, only some bits
+// of its hash: who asks matches the rules that are found.
+//
+// Filing takes two rounds, the first of which counts, so that nothing grows or is moved: the
+// index never takes more memory than in the end.
 
 #ifndef UTILS_PATH_FILTER_LITERAL_INDEX_H_
 #define UTILS_PATH_FILTER_LITERAL_INDEX_H_
@@ -13,9 +17,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "utils/path_filter/internal/hash.h"
@@ -31,69 +33,49 @@ class LiteralIndex {
   /// The longest head or tail that is filed; of a longer one the outer end is.
   static constexpr std::size_t LONGEST_PART = 63;
 
-  /// The rules filed under one literal. Rule numbers begin at 1; 0 is none.
-  struct Entry {
-    std::uint64_t hash;
-    std::uint32_t key_begin;
-    std::uint32_t key_size;
-    Place place;
-    std::uint32_t last_for_any = 0;          // the last rule that the literal alone decides
-    std::uint32_t last_for_directories = 0;  // the same of those for directories only
-    std::uint32_t last_to_try = 0;           // the last candidate: 1 + index in candidates
-  };
+  using Rule = std::uint32_t;
 
-  /// A rule that can match where its literal stands, and the one filed before it.
-  struct Candidate {
-    std::uint32_t rule;
-    std::uint32_t before;
-  };
+  /// For this many rules.
+  explicit LiteralIndex(std::size_t rules)
+      : _pairs(std::clamp<std::size_t>(std::bit_ceil(rules / 4), 8, 1024)),
+        _rules_end(static_cast<Rule>(std::bit_ceil(rules + 1))),
+        _buckets(rules / 8 + 2) {}
 
-  /// For about this many rules.
-  explicit LiteralIndex(std::size_t rules = 0)
-      : _pairs(std::clamp<std::size_t>(std::bit_ceil(rules / 4), 32, 1024)) {}
+  /// The first round: says that `file` will be called with this literal.
+  void count(Place place, std::string_view key) { ++_buckets[bucket(placed_hash(place, key))]; }
 
-  /// The entry of `key`, made when there is none.
-  Entry& add(Place place, std::string_view key) {
-    if ((_entries.size() + 1) * 2 > _slots.size()) grow();
-    const std::uint64_t hash = placed(place, hash_text(key));
-    Slot& slot = _slots[find_slot(place, key, hash)];
-    if (slot.entry == 0) {
-      _entries.push_back({hash, static_cast<std::uint32_t>(_keys.size()),
-                          static_cast<std::uint32_t>(key.size()), place});
-      _keys += key;
-      slot = {static_cast<std::uint32_t>(_entries.size()), tag(hash)};
-      filter(place).add(key, outer_end(place), _pairs);
-    }
-    return _entries[slot.entry - 1];
+  /// Ends the first round.
+  void allot() {
+    std::uint32_t filed = 0;
+    for (std::uint32_t& end : _buckets) end = filed += end;
+    _filed.resize(filed);
   }
 
-  /// A rule that is filed twice under one literal is tried once.
-  void add_candidate(Entry& entry, std::uint32_t rule) {
-    if (entry.last_to_try != 0 && candidate(entry.last_to_try).rule == rule) return;
-    _candidates.push_back({rule, entry.last_to_try});
-    entry.last_to_try = static_cast<std::uint32_t>(_candidates.size());
+  /// The second round: files a rule under a literal that is not empty. Rules come in rising
+  /// order.
+  void file(Place place, std::string_view key, Rule rule) {
+    const std::uint64_t hash = placed_hash(place, key);
+    _filed[--_buckets[bucket(hash)]] = tag(hash) | rule;
+    _filters[static_cast<std::size_t>(place)].add(key, outer_end(place), _pairs);
   }
 
-  const Candidate& candidate(std::uint32_t number) const { return _candidates[number - 1]; }
-
-  /// The entry of the whole text `key`, or null. Hashes it only when some literal in
-  /// `place` has its length and its last bytes.
-  const Entry* find_whole(Place place, std::string_view key) const {
-    const Filter& known = filter(place);
-    if (known.sizes.empty() || key.empty()) return nullptr;
-    if ((known.sizes[pair(key, End::back) & (_pairs - 1)] & size_bit(key.size())) == 0) {
-      return nullptr;
-    }
-    return find(place, key);
+  /// Calls `ask` with the rules that are filed under the whole text `key`, and perhaps with
+  /// others, from the last back, as long as it returns true. The text is hashed only when
+  /// some literal in `place` has its length and its last bytes.
+  template <typename Ask>
+  void find_whole(Place place, std::string_view key, Ask ask) const {
+    const Filter& known = _filters[static_cast<std::size_t>(place)];
+    if (known.sizes.empty() || key.empty()) return;
+    if ((known.sizes[pair(key, End::back) & (_pairs - 1)] & size_bit(key.size())) == 0) return;
+    find(place, key, ask);
   }
 
-  /// Calls `visit` with the entry of each head (or tail) of `text` that is filed in
-  /// `place`. Only the sizes that occur together with the text's outermost bytes are
-  /// tried, and of those only the ones whose innermost byte fits: for the suffixes of a
-  /// template that is one or two.
-  template <typename Visit>
-  void for_each_part(Place place, std::string_view text, Visit visit) const {
-    const Filter& known = filter(place);
+  /// The same for each head (or tail) of `text`. Only the sizes that occur together with
+  /// the text's outermost bytes are tried, and of those only the ones whose innermost byte
+  /// fits: for the suffixes of a template that is one or two.
+  template <typename Ask>
+  void find_parts(Place place, std::string_view text, Ask ask) const {
+    const Filter& known = _filters[static_cast<std::size_t>(place)];
     if (known.sizes.empty() || text.empty()) return;
     const bool tail = outer_end(place) == End::back;
     std::uint64_t sizes = known.sizes[pair(text, outer_end(place)) & (_pairs - 1)];
@@ -101,8 +83,7 @@ class LiteralIndex {
     for (; sizes != 0; sizes &= sizes - 1) {
       const auto size = static_cast<std::size_t>(std::countr_zero(sizes));
       const std::string_view part = text.substr(tail ? text.size() - size : 0, size);
-      if (!known.inner_bytes.test(inner_byte(part, outer_end(place)))) continue;
-      if (const Entry* entry = find(place, part)) visit(*entry);
+      if (known.inner_bytes.test(inner_byte(part, outer_end(place)))) find(place, part, ask);
     }
   }
 
@@ -141,14 +122,6 @@ class LiteralIndex {
     return std::uint64_t{1} << std::min<std::size_t>(size, LONGEST_PART);
   }
 
-  struct Slot {
-    std::uint32_t entry = 0;  // 1 + index; 0: empty
-    std::uint32_t tag = 0;    // saves the look at nearly every entry that is another
-  };
-
-  const Filter& filter(Place place) const { return _filters[static_cast<std::size_t>(place)]; }
-  Filter& filter(Place place) { return _filters[static_cast<std::size_t>(place)]; }
-
   static End outer_end(Place place) {
     return place == Place::name_head || place == Place::path_head ? End::front : End::back;
   }
@@ -157,50 +130,35 @@ class LiteralIndex {
     return static_cast<unsigned char>(outer == End::back ? key.front() : key.back());
   }
 
-  static std::uint32_t tag(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32); }
-
-  static std::uint64_t placed(Place place, std::uint64_t text_hash) {
-    return text_hash + static_cast<std::uint64_t>(place) * 0x9E3779B97F4A7C15U;
+  static std::uint64_t placed_hash(Place place, std::string_view key) {
+    return hash_text(key) + static_cast<std::uint64_t>(place) * 0x9E3779B97F4A7C15U;
   }
 
-  std::string_view key_of(const Entry& entry) const {
-    return std::string_view(_keys).substr(entry.key_begin, entry.key_size);
+  /// The bits of a hash that leave room for the number of a rule.
+  std::uint32_t tag(std::uint64_t hash) const {
+    return static_cast<std::uint32_t>(hash) & ~(_rules_end - 1);
   }
 
-  const Entry* find(Place place, std::string_view key) const {
-    const Slot& slot = _slots[find_slot(place, key, placed(place, hash_text(key)))];
-    return slot.entry == 0 ? nullptr : &_entries[slot.entry - 1];
+  /// Of the buckets but the last, which ends the one before it.
+  std::size_t bucket(std::uint64_t hash) const {
+    return (hash >> 32) * (_buckets.size() - 1) >> 32;
   }
 
-  /// The slot of `key`, or the empty one where it belongs. There is one.
-  std::size_t find_slot(Place place, std::string_view key, std::uint64_t hash) const {
-    const std::size_t mask = _slots.size() - 1;
-    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
-      const Slot& slot = _slots[at];
-      if (slot.entry == 0) return at;
-      if (slot.tag != tag(hash)) continue;
-      const Entry& entry = _entries[slot.entry - 1];
-      if (entry.hash == hash && entry.place == place && key_of(entry) == key) return at;
+  template <typename Ask>
+  void find(Place place, std::string_view key, Ask ask) const {
+    const std::uint64_t hash = placed_hash(place, key);
+    const std::uint32_t tagged = tag(hash);
+    const std::size_t at = bucket(hash);
+    for (std::size_t filed = _buckets[at]; filed < _buckets[at + 1]; ++filed) {
+      const std::uint32_t rule = _filed[filed] ^ tagged;  // when the tag is the same
+      if (rule < _rules_end && !ask(rule)) return;
     }
-  }
-
-  void grow() {
-    std::vector<Slot> slots(std::max<std::size_t>(8, _slots.size() * 2));
-    const std::size_t mask = slots.size() - 1;
-    for (const Slot& slot : _slots) {
-      if (slot.entry == 0) continue;
-      std::size_t at = _entries[slot.entry - 1].hash & mask;
-      while (slots[at].entry != 0) at = (at + 1) & mask;
-      slots[at] = slot;
-    }
-    _slots = std::move(slots);
   }
 
   std::size_t _pairs;  // how many pairs of bytes a filter tells apart: a power of two
-  std::string _keys;
-  std::vector<Entry> _entries;
-  std::vector<Candidate> _candidates;
-  std::vector<Slot> _slots = std::vector<Slot>(1);
+  Rule _rules_end;     // over all rules: a power of two
+  std::vector<std::uint32_t> _buckets;  // where each begins in _filed
+  std::vector<std::uint32_t> _filed;    // tags and rules; in a bucket the last comes first
   std::array<Filter, PLACES> _filters;
 };
 
