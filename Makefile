@@ -5,7 +5,7 @@ ROOT ?= .
 JOBS ?= $(shell nproc)
 RELEASE = build/release/program/path-filter
 
-.PHONY: run test build install packages test-clang test-tsan test-asan lint bench fuzz fuzz-git clean
+.PHONY: run test build install packages test-clang test-tsan test-asan lint share mutants bench fuzz fuzz-git clean
 
 run: build
 	@$(RELEASE) list "$(ROOT)"
@@ -26,6 +26,15 @@ test-clang test-tsan test-asan: test-%: packages
 
 lint: packages
 	scripts/lint.sh
+
+# How many lines of tests there are beside the code.
+share:
+	@scripts/test-share.sh
+
+# MUTANTS="--only git_glob --sample 50" make mutants: which changes of the code no test notices;
+# an hour for all.
+mutants: packages
+	scripts/mutants.py -j $(JOBS) $(MUTANTS)
 
 bench: packages
 	scripts/install-packages.sh bench
