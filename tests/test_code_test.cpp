@@ -55,8 +55,7 @@ TEST(TestCode, ShellGlobs) {
     EXPECT_TRUE(shell_glob_matches(pattern, matches)) << pattern;
     EXPECT_FALSE(shell_glob_matches(pattern, other)) << pattern;
   }
-  EXPECT_TRUE(shell_glob_matches("", "") && shell_glob_matches("**", "") &&
-              shell_glob_matches("?", "\xFF"));
+  EXPECT_TRUE(shell_glob_matches("", "") && shell_glob_matches("?", "\xFF"));
   EXPECT_FALSE(shell_glob_matches("", "a") || shell_glob_matches("?", ""));
 }
 
