@@ -24,9 +24,7 @@ const bool loaded_early = [] {
 }();
 
 TEST(PathRules, SkipDirectory) {
-  const auto skips = [](const char* name, auto parent) {
-    return should_skip_directory(name, parent);
-  };
+  const auto skips = [](auto... of) { return should_skip_directory(of...); };
   for (const char* name :
        {"node_modules", "build", "venv", ".venv", ".git", ".env", ".", "..", "__", "__pycache__",
         "__snapshots__", "__init__", "foo__", "pkg.egg-info"})

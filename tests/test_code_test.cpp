@@ -55,8 +55,7 @@ TEST(TestCode, ShellGlobs) {
     EXPECT_TRUE(shell_glob_matches(pattern, matches)) << pattern;
     EXPECT_FALSE(shell_glob_matches(pattern, other)) << pattern;
   }
-  EXPECT_TRUE(shell_glob_matches("", "") && shell_glob_matches("**", "") &&
-              shell_glob_matches("?", "\xFF"));
+  EXPECT_TRUE(shell_glob_matches("", "") && shell_glob_matches("?", "\xFF"));
   EXPECT_FALSE(shell_glob_matches("", "a") || shell_glob_matches("?", ""));
 }
 
@@ -73,8 +72,8 @@ TEST(TestCode, TextHelpers) {
     EXPECT_EQ(out, "+" + lower);
   }
   EXPECT_EQ(internal::trim(" \t\r\n\x1F\u00A0\u3000x y\xE3\x80\u2029\u0085 "), "x y\xE3\x80");
-  EXPECT_EQ(internal::replace_invalid_utf8("a\xFFz\xE2\x82z\xF0\x9F\x98"), "a\uFFFDz\uFFFDz\uFFFD");
-  EXPECT_EQ(internal::replace_invalid_utf8("\xED\xA0\x80"), "\uFFFD\uFFFD\uFFFD");
+  EXPECT_EQ(internal::replace_invalid_utf8("a\xFFz\xE2\x82z\xED\xA0\x80z\xF0\x9F\x98"),
+            "a\uFFFDz\uFFFDz\uFFFD\uFFFD\uFFFDz\uFFFD");
   EXPECT_EQ(internal::quoted("a\\b'\n\x01"), "'a\\\\b\\'\\n\\x01'");
 }
 
