@@ -53,8 +53,7 @@ class Program : public testing::Test {
     return text;
   }
 
-  using Rows = std::vector<std::pair<std::string, std::string>>;
-  void expect(const Rows& rows) const {
+  void expect(const std::vector<std::pair<std::string, std::string>>& rows) const {
     for (const auto& [script, outcome] : rows) EXPECT_EQ(run(script), outcome) << script;
   }
 
