@@ -74,7 +74,8 @@ class InputPaths {
 /// The scope and the two absolute forms of its root, as text and without its links.
 struct CheckedRoot {
   explicit CheckedRoot(const Settings& settings)
-      : scope(std::filesystem::absolute(settings.root).lexically_normal(), scope_options(settings)),
+      : scope(std::filesystem::absolute(settings.root).lexically_normal(),
+              scope_options(settings, &relative_excludes_file)),
         resolved(std::filesystem::canonical(settings.root)) {}
 
   /// `path` relative to the root: as it is, but for an absolute one below the root.
@@ -90,6 +91,17 @@ struct CheckedRoot {
     return storage;
   }
 
+  /// What decided about a path, with each ignore file named as git names it.
+  Explanation explain(std::string_view path, path_filter::FileFacts facts) const {
+    Explanation explanation = scope.explain(path, facts);
+    if (explanation.rule && !relative_excludes_file.empty() &&
+        explanation.rule->source == (scope.root / relative_excludes_file).native()) {
+      explanation.rule->source = relative_excludes_file;
+    }
+    return explanation;
+  }
+
+  std::string relative_excludes_file;
   IndexScope scope;
   std::filesystem::path resolved;
 };
@@ -153,7 +165,7 @@ int check(const CheckOptions& options) {
       const std::string_view relative = root.relative(path, storage);
       const path_filter::FileFacts facts{.size = size_for_limits(scope, relative)};
       const Explanation explanation = options.verbose
-                                          ? scope.explain(relative, facts)
+                                          ? root.explain(relative, facts)
                                           : Explanation{scope.is_indexable(relative, facts)};
       if (options.json) {
         print_json(output, path, relative, explanation, options.verbose);

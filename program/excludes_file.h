@@ -9,7 +9,7 @@
 namespace program {
 
 /// The file that core.excludesFile names for the repository at `root`, as git gives it (a
-/// relative path is below the root); or git's default place for it when none is configured.
+/// relative path is relative to the root); or git's default place for it when none is configured.
 /// Absent when git is set to use none.
 ///
 /// git itself is asked, as a child that gets two seconds, ends with the calling thread and

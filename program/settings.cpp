@@ -88,14 +88,20 @@ std::optional<IndexLimits> read_limits(const Settings& settings) {
   }
 }
 
-path_filter::IndexScopeOptions scope_options(const Settings& settings) {
+path_filter::IndexScopeOptions scope_options(const Settings& settings,
+                                             std::string* relative_excludes_file) {
   const auto warn = [](std::string_view problem) {
     std::cerr << "path-filter: " << problem << '\n';
   };
-  return {.limits = read_limits(settings),
-          .excludes_file = [warn](const std::filesystem::path& root) {
-            return find_excludes_file(root, warn);
-          }};
+  const auto find = [=](const std::filesystem::path& root) {
+    auto file = find_excludes_file(root, warn);
+    if (file && file->is_relative()) {
+      if (relative_excludes_file != nullptr) *relative_excludes_file = file->native();
+      file = root / *file;
+    }
+    return file;
+  };
+  return {.limits = read_limits(settings), .excludes_file = find};
 }
 
 void require_directory(const std::filesystem::path& root) {

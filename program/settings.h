@@ -29,8 +29,11 @@ struct Settings {
 /// no usable section [index].
 std::optional<path_filter::IndexLimits> read_limits(const Settings& settings);
 
-/// The scope's options for `settings`: its limits, and git for core.excludesFile.
-path_filter::IndexScopeOptions scope_options(const Settings& settings);
+/// The scope's options for `settings`: its limits, and git for core.excludesFile. Where git
+/// names a file relative to the root, the scope reads it there, and `relative_excludes_file`,
+/// which then must outlive the scope, is told git's name for it.
+path_filter::IndexScopeOptions scope_options(const Settings& settings,
+                                             std::string* relative_excludes_file = nullptr);
 
 /// Throws UsageError when `root` is not a directory.
 void require_directory(const std::filesystem::path& root);
