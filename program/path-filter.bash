@@ -1,11 +1,10 @@
-#bash completion for path - filter
+# bash completion for path-filter
 
 _path_filter() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   local limits="--config --max-file-size-mb --languages --help"
   local command="" word
-  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}";
-  do
+  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     case $word in list | check | summary | languages)
       command=$word
       break
