@@ -1,9 +1,8 @@
-// What the system refuses: memory, file descriptors, permissions, and files that are
-// gone by the time they are opened. Each leaves an answer and whole caches.
+// What the system refuses: memory, file descriptors, and files that are gone by the time
+// they are opened. Each leaves an answer and whole caches.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -124,38 +123,6 @@ TEST(Faults, FileDescriptorsUsedUp) {
   EXPECT_TRUE(scope.is_ignored("a/b/c.py"));
 }
 #endif
-
-TEST(Faults, PermissionsLost) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can drop its privileges";
-  const TempTree tree;
-  tree.write("closed/a.py");
-  tree.write("open/b.py");
-  tree.write("open/.gitignore", "*.py\n");
-  ::chmod(tree.root().c_str(), 0777);
-  ::chmod((tree / "closed").c_str(), 0);
-  ::chmod((tree / "open/.gitignore").c_str(), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    constexpr uid_t NOBODY = 65534;
-    if (::setgid(NOBODY) != 0 || ::setuid(NOBODY) != 0) ::_exit(10);
-    const CapturedLog log;
-    const IndexScope scope(tree.root());
-    int errors = 0;
-    int files = 0;
-    Walk walk = scope.walk([&](const std::filesystem::filesystem_error& error) {
-      errors += error.code() == std::errc::permission_denied && error.path1() == tree / "closed";
-    });
-    for (const std::string& path : walk) {
-      ++files;
-      if (!walk.decide() && path.ends_with(".py")) ::_exit(11);
-    }
-    const bool warned = log.text().find("/open/.gitignore: Permission denied") != std::string::npos;
-    ::_exit(errors == 1 && files == 2 && warned ? 0 : 12);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-}
 
 TEST(Faults, GoneBetweenListingAndOpening) {
   struct Row {
