@@ -6,7 +6,6 @@
 #define FUZZ_MANUAL_MATCHER_H_
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstddef>
 #include <optional>
@@ -114,16 +113,14 @@ class Matcher {
   }
 
   static std::optional<bool> in_class(std::string_view name, int byte) {
-    using Function = int (*)(int);
-    static constexpr std::pair<std::string_view, Function> CLASSES[] = {
+    if (name == "space" && (byte == '\v' || byte == '\f')) return false;  // as in git
+    static constexpr std::pair<std::string_view, int (*)(int)> CLASSES[] = {
         {"alnum", std::isalnum}, {"alpha", std::isalpha}, {"blank", std::isblank},
         {"cntrl", std::iscntrl}, {"digit", std::isdigit}, {"graph", std::isgraph},
         {"lower", std::islower}, {"print", std::isprint}, {"punct", std::ispunct},
         {"space", std::isspace}, {"upper", std::isupper}, {"xdigit", std::isxdigit}};
     for (const auto& [known, holds] : CLASSES) {
-      if (known != name) continue;
-      if (name == "space" && (byte == '\v' || byte == '\f')) return false;  // as in git
-      return holds(byte) != 0;
+      if (known == name) return holds(byte) != 0;
     }
     return std::nullopt;
   }
@@ -140,13 +137,9 @@ inline std::optional<bool> line_says(std::string_view line, std::string_view pat
   line = line.substr(0, line.find('\0'));
   if (line.starts_with('#')) return std::nullopt;
   // "Trailing spaces are ignored unless they are quoted with backslash."
-  for (std::size_t blanks = line.size(); line.ends_with(' ');) {
-    while (blanks > 0 && line[blanks - 1] == ' ') --blanks;
-    std::size_t backslashes = 0;
-    while (backslashes < blanks && line[blanks - 1 - backslashes] == '\\') ++backslashes;
-    line = line.substr(0, blanks + backslashes % 2);
-    break;
-  }
+  const std::size_t kept = line.find_last_not_of(' ') + 1;  // npos + 1 is 0
+  const std::size_t escapes = kept - (line.substr(0, kept).find_last_not_of('\\') + 1);
+  line = line.substr(0, kept + escapes % 2);
   const bool negated = line.starts_with('!');
   if (negated) line.remove_prefix(1);
   const bool is_directory = path.ends_with('/');

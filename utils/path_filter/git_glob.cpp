@@ -81,6 +81,12 @@ std::optional<Bracket> read_bracket(std::string_view pattern, std::size_t p, Add
   return Bracket{p + 1, negated};
 }
 
+/// Whether a character of a pattern can stand for nothing but itself.
+bool is_byte(char character) {
+  return character != '*' && character != '?' && character != '[' && character != ']' &&
+         character != '\\' && character != '/';
+}
+
 /// Behind the component of a pattern that ends at `p`, or NONE when none ends there: past
 /// the pattern's end behind its last.
 std::size_t behind_component(std::string_view pattern, std::size_t p) {
@@ -96,11 +102,13 @@ std::size_t behind_stars(std::string_view pattern, std::size_t p) {
 // over whatever an earlier one would have had to match. Between two stars each step
 // meets each byte of the text at most once, which is where the bound comes from.
 
-/// The first place from `t` on where the text can match the pattern from `p` on, or NONE.
-std::size_t find_start(std::string_view pattern, std::size_t p, std::string_view text,
-                       std::size_t t) {
-  const bool is_byte = pattern[p] != '?' && pattern[p] != '[' && pattern[p] != '\\';
-  return is_byte ? text.find(pattern[p], t) : t;
+/// The first place from `t` on where the text has the literal that the pattern has from `p`
+/// on, or NONE.
+std::size_t find_literal(std::string_view pattern, std::size_t p, std::string_view text,
+                         std::size_t t) {
+  std::size_t end = p;
+  while (end < pattern.size() && is_byte(pattern[end])) ++end;
+  return text.find(pattern.substr(p, end - p), t);
 }
 
 /// Where the pattern goes on behind its component that begins at `p` when that matches
@@ -116,7 +124,7 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
         after_star = p = behind_stars(pattern, p);
         const std::size_t behind = behind_component(pattern, p);
         if (behind != NONE) return behind;
-        star_text = t = find_start(pattern, p, text, t);
+        star_text = t = find_literal(pattern, p, text, t);
         if (t == NONE) return NONE;
         continue;
       }
@@ -152,7 +160,7 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
       ++t;
     } else if (after_star != NONE && t < text.size()) {
       p = after_star;
-      star_text = t = find_start(pattern, p, text, star_text + 1);
+      star_text = t = find_literal(pattern, p, text, star_text + 1);
       if (t == NONE) return NONE;
     } else {
       return NONE;
@@ -203,6 +211,11 @@ bool path_matches(std::string_view pattern, std::string_view path) {
 }  // namespace
 
 bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text) {
+  // The outermost bytes alone turn nearly every text away.
+  if (!text.empty() && ((is_byte(pattern.front()) && pattern.front() != text.front()) ||
+                        (is_byte(pattern.back()) && pattern.back() != text.back()))) {
+    return false;
+  }
   return kind == GlobKind::name ? match_component(pattern, 0, text) != NONE
                                 : path_matches(pattern, text);
 }

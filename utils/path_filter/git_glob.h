@@ -16,11 +16,11 @@ namespace path_filter::internal {
 /// What a pattern is asked about: the name alone, or the path, when the pattern has a "/".
 enum class GlobKind : std::uint8_t { name, path };
 
-/// Whether `pattern` matches the whole of `text`: a name for a name pattern, a path with
-/// "/" between components for a path pattern, whose leading "/" has been removed. A broken
-/// pattern matches nothing: one with a bracket expression that is not closed or names an
-/// unknown class, or with a backslash at its end. Takes no memory and at most on the order
-/// of pattern times text, whatever the pattern.
+/// Whether `pattern`, which is not empty, matches the whole of `text`: a name for a name
+/// pattern, a path with "/" between components for a path pattern, whose leading "/" has
+/// been removed. A broken pattern matches nothing: one with a bracket expression that is
+/// not closed or names an unknown class, or with a backslash at its end. Takes no memory
+/// and at most on the order of pattern times text, whatever the pattern.
 bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text);
 
 /// A set of bytes: what a bracket expression stands for.

@@ -29,7 +29,7 @@ using Place = LiteralIndex::Place;
 namespace {
 
 /// Up to so many rules are tried one by one faster than they are found in an index.
-constexpr std::size_t FEW_RULES = 16;
+constexpr std::size_t FEW_RULES = 8;
 
 /// `line` up to the blanks at its end; a blank behind a backslash stays. Only blanks
 /// count, not tabs.

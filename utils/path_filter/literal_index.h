@@ -37,7 +37,7 @@ class LiteralIndex {
 
   /// For this many rules.
   explicit LiteralIndex(std::size_t rules)
-      : _pairs(std::clamp<std::size_t>(std::bit_ceil(rules / 4), 8, 1024)),
+      : _pairs(std::clamp<std::size_t>(std::bit_ceil(rules / 4), 32, 1024)),
         _rules_end(static_cast<Rule>(std::bit_ceil(rules + 1))),
         _buckets(rules / 8 + 2) {}
 
