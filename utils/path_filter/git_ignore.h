@@ -1,6 +1,6 @@
 // Git's ignore rules: reading one ignore file into a rule set, asking the rule set
 // about a path, and finding the git directory of a work tree. How the rule sets of a
-// repository work together is index_scope.h.
+// repository work together is ignore_verdicts.h.
 //
 //   const std::vector<std::string_view> lines{"*.log", "!keep.log", "build/"};
 //   const GitIgnoreSpec rules = GitIgnoreSpec::from_lines(lines);
