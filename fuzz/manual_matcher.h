@@ -23,34 +23,27 @@ class Matcher {
       : _pattern(pattern),
         _text(text),
         _is_path(is_path),
-        _known((pattern.size() + 1) * (text.size() + 1), UNKNOWN) {}
+        _known((pattern.size() + 1) * (text.size() + 1)) {}
 
   /// Whether the pattern from `p` on matches the text from `t` on.
   bool matches(std::size_t p = 0, std::size_t t = 0) {
-    char& known = _known[p * (_text.size() + 1) + t];
-    if (known == UNKNOWN) known = compute(p, t) ? YES : NO;
-    return known == YES;
+    auto& known = _known[p * (_text.size() + 1) + t];
+    if (!known) known = compute(p, t);
+    return *known;
   }
 
  private:
-  enum : char { UNKNOWN, NO, YES };
-
   bool compute(std::size_t p, std::size_t t) {
     if (p == _pattern.size()) return t == _text.size();
     if (_pattern[p] == '*') return star_matches(p, t);
     if (t == _text.size()) return false;
-    switch (_pattern[p]) {
-      case '?':
-        return _text[t] != '/' && matches(p + 1, t + 1);
-      case '[': {
-        const auto end = bracket_matches(p + 1, _text[t]);
-        return end && _text[t] != '/' && matches(*end, t + 1);
-      }
-      case '\\':
-        return p + 1 < _pattern.size() && _pattern[p + 1] == _text[t] && matches(p + 2, t + 1);
-      default:
-        return _pattern[p] == _text[t] && matches(p + 1, t + 1);
+    if (_pattern[p] == '?') return _text[t] != '/' && matches(p + 1, t + 1);
+    if (_pattern[p] == '[') {
+      const auto end = bracket_matches(p + 1, _text[t]);
+      return end && _text[t] != '/' && matches(*end, t + 1);
     }
+    if (_pattern[p] == '\\' && ++p == _pattern.size()) return false;
+    return _pattern[p] == _text[t] && matches(p + 1, t + 1);
   }
 
   bool star_matches(std::size_t p, std::size_t t) {
@@ -60,15 +53,13 @@ class Matcher {
       const std::string_view rest = _pattern.substr(behind);
       // "A trailing "/**" matches everything inside."
       if (rest.empty()) return t < _text.size();
-      // "... matches zero or more directories." An escaped slash is a slash too, but
-      // git does not let it stand for none.
+      // "... matches zero or more directories." An escaped slash is a slash too, but git
+      // does not let it stand for none.
       if (rest.starts_with('/') && matches(behind + 1, t)) return true;
-      if (rest.starts_with('/') || rest.starts_with("\\/")) {
-        const std::size_t next = behind + (rest.starts_with('/') ? 1 : 2);
-        for (std::size_t at = t; at < _text.size(); ++at) {
-          if (_text[at] == '/' && matches(next, at + 1)) return true;
-        }
-        return false;
+      const std::size_t slash = rest.find('/');  // that of the "**", or none
+      for (; slash == 0 || rest.starts_with("\\/"); ++t) {
+        if (t == _text.size()) return false;
+        if (_text[t] == '/' && matches(behind + slash + 1, t + 1)) return true;
       }
     }
     // "Other consecutive asterisks are considered regular asterisks."
@@ -78,9 +69,7 @@ class Matcher {
   /// Where the bracket expression that begins at `p`, behind its "[", ends, if it is a
   /// whole one that holds `byte`.
   std::optional<std::size_t> bracket_matches(std::size_t p, char byte) const {
-    const auto at = [&](std::size_t index) {
-      return index < _pattern.size() ? _pattern[index] : '\0';
-    };
+    const auto at = [&](std::size_t i) { return i < _pattern.size() ? _pattern[i] : '\0'; };
     const auto value = [](char character) { return static_cast<unsigned char>(character); };
     const bool negated = at(p) == '!' || at(p) == '^';
     if (negated) ++p;
@@ -108,8 +97,7 @@ class Matcher {
       holds |= value(range ? low : high) <= value(byte) && value(byte) <= value(high);
       low = range ? '\0' : high;
     }
-    if (holds == negated) return std::nullopt;
-    return p + 1;
+    return holds == negated ? std::nullopt : std::optional(p + 1);
   }
 
   static std::optional<bool> in_class(std::string_view name, int byte) {
@@ -128,7 +116,7 @@ class Matcher {
   std::string_view _pattern;
   std::string_view _text;
   bool _is_path;
-  std::vector<char> _known;
+  std::vector<std::optional<bool>> _known;
 };
 
 /// What one line says of a path (a directory's ends in "/"): ignored, included again,

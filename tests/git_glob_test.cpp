@@ -1,37 +1,30 @@
-// The patterns of ignore files: rule sets against the slow matcher, and patterns and lines made
-// to explode.
+// The patterns of ignore files: against the slow matcher, and made to explode.
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <random>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "fuzz/manual_matcher.h"
 #include "utils/path_filter/git_ignore.h"
 
 namespace path_filter {
-namespace {
 
-/// All texts over `alphabet` of 1 to `longest` characters, the shortest first.
-std::vector<std::string> all_texts(std::string_view alphabet, std::size_t longest) {
+static std::vector<std::string> all_texts(std::string_view alphabet, std::size_t longest) {
   std::vector<std::string> all{""};
   for (std::size_t at = 0; all[at].size() < longest; ++at) {
     for (const char character : alphabet) all.push_back(all[at] + character);
   }
-  all.erase(all.begin());
-  return all;
+  return {all.begin() + 1, all.end()};
 }
 
 TEST(GitGlob, AllShortPatternsMatchAsTheManualSays) {
-  struct Row {
-    std::string_view pattern_alphabet;
-    std::size_t longest_pattern;
-    std::string_view path_alphabet;
-    std::size_t longest_path;
-  };
+  using Row = std::tuple<const char*, std::size_t, const char*, std::size_t>;
   for (const auto& [pattern_alphabet, longest_pattern, path_alphabet, longest_path] :
        {Row{"ab/*?[]!\\-", 4, "ab/", 4},    // everything, in short
         Row{"a/*", 8, "a/", 7},             // "**" in every position
@@ -39,14 +32,11 @@ TEST(GitGlob, AllShortPatternsMatchAsTheManualSays) {
         Row{"ac[]-!\\", 6, "abc]-!\\", 1},  // bracket expressions
         Row{"[:a]", 8, "a:", 1},            // and what looks like a class
         Row{"a!# \\/", 5, "a!# \\", 2}}) {  // marks, blanks and escapes
-    auto paths = all_texts(path_alphabet, longest_path);
-    std::erase_if(paths, [](const std::string& path) {
-      return path.starts_with('/') || path.find("//") != std::string::npos;
-    });
-    for (const std::string& pattern : all_texts(pattern_alphabet, longest_pattern)) {
-      const std::array<std::string_view, 1> line{pattern};
-      const GitIgnoreSpec rules = GitIgnoreSpec::from_lines(line);
-      for (const std::string& path : paths) {
+    const auto paths = all_texts(path_alphabet, longest_path);
+    for (const std::string_view pattern : all_texts(pattern_alphabet, longest_pattern)) {
+      const GitIgnoreSpec rules = GitIgnoreSpec::from_lines({&pattern, 1});
+      for (const std::string_view path : paths) {
+        if (path.starts_with('/') || path.find("//") != path.npos) continue;
         ASSERT_EQ(rules.check_file(path).include, manual::line_says(pattern, path))
             << pattern << " on " << path;
       }
@@ -55,14 +45,10 @@ TEST(GitGlob, AllShortPatternsMatchAsTheManualSays) {
 }
 
 TEST(GitGlob, RandomRuleSetsSayWhatTheirLinesSay) {
-  static constexpr std::string_view LONG;  // stands for a literal around the longest filed one
-  static constexpr std::string_view PIECES[] = {
-      "a",    "b",    "a",        "b",    "ab",
-      "aab",  "/",    "/",        "*",    "*",
-      "?",    "**",   "/**/",     "**/",  "/**",
-      "[ab]", "[!a]", "[b-z]",    "\\a",  "[[:alpha:]]",
-      "[a-",  "\\",   "[aA][bB]", "[ab]", "[[:space:][:cntrl:]a]",
-      "\\/",  LONG};
+  std::istringstream words(R"(a b a b ab aab / / * * ? ** /**/ **/ /** [ab] [ab] [!a] [b-z] \a
+                               [[:alpha:]] [a- \ [aA][bB] [[:space:][:cntrl:]a] \/)");
+  std::vector<std::string> pieces{""};  // stands for a literal around the longest that is filed
+  for (std::string piece; words >> piece;) pieces.push_back(piece);
   std::mt19937 random(20240611);
   const auto below = [&](std::size_t end) { return random() % end; };
   for (int round = 0; round < 600; ++round) {
@@ -71,12 +57,12 @@ TEST(GitGlob, RandomRuleSetsSayWhatTheirLinesSay) {
     for (std::string& rule : rules) {
       rule = below(3) == 0 ? "!" : "";
       for (std::size_t count = 1 + below(round % 2 == 0 ? 4 : 12); count > 0; --count) {
-        const std::string_view piece = PIECES[below(std::size(PIECES))];
-        rule += piece.empty() ? std::string(58 + below(10), 'a') : std::string(piece);
+        const std::string& piece = pieces[below(pieces.size())];
+        rule += piece.empty() ? std::string(58 + below(10), 'a') : piece;
       }
     }
     const std::vector<std::string_view> lines(rules.begin(), rules.end());
-    const GitIgnoreSpec spec = GitIgnoreSpec::from_lines(lines);
+    const auto spec = GitIgnoreSpec::from_lines(lines);
     for (int question = 0; question < 20; ++question) {
       std::string path;
       for (std::size_t count = 1 + below(8); count > 0; --count) {
@@ -84,52 +70,35 @@ TEST(GitGlob, RandomRuleSetsSayWhatTheirLinesSay) {
         path += "//ab"[below(4)];
       }
       ASSERT_EQ(spec.check_file(path).include, manual::lines_say(lines, path))
-          << "round " << round << ", path " << path << ", rules:\n"
-          << testing::PrintToString(rules);
+          << path << ", round " << round << ": " << testing::PrintToString(rules);
     }
   }
 }
 
-std::string repeated(std::string_view text, std::size_t count) {
-  std::string made;
-  for (; count > 0; --count) made += text;
-  return made;
-}
-
-/// Tried in every way, the first would take longer than the universe lasts. With the square of
-/// its text, each of the last would take from a quarter of an hour to days to build.
+/// Matched in every way, or built in the square of their text, these would take from a quarter
+/// of an hour to longer than the universe lasts.
 TEST(GitGlob, HostilePatternsEnd) {
-  constexpr std::size_t N = 2000;
-  constexpr std::size_t M = std::size_t{1} << 20;
-  const std::string as = repeated("a", N * 2);
-  const std::string below_as = repeated("a/", N * 2) + "b";
-  const std::array<std::string, 2> rows[] = {
-      {repeated("*a", N) + "*c*b", as + "b"},
-      {repeated("*[!b]", N) + "*[!a]*", as},
-      {repeated("*?", N * 2) + "?*", as},
-      {repeated("**/a/", N) + "c/**/b", below_as},
-      {repeated("**/", N) + "*/c/**", below_as},
-      // These two take pattern times text steps, the most that a pattern can take.
-      {"*" + repeated("a", N) + "[!a]*", as},
-      {"**/" + repeated("a/", N) + "c/**", below_as},
-      {repeated("**/*a*/", N) + "[!a]*/**", repeated("aaa/", N * 2) + "b"},
-      {"**/" + repeated("*a", N) + "*c*/**", repeated(as + "/", 10) + "b"},
-      // Every "[:" may be a class, whose end is looked for.
-      {"[" + repeated("[:", (MAX_IGNORE_FILE_BYTES - 4) / 2) + "x]", "a/b"},
-      {repeated("[[:", M) + "]", "a/b"},
-      {repeated("*[", M) + "]", "a/b"},
-      {repeated("[!ab]", M) + "*", "a/b"},
-      {repeated("\\ ", M), "a/b"},
-      {repeated(" \\", M), "a/b"},
-      {repeated("**/", M), "a/b"}};
-  for (const auto& [pattern, path] : rows) {
-    // Among others, so that it is put into an index.
-    std::vector<std::string_view> lines(20, "x");
-    lines.push_back(pattern);
-    EXPECT_FALSE(GitIgnoreSpec::from_lines(lines).check_file(path).include)
-        << pattern.substr(0, 12);
+  const std::string as(4000, 'a');
+  std::string directories = "b";
+  while (directories.size() < 8000) directories.insert(0, "a/a/a/a/");
+  using Row = std::array<std::string_view, 4>;  // what is repeated is the second
+  for (const auto& [front, piece, back, path] :
+       {Row{"", "*a", "*c*", as}, Row{"", "*[!b]", "*[!a]*", as}, Row{"", "*??*?", "?*", as},
+        Row{"", "**/a/", "c/**/b", directories}, Row{"", "**/", "*/c/**", directories},
+        // These two take pattern times text steps, the most that a pattern can take.
+        Row{"*", "a", "[!a]*", as}, Row{"**/", "a/", "c/**", directories},
+        Row{"**/", "*a*/**/", "[!a]*/**", directories}, Row{"**/", "*a", "*c*/**", directories},
+        // Every "[:" may be a class, whose end is looked for.
+        Row{"[", "[:", "x]"}, Row{"", "[[:", "]"}, Row{"", "*[", "]"}, Row{"", "[!ab]", "*"},
+        Row{"", "\\ ", ""}, Row{"", " \\", ""}, Row{"", "**/", ""}}) {
+    std::vector<std::string_view> lines(20, "x");  // enough for an index
+    std::string line(front);
+    for (int count = path.empty() ? 4'000'000 : 2000; count > 0; --count) line += piece;
+    line += back;
+    lines.push_back(line);
+    const GitIgnoreSpec rules = GitIgnoreSpec::from_lines(lines);
+    EXPECT_FALSE(rules.check_file(path.empty() ? "a/b" : path).include) << line.substr(0, 12);
   }
 }
 
-}  // namespace
 }  // namespace path_filter
