@@ -13,6 +13,7 @@ static thread_local std::size_t live_bytes, peak_bytes;
 
 void* operator new(std::size_t size) {
   void* memory = ::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
   peak_bytes = std::max(peak_bytes, live_bytes += malloc_usable_size(memory) + sizeof(size));
   return memory;
 }
@@ -24,14 +25,15 @@ void operator delete(void* memory) noexcept {
 
 namespace path_filter {
 
+using Row = std::array<std::string, 3>;
+
 TEST(GitIgnore, RuleSetsTakeFewTimesTheirText) {
   for (const std::string_view line :  // with other letters for the zeros in each line
        {"?", "*", "0", "00", "000", "?00", "*.000", "[x]", "[!x]0", "[a-z]", "*0*", "*000*", "a/00",
         "?\n0", "?\n??", "000\n\n\n", "\\0000/**"}) {
     std::string content;
-    for (std::minstd_rand random; content.size() < 1 << 20; content += '\n') {
+    for (std::minstd_rand random; content.size() < 1 << 20; content += '\n')
       for (const char step : line) content += step == '0' ? "abcdefgh"[random() / 99 % 8] : step;
-    }
     const std::size_t before = peak_bytes = live_bytes;
     EXPECT_TRUE(_ignore_rules_in(content));
     EXPECT_LE(peak_bytes - before, 7 * content.size()) << line;  // and once the content
@@ -62,15 +64,14 @@ TEST(GitIgnore, WhatHoldsNoRulesOrCannotBeRead) {
   tree.link("link", "file");
   ASSERT_EQ(::mkfifo((tree / "fifo").c_str(), 0600), 0);
   EXPECT_TRUE(_read_ignore_rules(tree / "link"));
-  using Row = std::array<std::string, 2>;
-  for (const auto& [path, problem] :
-       {Row{"none"}, Row{"missing"}, Row{"file/x"}, Row{".", ": Is a directory\n"},
-        Row{"fifo", ": Not a regular file\n"}, Row{"large", ": File too large\n"},
-        Row{"link", ": Too many levels of symbolic links\n"}}) {
+  for (const auto& [path, problem, end] :
+       {Row{"none"}, Row{"missing"}, Row{"file/x"}, Row{".", ": Is a directory", "\n"},
+        Row{"fifo", ": Not a regular file", "\n"}, Row{"large", ": File too large", "\n"},
+        Row{"link", ": Too many levels of symbolic links", "\n"}}) {
     const CapturedLog log;
     EXPECT_FALSE(_read_ignore_rules(tree / path, internal::LastLink::refuse));
     const std::string warning = "utils.path_filter warning Cannot read the ignore rules in ";
-    EXPECT_EQ(log.text(), problem.empty() ? "" : warning + (tree / path).string() + problem);
+    EXPECT_EQ(log.text(), end.empty() ? "" : warning + (tree / path).string() + problem + end);
   }
 }
 
@@ -79,7 +80,6 @@ TEST(GitIgnore, PointerFiles) {
   const std::string root = tree.root().string();
   EXPECT_FALSE(_git_dir(tree.root()));
   EXPECT_EQ(_common_dir(tree.root()), root);
-  using Row = std::array<std::string, 3>;
   for (const auto& [content, git_dir, common_dir] :
        {Row{" \n gitdir: \t/else \r\n", "/else", root + "/gitdir: \t/else"},
         Row{"gitdir:../a\nb", root + "/../a\nb", root + "/gitdir:../a\nb"},

@@ -25,7 +25,6 @@
 #ifndef UTILS_PATH_FILTER_GIT_IGNORE_H_
 #define UTILS_PATH_FILTER_GIT_IGNORE_H_
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
