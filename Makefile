@@ -42,11 +42,11 @@ bench: packages
 	cmake --build --preset bench -j $(JOBS)
 	benchmarks/compare.sh build/bench
 
-# SECONDS_PER_TARGET=900 make fuzz: how long each target runs.
+# SECONDS=900 make fuzz: how long it runs.
 fuzz: packages
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
-	fuzz/run.sh $(or $(SECONDS_PER_TARGET),60)
+	fuzz/run.sh $(or $(SECONDS),60)
 
 # SECONDS=3600 make fuzz-git: how long git and the component are asked the same.
 fuzz-git: packages

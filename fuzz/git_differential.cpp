@@ -1,10 +1,12 @@
 // Asks git and an IndexScope the same: which rule, of which ignore file, decides about a
 // file or directory. First a table of corner stones and of the differences that are on
-// purpose, then random work trees over small alphabets, with all that the format has.
+// purpose, then all short patterns, then random work trees over small alphabets, with all
+// that the format has.
 //
-//   git_differential [--questions N] [--seconds N] [--seed S]
+//   git_differential [--questions N] [--seconds N] [--seed S] [--longer N]
 //
-// Without a bound it goes on until it is stopped. Ends with status 1 at a disagreement.
+// "longer" patterns are short ones of N more characters. Without a bound it goes on until it
+// is stopped. Ends with status 1 at a disagreement.
 
 #include <spdlog/fmt/fmt.h>
 #include <spdlog/logger.h>
@@ -16,6 +18,7 @@
 #include <random>
 #include <regex>
 #include <set>
+#include <tuple>
 
 #include "tests/temp_tree.h"
 #include "utils/path_filter/git_ignore.h"
@@ -319,6 +322,11 @@ class Generator {
 
 /// Ends with what is left of the case without the lines that do not matter.
 [[noreturn]] void report(const Asker& asker, Case found) {
+  const std::string in = found.tree + '/' + found.questions[0];
+  std::erase_if(found.files, [&](const auto& file) {
+    return file.first.ends_with("/.gitignore") &&
+           !in.starts_with(file.first.substr(0, file.first.size() - 10));
+  });
   std::string left;
   for (auto& [file, lines] : found.files) {
     for (Line& line : lines) {
@@ -333,11 +341,60 @@ class Generator {
                                        printed(found.questions[0]), found.tree, git, ours));
 }
 
+/// Asks about all of the case; returns how often each verdict was given.
+std::map<std::string, std::size_t> check(const Asker& asker, Case asked) {
+  std::map<std::string, std::size_t> verdicts;
+  const auto answers = asker.ask(asked);
+  for (std::size_t at = 0; at < answers.size(); ++at) {
+    ++verdicts[letter(answers[at].ours)];
+    if (answers[at].agree()) continue;
+    asked.questions = {asked.questions[at]};
+    report(asker, asked);
+  }
+  return verdicts;
+}
+
+Texts all_texts(const std::string& characters, std::size_t longest) {
+  Texts all{""};
+  for (std::size_t at = 0; all[at].size() < longest; ++at) {
+    for (const char character : characters) all.push_back(all[at] + character);
+  }
+  return {all.begin() + 1, all.end()};
+}
+
+/// All patterns of up to so many characters, each in a directory of its own.
+void check_short_patterns(const Asker& asker, std::size_t longer) {
+  using Row = std::tuple<const char*, std::size_t, const char*, std::size_t>;
+  for (const auto& [characters, longest, path_characters, longest_path] :
+       {Row{"ab/*?[]!\\-", 3, "ab/", 4},  // everything, in short
+        Row{"a/*", 7, "a/", 6},           // "**" in every position
+        Row{"a/*\\", 5, "ab/", 4},        // and next to escapes
+        Row{"ac[]-!\\", 5, "abc]-!", 1},  // bracket expressions
+        Row{"[:a]", 6, "a:", 1},          // and what looks like a class
+        Row{"a!# \\/", 4, "a!# ", 2}}) {  // marks, blanks and escapes
+    Texts paths = all_texts(path_characters, longest_path);
+    std::erase_if(paths, [&](const std::string& path) {
+      const bool holds_others = path.back() != '/' && path.size() < longest_path &&
+                                std::string_view(path_characters).ends_with('/');
+      return path[0] == '/' || path.find("//") != path.npos || holds_others;
+    });
+    Case asked{"plain", {}, {}};
+    for (const std::string& pattern : all_texts(characters, longest + longer)) {
+      const std::string in = std::to_string(asked.files.size()) + '/';
+      asked.files["plain/" + in + ".gitignore"] = {{pattern, as_documented(pattern)}};
+      for (const std::string& path : paths) asked.questions.push_back(in + path);
+    }
+    check(asker, asked);
+  }
+}
+
 }  // namespace
 
 int main(int count, char** arguments) try {
-  std::map<std::string, std::uint64_t> options{
-      {"--questions", UINT64_MAX}, {"--seconds", 1'000'000}, {"--seed", std::random_device{}()}};
+  std::map<std::string, std::uint64_t> options{{"--questions", UINT64_MAX},
+                                               {"--seconds", 1'000'000},
+                                               {"--seed", std::random_device{}()},
+                                               {"--longer", 0}};
   for (int at = 1; at < count; at += 2) {
     options.at(arguments[at]) = std::stoull(at + 1 < count ? arguments[at + 1] : "");
   }
@@ -352,18 +409,16 @@ int main(int count, char** arguments) try {
     check_pointer(asker, pointer);
   }
 
+  check_short_patterns(asker, options["--longer"]);
+
   std::cout << "seed " << options["--seed"] << std::endl;
   Generator generator(options["--seed"]);
   std::map<std::string, std::size_t> verdicts;
   std::size_t trees = 0, questions = 0;
   for (; questions < options["--questions"] && Clock::now() < end; ++trees) {
-    Case asked = generator.make();
-    const auto answers = asker.ask(asked);
-    for (std::size_t at = 0; at < answers.size(); ++at, ++questions) {
-      ++verdicts[letter(answers[at].ours)];
-      if (answers[at].agree()) continue;
-      asked.questions = {asked.questions[at]};
-      report(asker, asked);
+    for (const auto& [verdict, given] : check(asker, generator.make())) {
+      verdicts[verdict] += given;
+      questions += given;
     }
   }
   std::cout << questions << " questions about " << trees << " trees: " << verdicts["i"]

@@ -1,21 +1,29 @@
-// Runs a fuzz target on COUNT random inputs, without libFuzzer: in every test run.
+// Runs a fuzz target without libFuzzer: on COUNT random inputs, and on files.
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
 #include <random>
-#include <vector>
+#include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-int main(int, char** arguments) {
-  const unsigned long given = arguments[2] ? std::strtoul(arguments[2], nullptr, 10) : 0;
-  const auto seed = static_cast<unsigned>(given > 0 ? given : std::random_device{}());
-  std::printf("standalone COUNT [SEED]: seed %u\n", seed);
+int main(int count, char** arguments) {
+  const auto run = [](const std::string& input) {
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
+  };
+  for (int at = 2; at < count; ++at) {
+    std::ifstream file(arguments[at], std::ios::binary);
+    run({std::istreambuf_iterator<char>(file), {}});
+  }
+  const unsigned seed = std::random_device{}();
+  std::cout << "seed " << seed << std::endl;
   std::mt19937 random(seed);
-  for (long count = std::strtol(arguments[1], nullptr, 10); count > 0; --count) {
-    std::vector<std::uint8_t> bytes(random() % 300);
-    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+  for (int left = std::atoi(arguments[1]); left > 0; --left) {
+    std::string bytes(random() % 300, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    run(bytes);
   }
 }

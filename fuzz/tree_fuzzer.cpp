@@ -1,14 +1,15 @@
-// A scope and its walks over a small tree, against a plain model that asks the disk anew.
+// A scope and its walks over a small tree of any bytes, against a plain model that asks the
+// disk anew; and the text helpers that every path goes through.
 
 #include <spdlog/logger.h>
 
 #include <cassert>
 #include <set>
 
-#include "fuzz/manual_matcher.h"
 #include "tests/temp_tree.h"
-#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/test_code.h"
 #include "utils/path_filter/tree_walk.h"
 
 namespace fs = std::filesystem;
@@ -24,46 +25,57 @@ struct Model {
   fs::path top;
   bool in_walk;  // then nothing is read through a link
 
-  std::optional<bool> rules_say(const fs::path& file, const std::string& path) const {
-    std::ifstream stream(file);
-    const std::vector<std::string> lines(std::istream_iterator<std::string>(stream), {});
-    return manual::lines_say(std::vector<std::string_view>(lines.begin(), lines.end()), path);
-  }
-
-  /// Whether the rules leave out `path` by itself; a directory's ends in "/".
+  /// Whether the rules leave out `path` by itself; a directory's ends in "/". What one file's
+  /// rules say is proved elsewhere.
   bool matches(const std::string& path) const {
+    const auto say = [&](const fs::path& file, std::size_t skip) {
+      const auto rules = _read_ignore_rules(file, internal::LastLink::refuse);
+      return rules ? rules->check_file(path.substr(skip)).include : std::nullopt;
+    };
     std::optional<bool> says;
     fs::path at = path.substr(0, path.find_last_not_of('/') + 1);
     do {
       at = at.parent_path();
       const fs::path file = top / at / ".gitignore";
       std::error_code none;
-      if (in_walk ? fs::weakly_canonical(file, none) != file : fs::is_symlink(file, none)) continue;
-      says = rules_say(file, path.substr(at.empty() ? 0 : at.native().size() + 1));
+      if (in_walk && fs::weakly_canonical(file, none) != file) continue;
+      says = say(file, at.empty() ? 0 : at.native().size() + 1);
     } while (!says && !at.empty());
+    if (says) return *says;
     const auto git = _git_dir(top);
-    if (!says && git) says = rules_say(_common_dir(*git) / "info/exclude", path);
-    return says.value_or(false);
+    return git && say(_common_dir(*git) / "info/exclude", 0).value_or(false);
   }
 
   /// What leaves out a file, or all of a directory, whose path ends in "/".
   std::optional<Exclusion> kind(std::string path, bool by_git_alone = false) const {
     if (path.empty()) return std::nullopt;
     std::ranges::replace(path, '\\', '/');
-    bool ignored = false;
-    for (std::size_t at = 0; (at = path.find('/', at)) != std::string::npos; ++at) {
-      const fs::path way = path.substr(0, at);
-      const bool skipped = should_skip_directory(way.filename().native(), way.parent_path());
-      if (skipped && !by_git_alone) return Exclusion::directory;
-      if (way == INDEX_DATA_DIR && !by_git_alone) return Exclusion::index_data;
-      ignored = ignored || matches(path.substr(0, at + 1));
+    std::vector<std::string> directories;
+    for (std::size_t at = 0; (at = path.find('/', at)) != path.npos; ++at) {
+      const fs::path& way = directories.emplace_back(path.substr(0, at));
+      if (by_git_alone) continue;
+      const std::string name = way.native().substr(way.native().rfind('/') + 1);
+      if (should_skip_directory(name, way.parent_path())) return Exclusion::directory;
+      if (way == INDEX_DATA_DIR) return Exclusion::index_data;
     }
     const std::string name = path.substr(path.rfind('/') + 1);  // npos + 1 is 0
     const bool known = name.empty() || language_registry::detect_language(name);
     if (!known && !by_git_alone) return Exclusion::unknown_language;
+    const bool ignored = std::ranges::any_of(
+        directories, [&](const std::string& directory) { return matches(directory + '/'); });
     return ignored || matches(path) ? std::optional(Exclusion::gitignore) : std::nullopt;
   }
 };
+
+/// What `question` answers; absent when a pointer file is not text.
+template <typename Question>
+static auto outcome(Question question) -> std::optional<decltype(question())> {
+  try {
+    return question();
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const TempTree tree;
@@ -72,9 +84,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::error_code failed;  // what cannot be done is left
   std::size_t used = 0;
   const auto below = [&](unsigned end) { return used < size ? data[used++] % end : 0; };
+  const auto name = [&] {
+    const unsigned number = below(20);
+    if (number < std::size(NAMES)) return std::string(NAMES[number]);
+    const auto byte = static_cast<char>(below(256));  // what a name may be, but "\" and a drive
+    const bool special = std::string_view("/\\:.\0", 5).find(byte) != std::string_view::npos;
+    return std::string(number - 15, special ? 'z' : byte);
+  };
   const auto path = [&] {
-    std::string made = NAMES[below(std::size(NAMES))];
-    while (below(2) == 1) made = made + '/' + NAMES[below(std::size(NAMES))];
+    std::string made = name();
+    while (below(2) == 1) made += '/' + name();
     return made;
   };
   IndexScope scope(top);
@@ -82,10 +101,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned what = below(10);
     const Model model{top, what == 8};
     const std::string asked = path();
-    if (what & 1) assert(scope.is_ignored(asked) == model.kind(asked, true).has_value());
-    if (what & 2) assert(scope.admits_directory(asked) == !model.kind(asked + '/'));
-    if (what & 4) assert(scope.is_indexable(asked).kind == model.kind(asked));
-    if (what == 8) {
+    if (what & 1) {
+      assert(outcome([&] { return scope.is_ignored(asked); }) ==
+             outcome([&] { return model.kind(asked, true).has_value(); }));
+    }
+    if (what & 2) {
+      assert(outcome([&] { return scope.admits_directory(asked); }) ==
+             outcome([&] { return !model.kind(asked + '/'); }));
+    }
+    if (what & 4) {
+      assert(outcome([&] { return scope.is_indexable(asked).kind; }) ==
+             outcome([&] { return model.kind(asked); }));
+      assert(scope.relative((top / asked).native()) == asked);
+      const std::string valid = internal::replace_invalid_utf8(asked);
+      assert(!internal::find_invalid_utf8(valid) &&
+             internal::find_invalid_utf8(asked).has_value() == (valid != asked));
+      is_test_path(asked);
+      internal::shell_glob_matches(asked, name());
+    }
+    if (what == 8 && outcome([&] { return model.matches("none"); })) {
       std::set<std::string> expected;
       for (const fs::directory_entry& entry : fs::recursive_directory_iterator(top)) {
         const std::string file = entry.path().lexically_relative(top).string();
@@ -107,7 +141,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (change == 0) fs::remove_all(at, failed);
     if (change == 1) fs::create_symlink(top / path(), at, failed);
     std::ofstream file(at);
-    for (unsigned count = below(16); count > 0; --count) file << PIECES[below(std::size(PIECES))];
+    for (unsigned count = below(16); count > 0; --count) {
+      const unsigned piece = below(24);
+      piece < std::size(PIECES) ? file << PIECES[piece] : file << static_cast<char>(below(256));
+    }
+    file.close();
     scope.refresh();
   }
   return 0;

@@ -1,12 +1,15 @@
-// What the system refuses: memory, file descriptors, and files that are gone by the time
-// they are opened. Each leaves an answer and whole caches.
+// What is taken of the system, and what it refuses: memory, file descriptors, and files that are
+// gone by the time they are opened. Each leaves an answer and whole caches.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -23,23 +26,22 @@
 #endif
 
 #ifndef SANITIZED
-namespace {
-
 /// How many allocations this thread is granted before one fails; negative: all.
-thread_local int allocations_left = -1;
+static thread_local int allocations_left = -1;
+static thread_local std::size_t live_bytes, peak_bytes;
 
-void* allocate(std::size_t size) {
+void* operator new(std::size_t size) {
   if (allocations_left == 0) throw std::bad_alloc();
   if (allocations_left > 0) --allocations_left;
-  if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
-  throw std::bad_alloc();
+  void* memory = std::malloc(size > 0 ? size : 1);
+  peak_bytes = std::max(peak_bytes, live_bytes += ::malloc_usable_size(memory) + sizeof(size));
+  return memory;
 }
-
-}  // namespace
-
-void* operator new(std::size_t size) { return allocate(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+  live_bytes -= memory == nullptr ? 0 : ::malloc_usable_size(memory) + sizeof(std::size_t);
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
 #endif
 
 namespace path_filter {
@@ -78,6 +80,22 @@ TEST(Faults, MemoryThatCannotBeHadLeavesTheCachesWhole) {
     ASSERT_TRUE(answers(scope)) << "after " << failures << " allocations";
   }
   EXPECT_GT(failures, 50);
+}
+
+TEST(Memory, RuleSetsTakeFewTimesTheirText) {
+  for (const std::string_view line :  // with other letters for the zeros in each line
+       {"?", "*", "0", "00", "000", "?00", "*.000", "[x]", "[!x]0", "[a-z]", "*0*", "*000*", "a/00",
+        "?\n0", "?\n??", "000\n\n\n", "\\0000/**"}) {
+    std::string content;
+    for (std::minstd_rand random; content.size() < 1 << 20; content += '\n')
+      for (const char step : line) content += step == '0' ? "abcdefgh"[random() / 99 % 8] : step;
+    const std::size_t before = peak_bytes = live_bytes;
+    EXPECT_TRUE(_ignore_rules_in(content));
+    EXPECT_LE(peak_bytes - before, 7 * content.size()) << line;  // and once the content
+  }
+  const std::size_t before = live_bytes;
+  const auto rules = _ignore_rules_in("*.log\n/build/*/\n[Dd]ebug/\n!a\n");
+  EXPECT_LE(live_bytes - before + sizeof(rules), 30U + 300U);
 }
 
 /// A walk that can open a directory and nothing else, once the rules have to be read anew.

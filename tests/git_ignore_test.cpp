@@ -1,47 +1,15 @@
 #include "utils/path_filter/git_ignore.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <sys/stat.h>
 
 #include <array>
-#include <random>
 
 #include "tests/support.h"
-
-static thread_local std::size_t live_bytes, peak_bytes;
-
-void* operator new(std::size_t size) {
-  void* memory = ::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  peak_bytes = std::max(peak_bytes, live_bytes += malloc_usable_size(memory) + sizeof(size));
-  return memory;
-}
-void operator delete(void* memory, std::size_t) noexcept { ::operator delete(memory); }
-void operator delete(void* memory) noexcept {
-  live_bytes -= memory == nullptr ? 0 : malloc_usable_size(memory) + sizeof(std::size_t);
-  ::free(memory);
-}
 
 namespace path_filter {
 
 using Row = std::array<std::string, 3>;
-
-TEST(GitIgnore, RuleSetsTakeFewTimesTheirText) {
-  for (const std::string_view line :  // with other letters for the zeros in each line
-       {"?", "*", "0", "00", "000", "?00", "*.000", "[x]", "[!x]0", "[a-z]", "*0*", "*000*", "a/00",
-        "?\n0", "?\n??", "000\n\n\n", "\\0000/**"}) {
-    std::string content;
-    for (std::minstd_rand random; content.size() < 1 << 20; content += '\n')
-      for (const char step : line) content += step == '0' ? "abcdefgh"[random() / 99 % 8] : step;
-    const std::size_t before = peak_bytes = live_bytes;
-    EXPECT_TRUE(_ignore_rules_in(content));
-    EXPECT_LE(peak_bytes - before, 7 * content.size()) << line;  // and once the content
-  }
-  const std::size_t before = live_bytes;
-  const auto rules = _ignore_rules_in("*.log\n/build/*/\n[Dd]ebug/\n!a\n");
-  EXPECT_LE(live_bytes - before + sizeof(rules), 30U + 300U);
-}
 
 TEST(GitIgnore, LinesOfAFile) {
   for (const char* end : {"\n", "\r\n", "\r", "\v", "\f", "\x1C", "\x1D", "\x1E", "\xC2\x85",

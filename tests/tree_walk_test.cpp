@@ -133,25 +133,6 @@ TEST(Walk, FollowsNoLinkBelowTheRoot) {
     std::filesystem::create_directory_symlink("../outside", tree / "real/a");
   }
   EXPECT_EQ(errors.size(), 1U);
-
-  // Names that read as if they lay behind the link: what the walk says of them is not the
-  // link's target's to decide, and changes nothing for those who ask by the link.
-  for (const char* path : {"real/a\\x.py", "real/a\\d/y.py"}) tree.write(path);
-  for (const bool asked_before : {false, true}) {
-    const IndexScope fresh(tree / "root");
-    if (asked_before) {
-      EXPECT_TRUE(fresh.is_ignored("a/q.py"));
-    }
-    int decided = 0;
-    Walk through = fresh.walk();
-    for (const std::string& path : through) {
-      EXPECT_TRUE(through.decide()) << path;
-      ++decided;
-    }
-    EXPECT_EQ(decided, 3);
-    EXPECT_TRUE(fresh.is_ignored("a/q.py"));
-    EXPECT_FALSE(fresh.admits_directory("a/d"));
-  }
 }
 
 TEST(Walk, HoldsNothingOpenBetweenPathsAndIsLazy) {
