@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "tests/support.h"
+#include "utils/path_filter/tree_walk.h"
 
 namespace path_filter {
 namespace {
@@ -22,12 +25,9 @@ TEST(IndexScope, RulesInTheirOrder) {
   const TempTree tree;
   tree.write(".gitignore", "*.md\nsecret/\n*.min.js\nnode_modules\npackage-lock.json\n");
   const IndexScope scope(tree.root());
-  struct Row {
-    std::string_view kind;  // "" when the files are in
-    std::string_view language;
-    std::vector<std::string_view> paths;
-  };
-  const Row rows[] = {
+  using Texts = std::vector<std::string_view>;
+  // The kind, "" when the files are in; their language; their paths.
+  const std::tuple<const char*, const char*, Texts> rows[] = {
       {"", "python", {"src/app.py", "src\\app.py", "pkg/__init__.py", "a//b.py"}},
       {"", "python", {"docs/memory/codebase-index/x.py", "memory/codebase-indexes/x.py"}},
       {"", "typescript", {"memory/wiki/page.ts", "a.min.ts", ".github/workflows/a.ts"}},
@@ -45,8 +45,8 @@ TEST(IndexScope, RulesInTheirOrder) {
       const Decision decision = scope.is_indexable(path);
       EXPECT_EQ(kind_of(decision), kind) << path;
       EXPECT_EQ(decision.language.value_or(""), language) << path;
-      EXPECT_EQ(decision.indexable, kind.empty()) << path;
       EXPECT_EQ(decision.reason, decision.kind ? internal::reason_of(*decision.kind) : "");
+      EXPECT_EQ(decision.indexable, !decision.kind);
     }
   }
   for (const std::string_view path : {"/etc/passwd", "C:\\work\\x.py", "\\\\host\\x.py"}) {
@@ -56,28 +56,19 @@ TEST(IndexScope, RulesInTheirOrder) {
   }
 }
 
-template <typename Facts>
-concept GivenByPosition = requires {
-  Facts{5};
-};
-static_assert(!GivenByPosition<FileFacts>);
+static_assert(!MadeFrom<FileFacts, int> && !MadeFrom<WalkOptions, PruneHandler>);
 
 TEST(IndexScope, Limits) {
   const IndexScope scope("/nowhere", {.limits = IndexLimits{10485760, LanguageSet{"python"}}});
-  struct Row {
-    std::string_view path;
-    std::optional<std::int64_t> size;
-    std::string_view kind;
-    std::string_view reason;
-  };
-  for (const Row& row :
+  using Row = std::tuple<const char*, std::optional<std::int64_t>, const char*, const char*>;
+  for (const auto& [path, size, kind, reason] :
        {Row{"a.py", std::nullopt, "", ""}, Row{"a.py", 10485760, "", ""}, Row{"a.json", 5, "", ""},
         Row{"a.py", 10485761, "size", "10.0 MB is over index.max_file_size_mb (10)"},
         Row{"a.ts", 12345678, "size", "11.8 MB is over index.max_file_size_mb (10)"},
         Row{"a.ts", 5, "language", "typescript is not in index.languages"}}) {
-    const Decision decision = scope.is_indexable(row.path, {.size = row.size});
-    EXPECT_EQ(kind_of(decision), row.kind) << row.path;
-    EXPECT_EQ(decision.reason, row.reason);
+    const Decision decision = scope.is_indexable(path, {.size = size});
+    EXPECT_EQ(kind_of(decision), kind) << path;
+    EXPECT_EQ(decision.reason, reason);
   }
   const auto reason = [](std::int64_t limit) {
     const IndexScope limited("/nowhere", {.limits = IndexLimits{limit, std::nullopt}});
@@ -88,20 +79,15 @@ TEST(IndexScope, Limits) {
 }
 
 TEST(IndexScope, Relative) {
-  struct Row {
-    const char* root;
-    const char* path;
-    const char* relative;
-  };
+  using Row = std::array<const char*, 3>;
   constexpr const char* ABSENT = "(absent)";
-  for (const Row& row :
+  for (const auto& [root, path, relative] :
        {Row{"/r", "/r/./src//a.py/", "src/a.py"}, Row{"/r/", "/r/a/", "a"}, Row{"/", "/a", "a"},
         Row{"/r", "/r", ABSENT}, Row{"/r", "/ra/b", ABSENT}, Row{"/r", "/r/a/../../etc", ABSENT},
         Row{"/r", "r/a", ABSENT}, Row{"/r", "//r/a", ABSENT}, Row{"r", "r/a", "a"},
         Row{".", "a/b", "a/b"}, Row{".", "/a/b", ABSENT}, Row{"/r", "", ABSENT},
         Row{"/r/..", "/r/../a", "a"}, Row{"/r", "/r/a\\b", "a\\b"}}) {
-    EXPECT_EQ(IndexScope(row.root).relative(row.path).value_or(ABSENT), row.relative)
-        << row.path << " in " << row.root;
+    EXPECT_EQ(IndexScope(root).relative(path).value_or(ABSENT), relative) << path << root;
   }
 }
 
@@ -126,26 +112,24 @@ class Ignoring : public testing::Test {
 };
 
 TEST_F(Ignoring, Verdicts) {
-  struct Row {
-    std::string_view path;
-    std::string rule;  // that decides, as "source:line:pattern"
-  };
-  const Row rows[] = {{"sub/debug.log", "sub/.gitignore:1:!debug.log"},
-                      {"sub/deep/trace.log", ".gitignore:1:*.log"},
-                      {"logs/keep.log", ".gitignore:4:logs/"},
-                      {"local/notes.txt", ".git/info/exclude:1:local/"},
-                      {"gen/.gitignore", "gen/.gitignore:1:*"},
-                      {"a.tmp", (tree / "global:2:*.tmp*").string()},
-                      {"gen/", ""},
-                      {"build//", ".gitignore:2:build/"},
-                      {"sub/build/", ".gitignore:2:build/"},
-                      {"a//app.log", ".gitignore:1:*.log"}};
-  for (const Row& row : rows) {
-    const auto rule = scope.deciding_ignore_rule(row.path);
+  // A path and the rule that decides, as "source:line:pattern".
+  const std::pair<std::string, std::string> rows[] = {
+      {"sub/debug.log", "sub/.gitignore:1:!debug.log"},
+      {"sub/deep/trace.log", ".gitignore:1:*.log"},
+      {"logs/keep.log", ".gitignore:4:logs/"},
+      {"local/notes.txt", ".git/info/exclude:1:local/"},
+      {"gen/.gitignore", "gen/.gitignore:1:*"},
+      {"a.tmp", (tree / "global:2:*.tmp*").string()},
+      {"gen/", ""},
+      {"build//", ".gitignore:2:build/"},
+      {"sub/build/", ".gitignore:2:build/"},
+      {"a//app.log", ".gitignore:1:*.log"}};
+  for (const auto& [path, expected] : rows) {
+    const auto rule = scope.deciding_ignore_rule(path);
     EXPECT_EQ(rule ? rule->source + ":" + std::to_string(rule->line) + ":" + rule->pattern : "",
-              row.rule)
-        << row.path;
-    EXPECT_EQ(scope.is_ignored(row.path), rule && !rule->pattern.starts_with('!')) << row.path;
+              expected)
+        << path;
+    EXPECT_EQ(scope.is_ignored(path), rule && !rule->pattern.starts_with('!')) << path;
   }
   for (const auto& [directory, admitted] : {std::pair{"gen"sv, true},
                                             {""sv, true},
@@ -239,14 +223,10 @@ TEST(IndexScope, OddIgnoreFiles) {
 
   const CapturedLog log;
   const IndexScope scope(tree.root());
-  for (const auto& [path, ignored] : {std::pair{"dir/a.py"sv, false},
-                                      {"fifo/a.py"sv, false},
-                                      {"link/a.py"sv, false},
-                                      {"binary/a.py"sv, true},
-                                      {"through/link/a.py"sv, true},
-                                      {"dir/b.py"sv, false},
-                                      {"rules\0/a.py"sv, false}}) {
-    EXPECT_EQ(scope.is_ignored(path), ignored) << path;
+  EXPECT_TRUE(scope.is_ignored("binary/a.py") && scope.is_ignored("through/link/a.py"));
+  for (const auto path :
+       {"dir/a.py"sv, "fifo/a.py"sv, "link/a.py"sv, "dir/b.py"sv, "rules\0/a.py"sv}) {
+    EXPECT_FALSE(scope.is_ignored(path)) << path;
   }
   std::string expected;
   for (const char* problem :
