@@ -320,36 +320,21 @@ class Generator {
   std::mt19937_64 _random;
 };
 
-/// Ends with what is left of the case without the lines that do not matter.
-[[noreturn]] void report(const Asker& asker, Case found) {
-  const std::string in = found.tree + '/' + found.questions[0];
-  std::erase_if(found.files, [&](const auto& file) {
-    return file.first.ends_with("/.gitignore") &&
-           !in.starts_with(file.first.substr(0, file.first.size() - 10));
-  });
-  std::string left;
-  for (auto& [file, lines] : found.files) {
-    for (Line& line : lines) {
-      const Line kept = std::exchange(line, {"\r\n", "\n"});
-      if (!asker.ask(found)[0].agree()) continue;
-      line = kept;
-      left += file + ": " + printed(line.component) + '\n';
-    }
-  }
-  const auto [git, ours] = asker.ask(found)[0];
-  throw std::runtime_error(fmt::format("{}about {} in {}\ngit: {}\ncomponent: {}", left,
-                                       printed(found.questions[0]), found.tree, git, ours));
-}
-
 /// Asks about all of the case; returns how often each verdict was given.
-std::map<std::string, std::size_t> check(const Asker& asker, Case asked) {
+std::map<std::string, std::size_t> check(const Asker& asker, const Case& asked) {
   std::map<std::string, std::size_t> verdicts;
   const auto answers = asker.ask(asked);
   for (std::size_t at = 0; at < answers.size(); ++at) {
     ++verdicts[letter(answers[at].ours)];
     if (answers[at].agree()) continue;
-    asked.questions = {asked.questions[at]};
-    report(asker, asked);
+    std::string tree = "about " + printed(asked.questions[at]) + " in " + asked.tree + '\n';
+    for (const auto& [file, lines] : asked.files) {
+      const std::string in = file.substr(0, file.rfind('/') + 1);  // the rules that can matter
+      const bool above = (asked.tree + '/' + asked.questions[at]).starts_with(in);
+      if (!above && file.ends_with("/.gitignore")) continue;
+      for (const Line& line : lines) tree += file + ": " + printed(line.component) + '\n';
+    }
+    throw std::runtime_error(tree + "git: " + answers[at].git + "\nours: " + answers[at].ours);
   }
   return verdicts;
 }

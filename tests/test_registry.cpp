@@ -8,28 +8,21 @@
 namespace language_registry {
 namespace {
 
-constexpr std::array<std::string_view, 2> PYTHON_GLOBS{"test_*.py", "*_test.py"};
-constexpr std::array<std::string_view, 1> JAVA_GLOBS{"*Test.java"};
-constexpr std::array<std::string_view, 3> ALL_GLOBS{"test_*.py", "*_test.py", "*Test.java"};
+constexpr std::array<std::string_view, 3> GLOBS{"test_*.py", "*_test.py", "*Test.java"};
+constexpr std::span ALL_GLOBS(GLOBS);
+constexpr LanguageRecord PYTHON{"code", ALL_GLOBS.first(2)}, JAVA{"code", ALL_GLOBS.last(1)};
+constexpr LanguageRecord CODE{"code", {}}, DOCS{"docs", {}}, DATA{"data", {}};
 
 struct Row {
-  std::string_view name;
-  std::string_view suffix;
-  LanguageRecord record;
+  std::string_view name, suffix;
+  const LanguageRecord& record;
 };
 
-constexpr Row ROWS[] = {Row{"python", ".py", {"code", PYTHON_GLOBS}},
-                        Row{"java", ".java", {"code", JAVA_GLOBS}},
-                        Row{"csharp", ".cs", {"code", {}}},
-                        Row{"typescript", ".ts", {"code", {}}},
-                        Row{"tsx", ".tsx", {"code", {}}},
-                        Row{"javascript", ".js", {"code", {}}},
-                        Row{"javascript", ".mjs", {"code", {}}},
-                        Row{"javascript", ".cjs", {"code", {}}},
-                        Row{"makefile", "Makefile", {"code", {}}},
-                        Row{"markdown", ".md", {"docs", {}}},
-                        Row{"json", ".json", {"data", {}}},
-                        Row{"text", ".log", {"docs", {}}}};
+constexpr Row ROWS[] = {{"python", ".py", PYTHON},    {"java", ".java", JAVA},
+                        {"csharp", ".cs", CODE},      {"typescript", ".ts", CODE},
+                        {"tsx", ".tsx", CODE},        {"javascript", ".js", CODE},
+                        {"javascript", ".mjs", CODE}, {"javascript", ".cjs", CODE},
+                        {"markdown", ".md", DOCS},    {"json", ".json", DATA}};
 
 void fail_on_demand() {
   if (test_registry::failing) throw std::runtime_error("registry failure");
