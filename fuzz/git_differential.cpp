@@ -3,10 +3,9 @@
 // purpose, then all short patterns, then random work trees over small alphabets, with all
 // that the format has.
 //
-//   git_differential [--questions N] [--seconds N] [--seed S] [--longer N]
+//   git_differential [--questions N] [--seconds N] [--seed S]
 //
-// "longer" patterns are short ones of N more characters. Without a bound it goes on until it
-// is stopped. Ends with status 1 at a disagreement.
+// Without a bound it goes on until it is stopped. Ends with status 1 at a disagreement.
 
 #include <spdlog/fmt/fmt.h>
 #include <spdlog/logger.h>
@@ -348,7 +347,7 @@ Texts all_texts(const std::string& characters, std::size_t longest) {
 }
 
 /// All patterns of up to so many characters, each in a directory of its own.
-void check_short_patterns(const Asker& asker, std::size_t longer) {
+void check_short_patterns(const Asker& asker) {
   using Row = std::tuple<const char*, std::size_t, const char*, std::size_t>;
   for (const auto& [characters, longest, path_characters, longest_path] :
        {Row{"ab/*?[]!\\-", 3, "ab/", 4},  // everything, in short
@@ -364,7 +363,7 @@ void check_short_patterns(const Asker& asker, std::size_t longer) {
       return path[0] == '/' || path.find("//") != path.npos || holds_others;
     });
     Case asked{"plain", {}, {}};
-    for (const std::string& pattern : all_texts(characters, longest + longer)) {
+    for (const std::string& pattern : all_texts(characters, longest)) {
       const std::string in = std::to_string(asked.files.size()) + '/';
       asked.files["plain/" + in + ".gitignore"] = {{pattern, as_documented(pattern)}};
       for (const std::string& path : paths) asked.questions.push_back(in + path);
@@ -394,7 +393,7 @@ int main(int count, char** arguments) try {
     check_pointer(asker, pointer);
   }
 
-  check_short_patterns(asker, options["--longer"]);
+  check_short_patterns(asker);
 
   std::cout << "seed " << options["--seed"] << std::endl;
   Generator generator(options["--seed"]);

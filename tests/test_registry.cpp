@@ -18,11 +18,11 @@ struct Row {
   const LanguageRecord& record;
 };
 
-constexpr Row ROWS[] = {{"python", ".py", PYTHON},    {"java", ".java", JAVA},
-                        {"csharp", ".cs", CODE},      {"typescript", ".ts", CODE},
-                        {"tsx", ".tsx", CODE},        {"javascript", ".js", CODE},
-                        {"javascript", ".mjs", CODE}, {"javascript", ".cjs", CODE},
-                        {"markdown", ".md", DOCS},    {"json", ".json", DATA}};
+constexpr Row ROWS[] = {
+    {"python", ".py", PYTHON},    {"java", ".java", JAVA},      {"csharp", ".cs", CODE},
+    {"typescript", ".ts", CODE},  {"tsx", ".tsx", CODE},        {"javascript", ".js", CODE},
+    {"javascript", ".mjs", CODE}, {"javascript", ".cjs", CODE}, {"markdown", ".md", DOCS},
+    {"json", ".json", DATA},      {"text", ".log", DOCS}};
 
 void fail_on_demand() {
   if (test_registry::failing) throw std::runtime_error("registry failure");
