@@ -28,8 +28,9 @@ struct Model {
   /// Whether the rules leave out `path` by itself; a directory's ends in "/". What one file's
   /// rules say is proved elsewhere.
   bool matches(const std::string& path) const {
-    const auto say = [&](const fs::path& file, std::size_t skip) {
-      const auto rules = _read_ignore_rules(file, internal::LastLink::refuse);
+    using Link = internal::LastLink;
+    const auto say = [&](const fs::path& file, Link link, std::size_t skip) {
+      const auto rules = _read_ignore_rules(file, link);
       return rules ? rules->check_file(path.substr(skip)).include : std::nullopt;
     };
     std::optional<bool> says;
@@ -39,11 +40,11 @@ struct Model {
       const fs::path file = top / at / ".gitignore";
       std::error_code none;
       if (in_walk && fs::weakly_canonical(file, none) != file) continue;
-      says = say(file, at.empty() ? 0 : at.native().size() + 1);
+      says = say(file, Link::refuse, at.empty() ? 0 : at.native().size() + 1);
     } while (!says && !at.empty());
     if (says) return *says;
     const auto git = _git_dir(top);
-    return git && say(_common_dir(*git) / "info/exclude", 0).value_or(false);
+    return git && say(_common_dir(*git) / "info/exclude", Link::follow, 0).value_or(false);
   }
 
   /// What leaves out a file, or all of a directory, whose path ends in "/".
