@@ -63,10 +63,8 @@ class Literals {
   void find(std::string_view pattern, GlobKind kind, File file, Other other) {
     const bool name = kind == GlobKind::name;
     _pattern = pattern;
-    _kind = kind;
     if (!measure(true)) return;
     if ((_variants > MOST_VARIANTS || _variants > _spelled_left) && !measure(false)) return;
-    if (_variants == 0) return;  // a set of nothing
 
     constexpr std::size_t LONGEST = LiteralIndex::LONGEST_PART;
     if (_whole && _tail_steps <= LONGEST) {
@@ -83,7 +81,7 @@ class Literals {
   }
 
  private:
-  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, _kind, at, _set); }
+  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, at, _set); }
 
   /// Finds the literals at the pattern's ends; with `sets`, bracket expressions are parts
   /// of them. False when the pattern is broken.
@@ -146,7 +144,6 @@ class Literals {
   /// memory than this out of it.
   std::size_t _spelled_left;
   std::string_view _pattern;
-  GlobKind _kind{};
   std::size_t _variants = 1;  // at most one over MOST_VARIANTS
   bool _whole = true;         // there is no wildcard: all is tail
   std::size_t _head_steps = 0;
