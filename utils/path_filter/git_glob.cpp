@@ -220,7 +220,7 @@ bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text
                                 : path_matches(pattern, text);
 }
 
-GlobStep read_glob_step(std::string_view pattern, GlobKind kind, std::size_t at, ByteSet& set) {
+GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set) {
   using Kind = GlobStep::Kind;
   switch (pattern[at]) {
     case '\\':
@@ -230,10 +230,9 @@ GlobStep read_glob_step(std::string_view pattern, GlobKind kind, std::size_t at,
       return {Kind::wildcard, {}, at + 1};
     case '*': {
       const std::size_t end = behind_stars(pattern, at);
-      const bool starts_component = at == 0 || pattern[at - 1] == '/';
-      const bool whole = kind == GlobKind::path && end - at >= 2 && starts_component &&
-                         end < pattern.size() && behind_component(pattern, end) != NONE;
-      return {Kind::wildcard, {}, whole ? behind_component(pattern, end) : end};
+      const std::size_t behind = behind_component(pattern, end);
+      const bool takes_slash = end - at >= 2 && behind != NONE && end < pattern.size();
+      return {Kind::wildcard, {}, takes_slash ? behind : end};
     }
     case '[': {
       set.reset();
@@ -242,7 +241,6 @@ GlobStep read_glob_step(std::string_view pattern, GlobKind kind, std::size_t at,
       });
       if (!bracket) return {Kind::broken, {}, at};
       if (bracket->negated) set.flip();
-      set.reset('/');
       return {Kind::set, {}, bracket->end};
     }
     default:

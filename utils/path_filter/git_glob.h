@@ -36,7 +36,7 @@ struct GlobStep {
 
 /// The step of `pattern` that begins at `at`, in `set` what a set stands for. A "**" takes
 /// the "/" behind it along: it may match nothing, and then there is none.
-GlobStep read_glob_step(std::string_view pattern, GlobKind kind, std::size_t at, ByteSet& set);
+GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set);
 
 }  // namespace path_filter::internal
 

@@ -63,10 +63,8 @@ class Literals {
   void find(std::string_view pattern, GlobKind kind, File file, Other other) {
     const bool name = kind == GlobKind::name;
     _pattern = pattern;
-    _kind = kind;
     if (!measure(true)) return;
     if ((_variants > MOST_VARIANTS || _variants > _spelled_left) && !measure(false)) return;
-    if (_variants == 0) return;  // a set of nothing
 
     constexpr std::size_t LONGEST = LiteralIndex::LONGEST_PART;
     if (_whole && _tail_steps <= LONGEST) {
@@ -83,7 +81,7 @@ class Literals {
   }
 
  private:
-  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, _kind, at, _set); }
+  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, at, _set); }
 
   /// Finds the literals at the pattern's ends; with `sets`, bracket expressions are parts
   /// of them. False when the pattern is broken.
@@ -146,7 +144,6 @@ class Literals {
   /// memory than this out of it.
   std::size_t _spelled_left;
   std::string_view _pattern;
-  GlobKind _kind{};
   std::size_t _variants = 1;  // at most one over MOST_VARIANTS
   bool _whole = true;         // there is no wildcard: all is tail
   std::size_t _head_steps = 0;
@@ -222,7 +219,7 @@ void GitIgnoreSpec::add_rule(std::string_view line, std::uint32_t number) {
 }
 
 void GitIgnoreSpec::make_index() {
-  Index index{LiteralIndex(_rules.size()), {}};
+  Index index{LiteralIndex(_rules.size()), {}, {}};
   const auto for_each_literal = [this](auto file, auto other) {
     Literals literals(_text.size());
     for (RuleNumber rule = 1; rule <= _rules.size(); ++rule) {
@@ -247,6 +244,10 @@ void GitIgnoreSpec::make_index() {
   for_each_literal([&](Place place, std::string_view literal,
                        RuleNumber rule) { index.literals.file(place, literal, rule); },
                    [&](RuleNumber rule) { index.others.push_back(rule); });
+  if (others <= _text.size() / 32) {
+    index.parts.reserve(others);
+    for (const RuleNumber rule : index.others) index.parts.push_back(longest_part(glob_of(rule)));
+  }
   _index = std::make_unique<const Index>(std::move(index));
 }
 
@@ -265,6 +266,23 @@ std::string_view GitIgnoreSpec::glob_of(RuleNumber number) const {
   if (rule.in_any_directory) return glob.substr(glob.rfind('/') + 1);
   if (glob.starts_with('/')) glob.remove_prefix(1);
   return glob;
+}
+
+/// The longest literal of a glob outside brackets, escapes left out.
+GitIgnoreSpec::Index::Part GitIgnoreSpec::longest_part(std::string_view glob) const {
+  internal::ByteSet set;
+  std::string_view longest;
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < glob.size();) {
+    const GlobStep step = internal::read_glob_step(glob, at, set);
+    const bool is_plain = step.kind == GlobStep::Kind::byte && step.end == at + 1;
+    at = step.end;
+    if (!is_plain) begin = at;
+    if (at - begin > longest.size()) longest = glob.substr(begin, at - begin);
+  }
+  if (longest.empty()) return {0, 0};
+  return {static_cast<std::uint32_t>(longest.data() - _text.data()),
+          static_cast<std::uint32_t>(longest.size())};
 }
 
 GlobKind GitIgnoreSpec::kind_of(RuleNumber number) const {
@@ -324,8 +342,16 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
   literals.find_parts(Place::name_tail, name, ask);
   literals.find_parts(Place::path_head, path, ask);
   literals.find_parts(Place::path_tail, path, ask);
-  for (auto at = _index->others.rbegin(); at != _index->others.rend() && *at > best; ++at) {
-    if (matches(*at)) return *at;
+  for (std::size_t at = _index->others.size(); at-- > 0;) {
+    const RuleNumber rule = _index->others[at];
+    if (rule <= best) break;
+    if (at < _index->parts.size()) {
+      const auto [begin, size] = _index->parts[at];
+      const std::string_view part = std::string_view(_text).substr(begin, size);
+      const std::string_view text = kind_of(rule) == GlobKind::name ? name : path;
+      if (text.find(part) == std::string_view::npos) continue;
+    }
+    if (matches(rule)) return rule;
   }
   return best;
 }
