@@ -3,12 +3,12 @@
 # with that file. Each "== section" begins in the repository of a fresh tree, $ROOT, which reads
 # ROOT in the session. Below a command is what it prints, errors too, and its [status] unless 0.
 
-transcript=$(realpath "${0%/*}")/program_test.txt
+transcript=$(realpath "$(dirname "$0")")/program_test.txt
 program=$(realpath "$1") system_path=$PATH
 ROOT=$(mktemp -d -p /dev/shm 2> /dev/null || mktemp -d) || exit
 trap 'rm -rf "$ROOT"' EXIT
-unset "${!GIT_@}" XDG_CONFIG_HOME; umask 022
-export ROOT LC_ALL=C GIT_CONFIG_NOSYSTEM=1 HOME=$ROOT/home
+unset "${!GIT_@}"; umask 022
+export ROOT LC_ALL=C GIT_CONFIG_NOSYSTEM=1 HOME=$ROOT/home XDG_CONFIG_HOME=
 
 fresh_tree() {
   cd "$ROOT" && chmod -R 755 . && rm -rf ./*
