@@ -153,14 +153,14 @@ class Tree:
         with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as scratch, \
                 open(self.log, "w") as log:
             os.chmod(scratch, 0o755)  # tests take on the rights of others
-            limits = ["timeout", "-s", "KILL", f"{5 * seconds}", "prlimit", f"--cpu={seconds}",
+            limits = ["timeout", "-s", "KILL", f"{20 * seconds}", "prlimit", f"--cpu={seconds}",
                       f"--as={8 << 30}", f"--fsize={1 << 30}", "--core=0", "env", *env]
             return subprocess.run([*limits, f"TMPDIR={scratch}", *command], cwd=directory,
                                   env=self.env, stdin=subprocess.DEVNULL, stdout=log,
                                   stderr=log).returncode == 0
 
     def builds(self, target):
-        return self.succeeds(200, ["ninja", "-C", self.build, target], self.source)
+        return self.succeeds(60, ["ninja", "-C", self.build, target], self.source)
 
     def killer(self, site):
         """What kills the change: "" when nothing does, None when it does not compile."""
