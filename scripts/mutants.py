@@ -54,6 +54,13 @@ def masked(code):
     return re.sub(heads, lambda head: blank(head[0]), code, flags=re.M)
 
 
+# Of one line, behind a condition perhaps; neither a declaration nor a part of something longer.
+STATEMENT = re.compile(r"""^[ ]*(?:else[ ]|(?:if|while|for)[ ]\(.*\)[ ])*
+    ((?!~?[A-Z]\w*\()(?:[*\w.:<>[\]-]+\(.*\)                                  # a call
+                       |[*\w.:<>[\]()-]+[ ](?:[-+*/%&|^]|<<|>>)?=[ ](?!delete|default|0;).*
+                       |(?:\+\+|--).*);)[ ]*$""", re.M | re.X)
+
+
 def changes(original, code):
     """Yields (begin, end, new text, what is done) for each place; `code` is the masked text."""
     for found in re.finditer(r"\b(?:if|while) \(", code):
@@ -62,8 +69,8 @@ def changes(original, code):
         begin += code[begin:end].rfind(";") + 1
         yield (begin, end, f"{original[begin:end]}; !{declared[1]}" if declared else
                f"!({original[begin:end]})", "condition negated")
-    for found in re.finditer(r"\s\?\s", code):  # at least the last operand of the condition
-        yield *found.span(), " == false ? ", "condition negated"
+    for found in re.finditer(r"(?<=\s)\?(?=\s)", code):  # at least the condition's last operand
+        yield *found.span(), "== false ?", "condition negated"
     for found in re.finditer(r"(?<=\s)(?:[<>=!]=|[<>+-]|&&|\|\|)(?=\s)|\b(?:true|false)\b", code):
         yield *found.span(), SWAPPED[found[0]], f"{found[0]} to {SWAPPED[found[0]]}"
     for found in re.finditer(r"(?<![\w.'])(0[xX][\da-fA-F']+|\d[\d']*)([uUlLzZ]*)(?![\w.'])", code):
@@ -71,37 +78,24 @@ def changes(original, code):
         yield *found.span(), more + found[2], f"{found[0]} to {more}{found[2]}"
     for found in re.finditer(r"\b(?:break|continue)(?=;)", code):
         yield *found.span(), "", f"{found[0]} dropped"
-    above = ";"
-    for line in re.finditer(r"[^\n]*\S", code):
-        begin = line.end() - len(line[0].lstrip())
-        while control := re.compile(r"else |(?:if|while|for) (?=\()").match(code, begin):
-            begin = control.end() if control[0] == "else " else closing(code, control.end()) + 2
-        bare = statement = code[begin:line.end()]
-        for _ in range(9):  # what is left without all that is in brackets
-            bare = re.sub(r"\([^()]*\)|\[[^][]*\]|\{[^{}]*\}", "", bare)
-        if (re.search(r"[;{})]$|\b(else|case .*:|default:|private:|public:)$", above)
-                and re.fullmatch(r"(?!\.)[*\w:.<>-]*( ([-+*/%&|^]|<<|>>)?= [^;]*)?;|[+-]{2}.*;",
-                                 bare)
-                and not re.match(r"\w*;|~?[A-Z]\w*\(|.*= (default|delete|0);", statement)):
-            yield begin, line.end(), ";", "statement dropped"
-        above = line[0].strip()
+    for found in STATEMENT.finditer(code):
+        yield *found.span(1), ";", "statement dropped"
 
 
 def sites(file, seed):
     """All places of a file, each behind the hash that chooses among them."""
     original = (ROOT / file).read_text()
     code = masked(original)
-    lines = list(zip(code.split("\n"), original.split("\n")))
     occurrences = collections.Counter()
     for begin, end, new, what in sorted(changes(original, code)):
-        begin += len(code[begin:end]) - len(code[begin:end].lstrip())
-        number = code.count("\n", 0, begin)
-        above = next((text.strip() for text, _ in reversed(lines[:number]) if text.strip()), "")
-        text, shown = lines[number]
-        key = (seed, above, shown[:len(text.rstrip())].strip(), what)
+        line = code.count("\n", 0, begin)
+        length = len(code.split("\n")[line].rstrip())
+        text = original.split("\n")[line][:length].strip()  # without a comment
+        above = code[:code.rfind("\n", 0, begin) + 1].strip().split("\n")[-1].strip()
+        key = (seed, above, text, what)
         occurrences[key] += 1
         rank = hashlib.sha256(repr((key, occurrences[key])).encode()).hexdigest()
-        yield rank, Site(file, number + 1, begin, end, new, what, shown.strip())
+        yield rank, Site(file, line + 1, begin, end, new, what, text)
 
 
 def output(*command):
@@ -209,19 +203,18 @@ def main():
         finally:
             trees.put(tree)
 
-    counted = []
-    broken = 0
-    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+    results = []
+    pool = concurrent.futures.ThreadPoolExecutor(options.jobs)
+    try:
         for site, by in zip(places, pool.map(killer, places)):
             said = "does not compile" if by is None else by or "SURVIVED"
             print(f"{site.file}:{site.line}: {site.what}: {said}", flush=True)
-            if by is None:
-                broken += 1
-            else:
-                counted.append((site, by))
-            if len(counted) == options.sample:
-                pool.shutdown(wait=False, cancel_futures=True)
+            results.append((site, by))
+            if sum(by is not None for _, by in results) == options.sample:
                 break
+    finally:
+        pool.shutdown(cancel_futures=True)
+    counted = [(site, by) for site, by in results if by is not None]
     print("\nsurvivors")
     for site in sorted(site for site, by in counted if not by):
         print(f"{site.file}:{site.line}: {site.what}\n    {site.text}")
@@ -229,7 +222,7 @@ def main():
     for file in [*sorted({site.file for site, _ in counted}), ""]:
         killers = [by for site, by in counted if site.file.startswith(file)]
         print(f"{sum(map(bool, killers)):6} {len(killers):4}  {file or 'in all'}")
-    print(f"{broken} more did not compile")
+    print(f"{len(results) - len(counted)} more did not compile")
 
 
 if __name__ == "__main__":
