@@ -15,22 +15,18 @@ import hashlib
 import json
 import os
 import pathlib
+import queue
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
-import threading
-import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 UNITS = re.compile(r"(utils|program|sqlite)/(?!.*_test\.).*\.(cpp|h)")
 ASKS_ANEW = "fresh"  # a test of this name asks other questions on each run: no part of a score
-LONGEST = 60  # seconds of computing by one program
 SWAPPED = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==", "&&": "||",
            "||": "&&", "+": "-", "-": "+", "true": "false", "false": "true"}
 Site = collections.namedtuple("Site", "file line begin end new what text")
-Program = collections.namedtuple("Program", "command directory env target inputs seconds")
 
 
 def blank(text, by=" "):
@@ -54,30 +50,15 @@ def masked(code):
                   r'''|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])+\'''',
                   lambda found: found[0] if found[0][0].isdigit() else
                   blank(found[0], "S" if found[0][0] in "\"'R" else " "), code, flags=re.S | re.M)
-    code = re.sub(r"^ *(template|using|typedef|friend|namespace|struct|class|enum)\b[^;{]*",
-                  lambda head: blank(head[0]), code, flags=re.M)
-    while found := re.search(r"\bstatic_assert\(", code):
-        end = closing(code, found.end() - 1)
-        code = code[:found.start()] + blank(code[found.start():end]) + code[end:]
-    return code
+    heads = r"^ *(template|using|typedef|friend|namespace|struct|class|enum|static_assert)\b[^;{]*"
+    return re.sub(heads, lambda head: blank(head[0]), code, flags=re.M)
 
 
-def condition_begin(code, question_mark):
-    """Where the condition in front of a `?` begins."""
-    depth = 0
-    for at in range(question_mark - 1, 0, -1):
-        depth += (code[at] in ")]}") - (code[at] in "([{")
-        if depth < 0 or depth == 0 and (
-                code[at] in ",;?" or re.search(r"\breturn$", code[max(0, at - 6):at + 1])
-                or re.fullmatch("[^=!<>]=[^=]|[^:]:[^:]", code[at - 1:at + 2])):
-            return at + 1
-    return 0
-
-
-def without_brackets(statement):
-    while (shorter := re.sub(r"\([^()]*\)|\[[^][]*\]|\{[^{}]*\}", "", statement)) != statement:
-        statement = shorter
-    return statement
+# Of one line, behind a condition perhaps; neither a declaration nor a part of something longer.
+STATEMENT = re.compile(r"""^[ ]*(?:else[ ]|(?:if|while|for)[ ]\(.*\)[ ])*
+    ((?!~?[A-Z]\w*\()(?:[*\w.:<>[\]-]+\(.*\)                                  # a call
+                       |[*\w.:<>[\]()-]+[ ](?:[-+*/%&|^]|<<|>>)?=[ ](?!delete|default|0;).*
+                       |(?:\+\+|--).*);)[ ]*$""", re.M | re.X)
 
 
 def changes(original, code):
@@ -88,9 +69,8 @@ def changes(original, code):
         begin += code[begin:end].rfind(";") + 1
         yield (begin, end, f"{original[begin:end]}; !{declared[1]}" if declared else
                f"!({original[begin:end]})", "condition negated")
-    for found in re.finditer(r"\s\?\s", code):
-        begin = condition_begin(code, found.start())
-        yield begin, found.start(), f" !({original[begin:found.start()]})", "condition negated"
+    for found in re.finditer(r"(?<=\s)\?(?=\s)", code):  # at least the condition's last operand
+        yield *found.span(), "== false ?", "condition negated"
     for found in re.finditer(r"(?<=\s)(?:[<>=!]=|[<>+-]|&&|\|\|)(?=\s)|\b(?:true|false)\b", code):
         yield *found.span(), SWAPPED[found[0]], f"{found[0]} to {SWAPPED[found[0]]}"
     for found in re.finditer(r"(?<![\w.'])(0[xX][\da-fA-F']+|\d[\d']*)([uUlLzZ]*)(?![\w.'])", code):
@@ -98,35 +78,24 @@ def changes(original, code):
         yield *found.span(), more + found[2], f"{found[0]} to {more}{found[2]}"
     for found in re.finditer(r"\b(?:break|continue)(?=;)", code):
         yield *found.span(), "", f"{found[0]} dropped"
-    above = ";"
-    for line in re.finditer(r"[^\n]*\S", code):
-        begin = line.end() - len(line[0].lstrip())
-        while control := re.compile(r"else |(?:if|while|for) (?=\()").match(code, begin):
-            begin = control.end() if control[0] == "else " else closing(code, control.end()) + 2
-        statement = code[begin:line.end()]
-        if (re.search(r"[;{})]$|\b(else|case .*:|default:|private:|public:)$", above)
-                and re.fullmatch(r"(?!\.)[*\w:.<>-]*( ([-+*/%&|^]|<<|>>)?= [^;]*)?;|[+-]{2}.*;",
-                                 without_brackets(statement))
-                and not re.match(r"\w*;|~?[A-Z]\w*\(|.*= (default|delete|0);", statement)):
-            yield begin, line.end(), ";", "statement dropped"
-        above = line[0].strip()
+    for found in STATEMENT.finditer(code):
+        yield *found.span(1), ";", "statement dropped"
 
 
 def sites(file, seed):
     """All places of a file, each behind the hash that chooses among them."""
     original = (ROOT / file).read_text()
     code = masked(original)
-    lines = list(zip(code.split("\n"), original.split("\n")))
     occurrences = collections.Counter()
     for begin, end, new, what in sorted(changes(original, code)):
-        begin += len(code[begin:end]) - len(code[begin:end].lstrip())
-        number = code.count("\n", 0, begin)
-        above = next((text.strip() for text, _ in reversed(lines[:number]) if text.strip()), "")
-        text, shown = lines[number]
-        key = (seed, above, shown[:len(text.rstrip())].strip(), what)
+        line = code.count("\n", 0, begin)
+        length = len(code.split("\n")[line].rstrip())
+        text = original.split("\n")[line][:length].strip()  # without a comment
+        above = code[:code.rfind("\n", 0, begin) + 1].strip().split("\n")[-1].strip()
+        key = (seed, above, text, what)
         occurrences[key] += 1
         rank = hashlib.sha256(repr((key, occurrences[key])).encode()).hexdigest()
-        yield rank, Site(file, number + 1, begin, end, new, what, shown.strip())
+        yield rank, Site(file, line + 1, begin, end, new, what, text)
 
 
 def output(*command):
@@ -136,89 +105,75 @@ def output(*command):
 class Tree:
     """A copy of the project, its build and its test programs, which all pass."""
 
-    def __init__(self, number):
+    def __init__(self, number, files):
         here = ROOT / "build" / "mutants" / str(number)
         self.source, self.build, self.log = here / "source", here / "build", here / "log"
-        self.env = dict(os.environ, CCACHE_BASEDIR=str(here), CCACHE_NOHASHDIR="1",
-                        CCACHE_DIR=str(here.parent / "ccache"))
-        files = {file for file in output("git", "ls-files", "-co", "--exclude-standard").split("\n")
-                 if (ROOT / file).is_file()}
-        for copy in self.source.rglob("*"):
-            if copy.is_file() and str(copy.relative_to(self.source)) not in files:
-                copy.unlink()
-        for file in files:  # what has not changed stays as it is, and is not built again
-            copy = self.source / file
-            if not copy.exists() or copy.read_bytes() != (ROOT / file).read_bytes():
-                copy.parent.mkdir(parents=True, exist_ok=True)
-                shutil.copy(ROOT / file, copy)
+        self.env = os.environ | {"CCACHE_DIR": str(here.parent / "ccache"),
+                                 "CCACHE_BASEDIR": str(here), "CCACHE_NOHASHDIR": "1"}
+        shutil.rmtree(self.source, ignore_errors=True)
+        for file in files:
+            (self.source / file).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(ROOT / file, self.source / file)
         output("cmake", "-G", "Ninja", "-S", self.source, "-B", self.build, "-DCMAKE_BUILD_TYPE=",
                "-DCMAKE_CXX_FLAGS=-O0 -w -D_GLIBCXX_ASSERTIONS",
-               "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",
-               *(["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []),
-               *(["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold"] if shutil.which("ld.gold") else []))
+               "-DCMAKE_CXX_COMPILER_LAUNCHER=" + (shutil.which("ccache") or "env"),
+               "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
+               "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST")
         if not self.builds("all"):
-            sys.exit(f"the unchanged tree does not build: {self.log}")
+            raise SystemExit(f"the unchanged tree does not build: {self.log}")
+        listed = json.loads(output("ctest", "--test-dir", self.build, "--show-only=json-v1"))
         programs = {}
-        tests = output("ctest", "--test-dir", self.build, "--show-only=json-v1")
-        for test in json.loads(tests)["tests"]:
+        for test in listed["tests"]:
+            command = test["command"]
+            if any(argument.startswith("--gtest_filter=") for argument in command):
+                command = [command[0], "--gtest_fail_fast"]  # the program with all its tests
             if ASKS_ANEW not in test["name"]:
-                program = self.program(**test)
-                programs[program.command] = program
-        self.programs = sorted(map(self.timed, programs.values()), key=lambda each: each.seconds)
-
-    def program(self, command, properties, **_):
-        """Of which a test is part: its other tests are asked in the same run."""
-        properties = {each["name"]: each["value"] for each in properties}
-        if any(argument.startswith("--gtest_filter=") for argument in command):
-            command = command[0], "--gtest_fail_fast"
-        target, inputs = "all", None
-        if command[0].startswith(str(self.build)):
+                programs[tuple(command)] = {each["name"]: each["value"]
+                                            for each in test["properties"]}
+        self.programs = []  # the fast ones first: (seconds, target, how to run it)
+        for command, properties in programs.items():
             target = os.path.relpath(command[0], self.build)
-            inputs = output("ninja", "-C", self.build, "-t", "inputs", target).split("\n")
-        env = dict(entry.split("=", 1) for entry in properties.get("ENVIRONMENT", []))
-        return Program(tuple(command), properties["WORKING_DIRECTORY"], env, target, inputs, LONGEST)
+            run = command, properties["WORKING_DIRECTORY"], properties.get("ENVIRONMENT", [])
+            before = os.times().children_user
+            if not self.succeeds(60, *run):
+                raise SystemExit(f"the unchanged tree fails: {self.log}")
+            self.programs.append((os.times().children_user - before,
+                                  "all" if target.startswith("..") else target, run))
+        self.programs.sort()
 
-    def timed(self, program):
-        """The program with the time that it may take when something is wrong."""
-        begin = time.monotonic()
-        if not self.passes(program):
-            sys.exit(f"the unchanged tree fails: {self.log}")
-        return program._replace(seconds=min(LONGEST, 5 + 4 * int(time.monotonic() - begin)))
-
-    def succeeds(self, command, directory, env, seconds):
+    def succeeds(self, seconds, command, directory, env=()):
         """Whether the command ends well with what it may take of time, memory and disk."""
-        limits = ["timeout", "-s", "KILL", f"{5 * seconds}", "prlimit", f"--cpu={seconds}",
-                  f"--as={8 << 30}", f"--fsize={1 << 30}", "--core=0"]
-        with open(self.log, "w") as log:
-            return subprocess.run([*limits, *command], cwd=directory, env=env, stdout=log,
-                                  stderr=log, stdin=subprocess.DEVNULL).returncode == 0
+        # Not below the project, where git would find the project's repository.
+        with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as scratch, \
+                open(self.log, "w") as log:
+            os.chmod(scratch, 0o755)  # tests take on the rights of others
+            limits = ["timeout", "-s", "KILL", f"{20 * seconds}", "prlimit", f"--cpu={seconds}",
+                      f"--as={8 << 30}", f"--fsize={1 << 30}", "--core=0", "env", *env]
+            return subprocess.run([*limits, f"TMPDIR={scratch}", *command], cwd=directory,
+                                  env=self.env, stdin=subprocess.DEVNULL, stdout=log,
+                                  stderr=log).returncode == 0
 
     def builds(self, target):
-        return self.succeeds(["ninja", "-C", self.build, target], self.source, self.env, 2 * LONGEST)
+        return self.succeeds(60, ["ninja", "-C", self.build, target], self.source)
 
-    def passes(self, program):
-        # Not below the project, where git would find the project's repository.
-        with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as scratch:
-            os.chmod(scratch, 0o755)  # tests take on the rights of others
-            env = self.env | program.env | {"TMPDIR": scratch}
-            return self.succeeds(program.command, program.directory, env, program.seconds)
-
-    def outcome(self, site):
+    def killer(self, site):
         """What kills the change: "" when nothing does, None when it does not compile."""
         file = self.source / site.file
         original = file.read_text()
+        file.write_text(original[:site.begin] + site.new + original[site.end:])
         try:
-            file.write_text(original[:site.begin] + site.new + original[site.end:])
-            for program in self.programs:
-                if file.suffix == ".h" or program.inputs is None or str(file) in program.inputs:
-                    if not self.builds(program.target):
-                        return None
-                    if not self.passes(program):
-                        test = re.search(r"FAILED  \] (\S+)", self.log.read_text(errors="replace"))
-                        return test[1] if test else f"{program.target} crashes or hangs"
+            for seconds, target, run in self.programs:
+                if not self.builds(target):
+                    return None
+                if "no work to do" in self.log.read_text():
+                    continue  # the program is the unchanged one
+                if not self.succeeds(5 + 3 * int(seconds), *run):
+                    test = re.search(r"FAILED  \] (\S+)", self.log.read_text(errors="replace"))
+                    return test[1] if test else os.path.basename(run[0][0])
             return ""
         finally:
             file.write_text(original)
+            self.builds("all")
 
 
 def main():
@@ -229,40 +184,44 @@ def main():
     parser.add_argument("--list", action="store_true", help="print the places, change nothing")
     parser.add_argument("-j", "--jobs", type=int, default=2)
     options = parser.parse_args()
-    files = [file for file in output("git", "ls-files").split("\n")
-             if UNITS.fullmatch(file) and re.search(options.only, file)]
-    queue = [site for _, site in sorted(each for file in files for each in sites(file, options.seed))]
+    tracked = output("git", "ls-files").split()
+    files = [file for file in tracked if UNITS.fullmatch(file) and re.search(options.only, file)]
+    ranked = sorted(each for file in files for each in sites(file, options.seed))
+    places = [site for _, site in ranked]
     if options.list:
-        for site in queue[:options.sample]:
+        for site in places[:options.sample]:
             print(f"{site.file}:{site.line}: {site.what}: {site.text}")
         return
-    trees = [Tree(number) for number in range(1, options.jobs + 1)]
-    results, lock, places = {}, threading.Lock(), iter(queue)
+    trees = queue.SimpleQueue()
+    for number in range(1, options.jobs + 1):
+        trees.put(Tree(number, tracked))
 
-    def work(tree):
-        while True:
-            with lock:  # no more are begun than may still count
-                counted = sum(result is not None for result in results.values())
-                site = next(places, None) if counted < options.sample else None
-                if site is None:
-                    return
-                results[site] = ""
-            result = tree.outcome(site)
-            with lock:
-                results[site] = result
-                said = "does not compile" if result is None else result or "SURVIVED"
-                print(f"{site.file}:{site.line}: {site.what}: {said}", flush=True)
+    def killer(site):
+        tree = trees.get()
+        try:
+            return tree.killer(site)
+        finally:
+            trees.put(tree)
 
-    with concurrent.futures.ThreadPoolExecutor() as pool:
-        list(pool.map(work, trees))
-    counted = {site: result for site, result in results.items() if result is not None}
+    results = []
+    pool = concurrent.futures.ThreadPoolExecutor(options.jobs)
+    try:
+        for site, by in zip(places, pool.map(killer, places)):
+            said = "does not compile" if by is None else by or "SURVIVED"
+            print(f"{site.file}:{site.line}: {site.what}: {said}", flush=True)
+            results.append((site, by))
+            if sum(by is not None for _, by in results) == options.sample:
+                break
+    finally:
+        pool.shutdown(cancel_futures=True)
+    counted = [(site, by) for site, by in results if by is not None]
     print("\nsurvivors")
-    for site in sorted(site for site, result in counted.items() if not result):
+    for site in sorted(site for site, by in counted if not by):
         print(f"{site.file}:{site.line}: {site.what}\n    {site.text}")
     print("\nkilled   of")
-    for file in [*sorted({site.file for site in counted}), ""]:
-        of_file = [result for site, result in counted.items() if site.file == (file or site.file)]
-        print(f"{sum(map(bool, of_file)):6} {len(of_file):4}  {file or 'in all'}")
+    for file in [*sorted({site.file for site, _ in counted}), ""]:
+        killers = [by for site, by in counted if site.file.startswith(file)]
+        print(f"{sum(map(bool, killers)):6} {len(killers):4}  {file or 'in all'}")
     print(f"{len(results) - len(counted)} more did not compile")
 
 
