@@ -189,7 +189,12 @@ int check(const CheckOptions& options) {
   for (const std::string& path : options.paths) ask(path);
   if (options.read_stdin) {
     InputPaths paths(options.null ? '\0' : '\n');
-    while (const auto path = paths.next()) ask(*path);
+    try {
+      while (const auto path = paths.next()) ask(*path);
+    } catch (...) {
+      output.flush();  // what was asked before has its answer
+      throw;
+    }
   }
   output.flush();
   return status;
