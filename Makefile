@@ -34,6 +34,7 @@ share:
 # MUTANTS="--only git_glob --sample 50" make mutants: which changes of the code no test notices;
 # an hour for all.
 mutants: packages
+	scripts/install-packages.sh mutants
 	scripts/mutants.py -j $(JOBS) $(MUTANTS)
 
 bench: packages

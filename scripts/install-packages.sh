@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages that a purpose needs and that are missing: build (all of
-# `make run` and `make test`) or bench.
+# `make run` and `make test`), mutants or bench.
 set -eu
 
 case "${1:-build}" in
@@ -10,12 +10,13 @@ case "${1:-build}" in
       nlohmann-json3-dev libgtest-dev libsqlite3-dev libboost-dev
       sqlite3"
     ;;
+  mutants) packages="python3 lld" ;;
   bench)
     packages="libbenchmark-dev libgit2-dev hyperfine ripgrep fd-find bfs strace linux-source-6.1
       xz-utils"
     ;;
   *)
-    echo "usage: $0 [build|bench]" >&2
+    echo "usage: $0 [build|mutants|bench]" >&2
     exit 2
     ;;
 esac
