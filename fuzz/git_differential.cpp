@@ -357,9 +357,10 @@ void check_short_patterns(const Asker& asker) {
         Row{"[:a]", 6, "a:", 1},          // and what looks like a class
         Row{"a!# \\/", 4, "a!# ", 2}}) {  // marks, blanks and escapes
     Texts paths = all_texts(path_characters, longest_path);
+    const bool nested = std::string_view(path_characters).ends_with('/');
+    const std::size_t size = longest_path;
     std::erase_if(paths, [&](const std::string& path) {
-      const bool holds_others = path.back() != '/' && path.size() < longest_path &&
-                                std::string_view(path_characters).ends_with('/');
+      const bool holds_others = nested && path.back() != '/' && path.size() < size;
       return path[0] == '/' || path.find("//") != path.npos || holds_others;
     });
     Case asked{"plain", {}, {}};
