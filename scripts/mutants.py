@@ -23,7 +23,6 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 UNITS = re.compile(r"(utils|program|sqlite)/(?!.*_test\.).*\.(cpp|h)")
-ASKS_ANEW = "fresh"  # a test of this name asks other questions on each run: no part of a score
 SWAPPED = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==", "&&": "||",
            "||": "&&", "+": "-", "-": "+", "true": "false", "false": "true"}
 Site = collections.namedtuple("Site", "file line begin end new what text")
@@ -127,9 +126,8 @@ class Tree:
             command = test["command"]
             if any(argument.startswith("--gtest_filter=") for argument in command):
                 command = [command[0], "--gtest_fail_fast"]  # the program with all its tests
-            if ASKS_ANEW not in test["name"]:
-                programs[tuple(command)] = {each["name"]: each["value"]
-                                            for each in test["properties"]}
+            programs[tuple(command)] = {each["name"]: each["value"]
+                                        for each in test["properties"]}
         self.programs = []  # the fast ones first: (seconds, target, how to run it)
         for command, properties in programs.items():
             target = os.path.relpath(command[0], self.build)
@@ -139,7 +137,8 @@ class Tree:
                 raise SystemExit(f"the unchanged tree fails: {self.log}")
             self.programs.append((os.times().children_user - before,
                                   "all" if target.startswith("..") else target, run))
-        self.programs.sort()
+        # Those that need the whole build come last: after it, no other would seem changed.
+        self.programs.sort(key=lambda program: (program[1] == "all", program[0]))
 
     def succeeds(self, seconds, command, directory, env=()):
         """Whether the command ends well with what it may take of time, memory and disk."""
