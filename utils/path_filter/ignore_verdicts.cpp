@@ -30,7 +30,6 @@ const std::vector<IgnoreVerdicts::IgnoreFile>& IgnoreVerdicts::_repository_exclu
   if (const auto* loaded = _excludes.load(std::memory_order_acquire)) return loaded->files;
   const std::filesystem::path own = _root / ".git" / "info" / "exclude";
   ExcludeFiles excludes;
-  excludes.sources.reserve(2);  // they are viewed, and must not move
   const auto files = _exclude_files();
   for (const std::filesystem::path& path : files) {
     if (auto rules = _read_ignore_rules(path)) {

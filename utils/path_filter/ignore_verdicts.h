@@ -114,7 +114,7 @@ class IgnoreVerdicts {
 
   struct ExcludeFiles {
     std::vector<IgnoreFile> files;
-    std::vector<std::string> sources;
+    std::deque<std::string> sources;  // viewed by the files: they never move
   };
 
   /// The rule that decides about a path, or nothing.
