@@ -124,7 +124,7 @@ void MapLookup(benchmark::State& state) {
   static const std::unordered_map<std::string, bool> answers = [] {
     std::unordered_map<std::string, bool> made;
     for (const std::string& path : paths_of_tree()) {
-      made.emplace(path, warm_scope().is_indexable(path).indexable);
+      made.emplace(path, warm_scope().is_indexable(path).indexable());
     }
     return made;
   }();

@@ -115,8 +115,8 @@ std::string decider(const Explanation& explanation, const IndexScope& scope) {
   }
   if (explanation.directory) return printable(*explanation.directory + "/");
   if (explanation.glob) return *explanation.glob;
-  if (explanation.decision.kind == path_filter::Exclusion::size) {
-    return std::to_string(scope.limits->max_file_bytes) + " bytes";
+  if (explanation.decision.kind() == path_filter::Exclusion::size) {
+    return std::to_string(scope.limits->max_file_bytes()) + " bytes";
   }
   return "";
 }
@@ -142,9 +142,9 @@ void print_text(Output& output, std::string_view path, const Explanation& explan
   const Decision& decision = explanation.decision;
   output << printable(path) << '\t';
   if (decision) {
-    output << "indexed\t" << *decision.language;
+    output << "indexed\t" << *decision.language();
   } else {
-    output << to_string(*decision.kind) << '\t' << decision.reason;
+    output << to_string(*decision.kind()) << '\t' << decision.reason();
   }
   if (verbose) output << '\t' << decider(explanation, scope);
   output << '\n';

@@ -43,7 +43,7 @@ int list(const ListOptions& options) {
       output << printable(path);
     }
     if (options.excluded) {
-      output << separator << to_string(*decision.kind) << separator << decision.reason;
+      output << separator << to_string(*decision.kind()) << separator << decision.reason();
     }
     output << end;
   };
@@ -55,10 +55,7 @@ int list(const ListOptions& options) {
       {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
         // All that a directory holds is left out with it: one line names it.
         if (!options.excluded) return;
-        print(std::string(rel_dir) + '/',
-              {.indexable = false,
-               .kind = kind,
-               .reason = std::string(path_filter::internal::reason_of(kind))});
+        print(std::string(rel_dir) + '/', path_filter::_excluded(kind));
       }});
   // A repository that is nothing but tests has them as its production surface: they
   // are kept until the first file that is none.
@@ -67,7 +64,7 @@ int list(const ListOptions& options) {
   for (const std::string& path : walk) {
     try {
       Decision decision = walk.decide({.size = size_for_limits(scope, path)});
-      if (decision.indexable == options.excluded) continue;
+      if (decision.indexable() == options.excluded) continue;
       if (options.surface != Surface::all) {
         const bool is_test = path_filter::is_test_path(path);
         if (options.surface == Surface::tests && !is_test) continue;

@@ -9,6 +9,7 @@
 
 #include "program/commands.h"
 #include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/logger.h"
 
 namespace {
 
@@ -125,6 +126,9 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // A closed pipe is seen where the output is written.
   std::signal(SIGPIPE, SIG_IGN);
+  path_filter::logger->set_sink([](const path_filter::Warning& warning) {
+    std::cerr << "path-filter: warning: " + warning.message() + "\n";
+  });
   try {
     return run(argc, argv);
   } catch (const std::exception& error) {

@@ -48,10 +48,10 @@ Json json_of_path(std::string_view path) {
 }
 
 void add_decision(Json& object, std::string_view path, const path_filter::Decision& decision) {
-  object["indexable"] = bool{decision.indexable};
-  object["kind"] = decision.kind ? Json(to_string(*decision.kind)) : Json(nullptr);
-  object["reason"] = decision.reason;
-  object["language"] = decision.language ? Json(*decision.language) : Json(nullptr);
+  object["indexable"] = decision.indexable();
+  object["kind"] = decision.kind() ? Json(to_string(*decision.kind())) : Json(nullptr);
+  object["reason"] = decision.reason();
+  object["language"] = decision.language() ? Json(*decision.language()) : Json(nullptr);
   object["test"] = path_filter::is_test_path(path);
 }
 

@@ -162,7 +162,7 @@ int summarize(const SummaryOptions& options) {
         const Decision decision = walk.decide({.size = size});
         (decision ? in : out).add(bytes);
         if (decision && path_filter::is_test_path(path)) tests.add(bytes);
-        (decision ? languages[*decision.language] : exclusions[*decision.kind]).add(bytes);
+        (decision ? languages[*decision.language()] : exclusions[*decision.kind()]).add(bytes);
       } catch (const std::invalid_argument& error) {
         complain(path, error.what());
       } catch (const FileSizeError& error) {

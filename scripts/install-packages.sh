@@ -6,7 +6,7 @@ set -eu
 case "${1:-build}" in
   build)
     packages="git cmake ninja-build g++ clang-14 clang-format-14 libclang-rt-14-dev pkg-config
-      libspdlog-dev libutf8proc-dev libxxhash-dev libcli11-dev libtomlplusplus-dev
+      libutf8proc-dev libxxhash-dev libcli11-dev libtomlplusplus-dev
       nlohmann-json3-dev libgtest-dev libsqlite3-dev libboost-dev
       sqlite3"
     ;;

@@ -13,18 +13,18 @@
 namespace path_filter {
 namespace {
 
-static_assert(!std::is_assignable_v<decltype((std::declval<Decision&>().reason)), std::string>);
-static_assert(!std::is_copy_assignable_v<Decision> && !std::is_copy_assignable_v<IndexLimits>);
-
 static_assert(!MadeFrom<Decision> && !MadeFrom<Decision, int> && !MadeFrom<Decision, const char*>);
 static_assert(!MadeFrom<IndexLimits> && !MadeFrom<IndexLimits, int>);
 
 TEST(Decision, Values) {
   const Decision in{true}, out{false, Exclusion::size, "big", "python"};
-  EXPECT_TRUE(in && in.indexable && !out);
-  EXPECT_EQ(in, (Decision{.indexable = true, .kind = {}, .reason = ""}));
+  EXPECT_TRUE(in && in.indexable() && !out);
   EXPECT_NE(out, (Decision{false, Exclusion::size, "big"}));
-  EXPECT_EQ(std::hash<Decision>{}(out), std::hash<Decision>{}(Decision(out)));
+  const Decision fixed = _excluded(Exclusion::lockfile, "json");
+  Decision changed = in;
+  changed = Decision{false, Exclusion::lockfile, "a dependency lock", "json"};
+  EXPECT_EQ(changed, fixed);
+  EXPECT_EQ(std::hash<Decision>{}(changed), std::hash<Decision>{}(fixed));
   EXPECT_THROW(internal::reason_of(Exclusion::size), std::out_of_range);
 }
 
@@ -49,7 +49,7 @@ ConfigValue list(ConfigValue::List entries) { return {std::move(entries)}; }
 
 TEST(IndexLimits, Sizes) {
   const auto limit = [](const ConfigValue& size) -> Int {
-    return IndexLimits::from_config({size, ConfigValue{}}).max_file_bytes;
+    return IndexLimits::from_config({size, ConfigValue{}}).max_file_bytes();
   };
   const CapturedLog log;
   EXPECT_TRUE(limit({Int{10}}) == 10485760 && limit({0.5}) == 524288 && limit({true}) == 1048576);
@@ -63,15 +63,14 @@ TEST(IndexLimits, Sizes) {
         Row{text("ten"), "'ten'"}, Row{text("1e999"), "'1e999'"}, Row{text("+-1"), "'+-1'"},
         Row{text("2x"), "'2x'"}, Row{list({text("a"), {true}}), "['a', True]"}}) {
     EXPECT_EQ(limit(size), 10485760) << literal;
-    warnings += "utils.path_filter warning index.max_file_size_mb=" + literal +
-                " is not a positive number; using 10\n";
+    warnings += "index.max_file_size_mb=" + literal + " is not a positive number; using 10\n";
   }
   EXPECT_EQ(log.text(), warnings);
 }
 
 TEST(IndexLimits, Languages) {
   const auto languages = [](std::optional<ConfigValue> value) {
-    return IndexLimits::from_config({text("1"), std::move(value)}).languages;
+    return IndexLimits::from_config({text("1"), std::move(value)}).languages();
   };
   const auto both = languages(list({text("typescript"), text("typescript")}));
   EXPECT_EQ(both, (LanguageSet{"tsx", "typescript"}));

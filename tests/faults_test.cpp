@@ -118,8 +118,8 @@ TEST(Faults, FileDescriptorsUsedUp) {
   EXPECT_EQ(errors, Texts{"Too many open files"});
   std::string expected;
   for (const char* file : {".gitignore", "a/.gitignore"}) {
-    expected += "utils.path_filter warning Cannot read the ignore rules in " +
-                (tree / file).string() + ": Too many open files\n";
+    expected +=
+        "Cannot read the ignore rules in " + (tree / file).string() + ": Too many open files\n";
   }
   EXPECT_EQ(log.text(), expected);
   scope.refresh();

@@ -1,11 +1,10 @@
-#include "utils/path_filter/git_ignore.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <array>
 
 #include "tests/support.h"
+#include "utils/path_filter/ignore_files.h"
 
 namespace path_filter {
 
@@ -38,7 +37,7 @@ TEST(GitIgnore, WhatHoldsNoRulesOrCannotBeRead) {
         Row{"link", ": Too many levels of symbolic links", "\n"}}) {
     const CapturedLog log;
     EXPECT_FALSE(_read_ignore_rules(tree / path, internal::LastLink::refuse));
-    const std::string warning = "utils.path_filter warning Cannot read the ignore rules in ";
+    const std::string warning = "Cannot read the ignore rules in ";
     EXPECT_EQ(log.text(), end.empty() ? "" : warning + (tree / path).string() + problem + end);
   }
 }

@@ -29,5 +29,5 @@ while IFS= read -r line; do
     '$ '*) echo "$line"; eval "${line:2}" 2>&1 < /dev/null || echo "[$?]" ;;
   esac
 done < "$transcript" |
-  sed "s:$ROOT:ROOT:g; s/^\[.*\] \[utils.path_filter\] \[warning\]/warning:/" |
+  sed "s:$ROOT:ROOT:g" |
   diff -u "$transcript" -

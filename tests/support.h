@@ -4,15 +4,12 @@
 #ifndef TESTS_SUPPORT_H_
 #define TESTS_SUPPORT_H_
 
-#include <spdlog/logger.h>
-#include <spdlog/sinks/ostream_sink.h>
-
 #include <atomic>
+#include <mutex>
 #include <string>
-#include <vector>
 
 #include "tests/temp_tree.h"
-#include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/logger.h"
 
 /// Whether `T{value...}` compiles.
 template <typename T, typename... Value>
@@ -23,19 +20,20 @@ concept MadeFrom = requires(Value... value) {
 /// The component's log during one test.
 class CapturedLog {
  public:
-  CapturedLog() : _before(path_filter::logger->sinks()) {
-    auto sink = std::make_shared<spdlog::sinks::ostream_sink_mt>(_stream);
-    sink->set_pattern("%n %l %v");
-    path_filter::logger->sinks() = {std::move(sink)};
+  CapturedLog() {
+    path_filter::logger->set_sink([this](const path_filter::Warning& warning) {
+      const std::lock_guard hold(_lock);
+      _text += warning.message() + "\n";
+    });
   }
-  ~CapturedLog() { path_filter::logger->sinks() = _before; }
+  ~CapturedLog() { path_filter::logger->set_sink(nullptr); }
   CapturedLog(const CapturedLog&) = delete;
 
-  std::string text() const { return _stream.str(); }
+  const std::string& text() const { return _text; }
 
  private:
-  std::ostringstream _stream;
-  std::vector<spdlog::sink_ptr> _before;
+  std::mutex _lock;
+  std::string _text;
 };
 
 /// The registry has exactly the content that the tests state (test_registry.cpp).

@@ -76,7 +76,7 @@ TEST(Walk, DecidesByTheLimitsToo) {
   for (const std::string& path : walk) {
     if (path == "a.py") {
       EXPECT_TRUE(walk.decide({.size = 10}));
-      EXPECT_EQ(walk.decide({.size = 11}).kind, Exclusion::size);
+      EXPECT_EQ(walk.decide({.size = 11}).kind(), Exclusion::size);
     } else {
       EXPECT_THROW(walk.decide(), std::invalid_argument) << path;
     }
@@ -151,7 +151,7 @@ TEST(Walk, HoldsNothingOpenBetweenPathsAndIsLazy) {
     // Rules that are new count from the next directory on.
     tree.write("w/x/.gitignore", "b.py\n");
     scope.refresh();
-    EXPECT_EQ(walk.decide().indexable, !path.starts_with('w')) << path;
+    EXPECT_EQ(walk.decide().indexable(), !path.starts_with('w')) << path;
   }
   EXPECT_EQ(paths.size(), 5U);
   EXPECT_TRUE(paths.contains("late.py"));

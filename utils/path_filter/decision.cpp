@@ -23,6 +23,13 @@ std::string_view reason_of(Exclusion kind) {
 
 }  // namespace internal
 
+Decision _excluded(Exclusion kind, std::optional<std::string_view> language) {
+  Decision decision(false, kind);
+  decision._fixed_reason = internal::reason_of(kind);
+  if (language) decision._language.emplace(*language);
+  return decision;
+}
+
 namespace {
 
 bool is_absolute(std::string_view posix) {
@@ -54,8 +61,8 @@ std::size_t std::hash<path_filter::Decision>::operator()(
   const auto combine = [](std::size_t seed, std::size_t value) {
     return (seed ^ value) * 0x9E3779B97F4A7C15U;
   };
-  std::size_t result = combine(1, decision.indexable ? 1 : 0);
-  result = combine(result, decision.kind ? static_cast<std::size_t>(*decision.kind) + 1 : 0);
-  result = combine(result, std::hash<std::string>{}(decision.reason));
-  return combine(result, decision.language ? std::hash<std::string>{}(*decision.language) : 0);
+  std::size_t result = combine(1, decision.indexable() ? 1 : 0);
+  result = combine(result, decision.kind() ? static_cast<std::size_t>(*decision.kind()) + 1 : 0);
+  result = combine(result, std::hash<std::string_view>{}(decision.reason()));
+  return combine(result, decision.language() ? std::hash<std::string>{}(*decision.language()) : 0);
 }

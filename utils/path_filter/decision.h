@@ -4,6 +4,7 @@
 #define UTILS_PATH_FILTER_DECISION_H_
 
 #include <array>
+#include <concepts>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -11,8 +12,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include "utils/path_filter/internal/by_name_only.h"
 
 namespace path_filter {
 
@@ -49,26 +48,54 @@ inline std::ostream& operator<<(std::ostream& out, Exclusion kind) {
   return out << to_string(kind);
 }
 
-/// The verdict on one file. It is true when the file is indexed, and cannot be changed.
+/// The verdict on one file. It is true when the file is indexed. A value: it can be copied,
+/// moved, compared, hashed and assigned as a whole, and nothing in it can be changed.
 ///
 ///   const Decision decision = scope.is_indexable("src/app.py");
-///   if (!decision) log("{}: {}", to_string(*decision.kind), decision.reason);
+///   if (!decision) log("{}: {}", to_string(*decision.kind()), decision.reason());
 ///
 /// As a scope makes them, an indexed file has a language, no kind and no reason; one
 /// that is left out has a kind and a reason, and a language when it was known before
-/// the rule decided. Who makes one states at least `indexable`.
-struct Decision {
-  const internal::Required<bool> indexable;
-  /// The rule that leaves the file out; absent when the file is in.
-  const std::optional<Exclusion> kind = std::nullopt;
-  /// Why, for a log line or a list of skipped files; empty when the file is in.
-  const std::string reason = {};
-  /// The language the file is indexed as, by its name in the registry.
-  const std::optional<std::string> language = std::nullopt;
+/// the rule decided.
+class Decision {
+ public:
+  /// Any combination. A number or a text is no bool.
+  explicit Decision(std::same_as<bool> auto indexable, std::optional<Exclusion> kind = std::nullopt,
+                    std::string reason = {}, std::optional<std::string> language = std::nullopt)
+      : _indexable(indexable),
+        _kind(kind),
+        _reason(std::move(reason)),
+        _language(std::move(language)) {}
 
-  explicit operator bool() const { return indexable; }
-  bool operator==(const Decision&) const = default;
+  bool indexable() const { return _indexable; }
+  /// The rule that leaves the file out; absent when the file is in.
+  std::optional<Exclusion> kind() const { return _kind; }
+  /// Why, for a log line or a list of skipped files; empty when the file is in.
+  std::string_view reason() const& { return _fixed_reason.empty() ? _reason : _fixed_reason; }
+  std::string reason() && { return std::string(std::as_const(*this).reason()); }
+  /// The language the file is indexed as, by its name in the registry.
+  const std::optional<std::string>& language() const& { return _language; }
+  std::optional<std::string> language() && { return std::move(_language); }
+
+  explicit operator bool() const { return _indexable; }
+  bool operator==(const Decision& other) const {
+    return _indexable == other._indexable && _kind == other._kind && reason() == other.reason() &&
+           _language == other._language;
+  }
+
+ private:
+  friend Decision _excluded(Exclusion kind, std::optional<std::string_view> language);
+
+  bool _indexable;
+  std::optional<Exclusion> _kind;
+  std::string_view _fixed_reason;  // of its kind, in place of _reason: most take no memory
+  std::string _reason;
+  std::optional<std::string> _language;
 };
+
+/// The verdict that leaves a file out by a rule whose reason is fixed. Throws
+/// std::out_of_range for `size` and `language`.
+Decision _excluded(Exclusion kind, std::optional<std::string_view> language = std::nullopt);
 
 namespace internal {
 

@@ -1,25 +1,14 @@
 #include "utils/path_filter/git_ignore.h"
 
-#include <spdlog/logger.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
-#include <variant>
 
+#include "utils/path_filter/git_glob.h"
 #include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/internal/text.h"
-#include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/literal_index.h"
 
 namespace path_filter {
-
-namespace internal {
-
-/// What a `.git` file begins with that points to a git directory.
-constexpr std::string_view GITDIR_POINTER = "gitdir:";
-
-}  // namespace internal
 
 using internal::GlobKind;
 using internal::GlobStep;
@@ -156,6 +145,20 @@ class Literals {
 
 }  // namespace
 
+/// The rules that can match, found by what stands in them, and those that have no
+/// literal at either end: these are tried one by one, from the last back. What does not
+/// have the longest literal between the wildcards is passed over.
+struct GitIgnoreSpec::Index {
+  LiteralIndex literals;
+  std::vector<RuleNumber> others;
+  std::vector<Part> parts;  // of the others; empty when they are most of the text
+};
+
+GitIgnoreSpec::GitIgnoreSpec() = default;
+GitIgnoreSpec::~GitIgnoreSpec() = default;
+GitIgnoreSpec::GitIgnoreSpec(GitIgnoreSpec&& other) noexcept = default;
+GitIgnoreSpec& GitIgnoreSpec::operator=(GitIgnoreSpec&& other) noexcept = default;
+
 /// `for_each_line` calls what it is given with each line, the same each time.
 template <typename ForEachLine>
 GitIgnoreSpec GitIgnoreSpec::build(const ForEachLine& for_each_line) {
@@ -269,7 +272,7 @@ std::string_view GitIgnoreSpec::glob_of(RuleNumber number) const {
 }
 
 /// The longest literal of a glob outside brackets, escapes left out.
-GitIgnoreSpec::Index::Part GitIgnoreSpec::longest_part(std::string_view glob) const {
+GitIgnoreSpec::Part GitIgnoreSpec::longest_part(std::string_view glob) const {
   internal::ByteSet set;
   std::string_view longest;
   std::size_t begin = 0;
@@ -399,27 +402,6 @@ void for_each_line(std::string_view text, Take take) {
   if (begin < text.size()) take(text.substr(begin));
 }
 
-/// Reads a pointer file of git's, trimmed; absent when it cannot be read.
-std::optional<std::string> read_pointer(const std::filesystem::path& path) {
-  constexpr std::size_t MAX_POINTER_BYTES = std::size_t{1} << 20;  // as in git
-  const auto content =
-      internal::read_file(path.native(), internal::LastLink::follow, MAX_POINTER_BYTES);
-  const auto* text = std::get_if<std::string>(&content);
-  if (text == nullptr) return std::nullopt;
-  if (const auto invalid = internal::find_invalid_utf8(*text)) {
-    throw std::system_error(
-        std::make_error_code(std::errc::illegal_byte_sequence),
-        path.string() + ": not valid UTF-8 at byte " + std::to_string(*invalid));
-  }
-  return std::string(internal::trim(*text));
-}
-
-/// `base` joined with `target`: the target alone when it is absolute, `base` alone
-/// when there is none.
-std::filesystem::path joined(const std::filesystem::path& base, std::string_view target) {
-  return target.empty() ? base : base / target;
-}
-
 }  // namespace
 
 std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content) {
@@ -432,38 +414,6 @@ std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content) {
   });
   if (!spec.has_patterns()) return std::nullopt;
   return spec;
-}
-
-void _warn_unreadable(const internal::ReadError& error, const std::function<std::string()>& path) {
-  if (error.code == ENOENT || error.code == ENOTDIR) return;
-  logger->warn("Cannot read the ignore rules in {}: {}", internal::printable(path()),
-               error.message);
-}
-
-std::optional<GitIgnoreSpec> _read_ignore_rules(const std::filesystem::path& path,
-                                                internal::LastLink last_link) {
-  const auto content = internal::read_file(path.native(), last_link, MAX_IGNORE_FILE_BYTES);
-  if (const auto* error = std::get_if<internal::ReadError>(&content)) {
-    _warn_unreadable(*error, [&] { return path.string(); });
-    return std::nullopt;
-  }
-  return _ignore_rules_in(std::get<std::string>(content));
-}
-
-std::optional<std::filesystem::path> _git_dir(const std::filesystem::path& root) {
-  const std::filesystem::path dot_git = root / ".git";
-  std::error_code unexamined;
-  if (std::filesystem::is_directory(dot_git, unexamined)) return dot_git;
-  const auto text = read_pointer(dot_git);
-  if (!text || !text->starts_with(internal::GITDIR_POINTER)) return std::nullopt;
-  return joined(root,
-                internal::trim(std::string_view(*text).substr(internal::GITDIR_POINTER.size())));
-}
-
-std::filesystem::path _common_dir(const std::filesystem::path& git_dir) {
-  const auto text = read_pointer(git_dir / "commondir");
-  if (!text) return git_dir;
-  return joined(git_dir, *text);
 }
 
 }  // namespace path_filter

@@ -1,6 +1,5 @@
-// Git's ignore rules: reading one ignore file into a rule set, asking the rule set
-// about a path, and finding the git directory of a work tree. How the rule sets of a
-// repository work together is ignore_verdicts.h.
+// Git's ignore rules: the rules of one ignore file as a rule set, and asking it about a
+// path. A scope (index_scope.h) reads and combines those of a repository.
 //
 //   const std::vector<std::string_view> lines{"*.log", "!keep.log", "build/"};
 //   const GitIgnoreSpec rules = GitIgnoreSpec::from_lines(lines);
@@ -34,13 +33,14 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
-#include "utils/path_filter/git_glob.h"
-#include "utils/path_filter/internal/file_system.h"
-#include "utils/path_filter/literal_index.h"
-
 namespace path_filter {
+
+namespace internal {
+enum class GlobKind : std::uint8_t;
+}
 
 /// The name of the ignore file of a directory.
 inline constexpr std::string_view IGNORE_FILE_NAME = ".gitignore";
@@ -50,6 +50,37 @@ inline constexpr std::string_view IGNORE_FILE_NAME = ".gitignore";
 /// no limit in 2.39, and one of 100 MiB later.)
 inline constexpr std::size_t MAX_IGNORE_FILE_BYTES = std::size_t{16} << 20;
 
+/// Given the repository root, the file that git's `core.excludesFile` names; absent
+/// when none is configured. Called when the exclude files are loaded, from any thread,
+/// and only for a root that has a git directory.
+using ExcludesFileLookup =
+    std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>;
+
+/// The rule of an ignore file that decided about a path.
+struct IgnoreRule {
+  /// The ignore file, as git names it: relative to the root where it lies below it.
+  std::string source;
+  /// The pattern's line, counted from 1.
+  std::size_t line;
+  /// The pattern as written.
+  std::string pattern;
+};
+
+/// A `.git` or `commondir` file that is not valid UTF-8 (illegal_byte_sequence).
+class DecodingError : public std::system_error {
+ public:
+  DecodingError(const std::filesystem::path& path, std::string content, std::size_t position);
+
+  /// What the file holds.
+  const std::string& content() const { return *_content; }
+  /// Where in it the first invalid sequence begins, in bytes.
+  std::size_t position() const { return _position; }
+
+ private:
+  std::shared_ptr<const std::string> _content;  // shared: copying an exception must not throw
+  std::size_t _position;
+};
+
 /// What a rule set says of one path.
 struct CheckResult {
   /// True: ignored. False: a negated pattern includes the path again. Absent: no
@@ -57,9 +88,15 @@ struct CheckResult {
   std::optional<bool> include;
 };
 
-/// The rules of one ignore file.
+/// The rules of one ignore file. Can be moved, not copied.
 class GitIgnoreSpec {
  public:
+  /// No rules.
+  GitIgnoreSpec();
+  ~GitIgnoreSpec();
+  GitIgnoreSpec(GitIgnoreSpec&& other) noexcept;
+  GitIgnoreSpec& operator=(GitIgnoreSpec&& other) noexcept;
+
   /// One line that holds a pattern.
   struct Pattern {
     std::string_view text;  // as written, without trailing blanks; lives in the set
@@ -125,17 +162,10 @@ class GitIgnoreSpec {
     std::uint32_t in_any_directory : 1;  // a name behind "**/", which says nothing more
   };
 
-  /// The rules that can match, found by what stands in them, and those that have no
-  /// literal at either end: these are tried one by one, from the last back. What does not
-  /// have the longest literal between the wildcards is passed over.
-  struct Index {
-    struct Part {
-      std::uint32_t begin;  // in the text of all patterns
-      std::uint32_t size;
-    };
-    internal::LiteralIndex literals;
-    std::vector<RuleNumber> others;
-    std::vector<Part> parts;  // of the others; empty when they are most of the text
+  struct Index;
+  struct Part {
+    std::uint32_t begin;  // in the text of all patterns
+    std::uint32_t size;
   };
 
   template <typename ForEachLine>
@@ -145,7 +175,7 @@ class GitIgnoreSpec {
   void make_index();
   std::string_view text_of(RuleNumber number) const;
   internal::GlobKind kind_of(RuleNumber number) const;
-  Index::Part longest_part(std::string_view glob) const;
+  Part longest_part(std::string_view glob) const;
   std::string_view glob_of(RuleNumber number) const;
 
   std::string _text;  // of all patterns
@@ -153,31 +183,8 @@ class GitIgnoreSpec {
   std::unique_ptr<const Index> _index;  // of more than a few rules
 };
 
-/// Reads the ignore file at `path`. Absent when there is no such file, when a
-/// component of its path is no directory, when it holds no pattern, and, after one
-/// warning in the log, when it cannot be read for another reason, is not a regular
-/// file or is over MAX_IGNORE_FILE_BYTES. Invalid UTF-8 reads as U+FFFD. Whether a
-/// symbolic link is read is the caller's to say: git reads none for a `.gitignore`.
-std::optional<GitIgnoreSpec> _read_ignore_rules(
-    const std::filesystem::path& path, internal::LastLink last_link = internal::LastLink::follow);
-
 /// The rule set of an ignore file's content, or absent when it holds no pattern.
 std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content);
-
-/// Logs the one warning for an ignore file that could not be read, unless it is only
-/// missing. `path` gives its path and is called when there is something to log.
-void _warn_unreadable(const internal::ReadError& error, const std::function<std::string()>& path);
-
-/// The git directory of the work tree `root`: its `.git` when that is a directory, or
-/// what the `.git` file there points to ("gitdir: PATH"), or absent. Throws
-/// std::system_error (illegal_byte_sequence) when the file is not valid UTF-8; a file
-/// that cannot be read, or of over 1 MiB, gives absent.
-std::optional<std::filesystem::path> _git_dir(const std::filesystem::path& root);
-
-/// The directory that the linked work tree of `git_dir` shares with its repository,
-/// as its `commondir` file names it; `git_dir` itself when there is no such file.
-/// Throws as _git_dir does.
-std::filesystem::path _common_dir(const std::filesystem::path& git_dir);
 
 }  // namespace path_filter
 

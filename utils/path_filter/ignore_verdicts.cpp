@@ -3,6 +3,8 @@
 #include <utility>
 #include <variant>
 
+#include "utils/path_filter/ignore_files.h"
+
 namespace path_filter {
 
 using internal::Directory;

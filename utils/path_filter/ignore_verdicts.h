@@ -16,8 +16,8 @@
 //   anything is read.
 // Cost  For a known directory the rule sets on the way up that have rules, each asked
 //   once. A new directory costs one open for itself and each new one above it.
-// Failures  What the lookup throws, and std::system_error (illegal_byte_sequence) for a
-//   `.git` or `commondir` file that is not valid UTF-8, pass through. The caches stay
+// Failures  What the lookup throws, and DecodingError for a `.git` or `commondir` file that
+//   is not valid UTF-8, pass through. The caches stay
 //   whole and the next question tries again. A file that cannot be read gives one warning
 //   and no rules.
 
@@ -42,22 +42,6 @@
 #include "utils/path_filter/internal/file_system.h"
 
 namespace path_filter {
-
-/// Given the repository root, the file that git's `core.excludesFile` names; absent
-/// when none is configured. Called when the exclude files are loaded, from any thread,
-/// and only for a root that has a git directory.
-using ExcludesFileLookup =
-    std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>;
-
-/// The rule of an ignore file that decided about a path.
-struct IgnoreRule {
-  /// The ignore file, as git names it: relative to the root where it lies below it.
-  std::string source;
-  /// The pattern's line, counted from 1.
-  std::size_t line;
-  /// The pattern as written.
-  std::string pattern;
-};
 
 /// Reads the ignore file of the directory at `rel_dir`.
 using IgnoreFileReader = std::function<internal::FileContent(std::string_view rel_dir)>;

@@ -1,7 +1,5 @@
 #include "utils/path_filter/index_limits.h"
 
-#include <spdlog/logger.h>
-
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -10,7 +8,7 @@
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/text.h"
-#include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/logger.h"
 
 namespace path_filter {
 namespace {
@@ -109,8 +107,8 @@ IndexLimits IndexLimits::from_config(const IndexConfig& index) {
   const ConfigValue& size = field(index.max_file_size_mb, "max_file_size_mb");
   std::int64_t max_file_bytes = bytes_in(as_number(size).value_or(0));
   if (max_file_bytes <= 0) {
-    logger->warn("index.max_file_size_mb={} is not a positive number; using {}", literal(size),
-                 DEFAULT_MAX_FILE_SIZE_MB);
+    logger->warn("index.max_file_size_mb=%r is not a positive number; using %d",
+                 {literal(size), DEFAULT_MAX_FILE_SIZE_MB});
     max_file_bytes = DEFAULT_MAX_FILE_SIZE_MB * internal::MIB;
   }
 
@@ -121,19 +119,19 @@ IndexLimits IndexLimits::from_config(const IndexConfig& index) {
 }
 
 bool IndexLimits::allows(std::string_view language) const {
-  if (!languages) return true;
+  if (!_languages) return true;
   const std::string_view tier = language_registry::tier_of(language);
   if (tier != "code" && tier != "docs") return true;
-  return languages->contains(language);
+  return _languages->contains(language);
 }
 
 }  // namespace path_filter
 
 std::size_t std::hash<path_filter::IndexLimits>::operator()(
     const path_filter::IndexLimits& limits) const noexcept {
-  std::size_t result = std::hash<std::int64_t>{}(limits.max_file_bytes);
-  if (limits.languages) {
-    for (const std::string& name : *limits.languages) {
+  std::size_t result = std::hash<std::int64_t>{}(limits.max_file_bytes());
+  if (limits.languages()) {
+    for (const std::string& name : *limits.languages()) {
       result = result * 31 + std::hash<std::string>{}(name);
     }
   }

@@ -11,10 +11,9 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
-
-#include "utils/path_filter/internal/by_name_only.h"
 
 namespace path_filter {
 
@@ -48,13 +47,17 @@ struct IndexConfig {
 /// A set of language names, spelled as the registry spells them.
 using LanguageSet = std::set<std::string, std::less<>>;
 
-/// The limits of an index. Cannot be changed; threads may share one. Who makes one
-/// states both fields.
-struct IndexLimits {
+/// The limits of an index. A value that can be assigned as a whole and not otherwise
+/// changed; threads may share one.
+class IndexLimits {
+ public:
+  IndexLimits(std::int64_t max_file_bytes, std::optional<LanguageSet> languages)
+      : _max_file_bytes(max_file_bytes), _languages(std::move(languages)) {}
+
   /// The largest size, in bytes, of a file that is indexed.
-  const internal::Required<std::int64_t> max_file_bytes;
+  std::int64_t max_file_bytes() const { return _max_file_bytes; }
   /// The languages whose files are indexed; absent: every language.
-  const internal::Required<std::optional<LanguageSet>> languages;
+  const std::optional<LanguageSet>& languages() const { return _languages; }
 
   /// The limits that `index` asks for.
   ///
@@ -73,6 +76,10 @@ struct IndexLimits {
   bool allows(std::string_view language) const;
 
   bool operator==(const IndexLimits&) const = default;
+
+ private:
+  std::int64_t _max_file_bytes;
+  std::optional<LanguageSet> _languages;
 };
 
 }  // namespace path_filter

@@ -8,6 +8,7 @@
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/scope_state.h"
 
 namespace path_filter {
 
@@ -29,13 +30,6 @@ std::string_view minified_glob(std::string_view name) {
   return {};
 }
 
-Decision excluded(Exclusion kind, std::optional<std::string_view> language = std::nullopt) {
-  return {.indexable = false,
-          .kind = kind,
-          .reason = std::string(internal::reason_of(kind)),
-          .language = language ? std::optional<std::string>(*language) : std::nullopt};
-}
-
 /// `bytes` in MiB as text: as "%.1f" or "%g" would write it, in every locale.
 std::string mebibytes(std::int64_t bytes, std::chars_format format, int precision) {
   char text[64];
@@ -48,14 +42,14 @@ std::string mebibytes(std::int64_t bytes, std::chars_format format, int precisio
 IndexScope::IndexScope(std::filesystem::path root_path, IndexScopeOptions options)
     : root(std::move(root_path)),
       limits(std::move(options.limits)),
-      _excludes_file(std::move(options.excludes_file)),
-      _verdicts(std::make_shared<IgnoreVerdicts>(root, _excludes_file)) {}
+      _state(
+          std::make_unique<internal::ScopeState>(root, limits, std::move(options.excludes_file))) {}
 
-void IndexScope::refresh() {
-  _verdicts.replace(std::make_shared<IgnoreVerdicts>(root, _excludes_file));
-}
+IndexScope::~IndexScope() = default;
 
-std::optional<std::string> IndexScope::relative(std::string_view path) const {
+void IndexScope::refresh() { _state->refresh(); }
+
+std::optional<std::string> IndexScope::relative(PathArgument path) const {
   internal::PathComponents below(path);
   internal::PathComponents above(root.native());
   while (const auto component = above.next()) {
@@ -74,141 +68,117 @@ std::optional<std::string> IndexScope::relative(std::string_view path) const {
 
 // --- The questions -------------------------------------------------------------
 
-/// The directory that holds the file at `path`.
-const Directory& IndexScope::directory_of(std::string_view path) const {
-  return _directories[internal::SplitPath(path).directory];
-}
-
-Decision IndexScope::is_indexable(std::string_view rel_path, FileFacts facts) const {
+Decision IndexScope::is_indexable(PathArgument rel_path, FileFacts facts) const {
   std::string storage;
   const std::string_view path = _relative_posix(rel_path, storage);
-  return _decide(path, directory_of(path), *_verdicts.take(), facts);
+  return _state->decide(path, _state->directory_of(path), *_state->verdicts(), facts);
 }
 
-/// The rules in their order.
-Decision IndexScope::_decide(std::string_view path, const Directory& directory,
-                             IgnoreVerdicts& verdicts, FileFacts facts) const {
+bool IndexScope::is_ignored(PathArgument rel_path) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_path, storage);
+  return _state->verdicts()->_ignored(path, _state->directory_of(path));
+}
+
+bool IndexScope::admits_directory(PathArgument rel_dir) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_dir, storage);
+  return !_state->excludes_directory(path, _state->directories()[path], *_state->verdicts());
+}
+
+Explanation IndexScope::explain(PathArgument rel_path, FileFacts facts) const {
+  std::string storage;
+  return _state->explain(_relative_posix(rel_path, storage), facts);
+}
+
+std::optional<IgnoreRule> IndexScope::deciding_ignore_rule(PathArgument rel_path) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_path, storage);
+  return _state->verdicts()->deciding_rule(path, _state->directory_of(path));
+}
+
+namespace internal {
+
+// --- The rules -----------------------------------------------------------------
+
+ScopeState::ScopeState(const std::filesystem::path& root, const std::optional<IndexLimits>& limits,
+                       ExcludesFileLookup excludes_file)
+    : _root(root),
+      _limits(limits),
+      _excludes_file(std::move(excludes_file)),
+      _verdicts(std::make_shared<IgnoreVerdicts>(_root, _excludes_file)) {}
+
+void ScopeState::refresh() {
+  _verdicts.replace(std::make_shared<IgnoreVerdicts>(_root, _excludes_file));
+}
+
+const Directory& ScopeState::directory_of(std::string_view path) {
+  return _directories[SplitPath(path).directory];
+}
+
+Decision ScopeState::decide(std::string_view path, const Directory& directory,
+                            IgnoreVerdicts& verdicts, FileFacts facts) {
   const bool at_root = directory.parent == nullptr;
   const std::string_view name = at_root ? path : path.substr(directory.path_size + 1);
   if (!at_root) {
-    if (const auto kind = _directory_rule(directory)) return excluded(*kind);
+    if (const auto kind = _directory_rule(directory)) return _excluded(*kind);
   }
   const auto language = language_registry::detect_language(name);
-  if (!language) return excluded(Exclusion::unknown_language);
-  if (language_registry::is_lockfile(name)) return excluded(Exclusion::lockfile, language);
-  if (!minified_glob(name).empty()) return excluded(Exclusion::minified, language);
-  if (verdicts._ignored(path, directory)) return excluded(Exclusion::gitignore, language);
+  if (!language) return _excluded(Exclusion::unknown_language);
+  if (language_registry::is_lockfile(name)) return _excluded(Exclusion::lockfile, language);
+  if (!minified_glob(name).empty()) return _excluded(Exclusion::minified, language);
+  if (verdicts._ignored(path, directory)) return _excluded(Exclusion::gitignore, language);
   return _within_limits(*language, facts.size);
 }
 
-bool IndexScope::is_ignored(std::string_view rel_path) const {
-  std::string storage;
-  const std::string_view path = _relative_posix(rel_path, storage);
-  return _verdicts.take()->_ignored(path, directory_of(path));
-}
-
-bool IndexScope::admits_directory(std::string_view rel_dir) const {
-  std::string storage;
-  const std::string_view path = _relative_posix(rel_dir, storage);
-  return !_excludes_directory(path, _directories[path], *_verdicts.take());
-}
-
-/// The kind of rule that leaves out all that the directory at `path` holds.
-std::optional<Exclusion> IndexScope::_excludes_directory(std::string_view path,
-                                                         const Directory& directory,
-                                                         IgnoreVerdicts& verdicts) const {
+std::optional<Exclusion> ScopeState::excludes_directory(std::string_view path,
+                                                        const Directory& directory,
+                                                        IgnoreVerdicts& verdicts) {
   if (path.empty()) return std::nullopt;
   if (const auto kind = _directory_rule(directory)) return kind;
   if (verdicts._directory_ignored(path, directory)) return Exclusion::gitignore;
   return std::nullopt;
 }
 
-Decision IndexScope::_within_limits(std::string_view language,
+Decision ScopeState::_within_limits(std::string_view language,
                                     std::optional<std::int64_t> size) const {
-  if (limits) {
-    if (size && *size > limits->max_file_bytes) {
-      return {.indexable = false,
-              .kind = Exclusion::size,
-              .reason = mebibytes(*size, std::chars_format::fixed, 1) +
-                        " MB is over index.max_file_size_mb (" +
-                        mebibytes(limits->max_file_bytes, std::chars_format::general, 6) + ")",
-              .language = std::string(language)};
+  if (_limits) {
+    if (size && *size > _limits->max_file_bytes()) {
+      return Decision(false, Exclusion::size,
+                      mebibytes(*size, std::chars_format::fixed, 1) +
+                          " MB is over index.max_file_size_mb (" +
+                          mebibytes(_limits->max_file_bytes(), std::chars_format::general, 6) + ")",
+                      std::string(language));
     }
-    if (!limits->allows(language)) {
-      return {.indexable = false,
-              .kind = Exclusion::language,
-              .reason = std::string(language) + " is not in index.languages",
-              .language = std::string(language)};
+    if (!_limits->allows(language)) {
+      return Decision(false, Exclusion::language,
+                      std::string(language) + " is not in index.languages", std::string(language));
     }
   }
-  return {.indexable = true, .language = std::optional<std::string>(std::in_place, language)};
+  return Decision(true, std::nullopt, {}, std::string(language));
 }
 
-Explanation IndexScope::explain(std::string_view rel_path, FileFacts facts) const {
-  std::string storage;
-  const std::string_view path = _relative_posix(rel_path, storage);
+Explanation ScopeState::explain(std::string_view path, FileFacts facts) {
   const Directory& directory = directory_of(path);
   const auto verdicts = _verdicts.take();
-  Explanation explanation{_decide(path, directory, *verdicts, facts)};
-  const auto kind = explanation.decision.kind;
+  Explanation explanation{decide(path, directory, *verdicts, facts)};
+  const auto kind = explanation.decision.kind();
   if (kind == Exclusion::directory || kind == Exclusion::index_data) {
     // The topmost has the rule: those below it inherit it.
     const Directory* topmost = &directory;
     while (_directory_rule(*topmost->parent)) topmost = topmost->parent;
     explanation.directory = path.substr(0, topmost->path_size);
   } else if (kind == Exclusion::minified) {
-    explanation.glob = minified_glob(internal::SplitPath(path).name);
+    explanation.glob = minified_glob(SplitPath(path).name);
   } else if (kind != Exclusion::unknown_language && kind != Exclusion::lockfile) {
     explanation.rule = verdicts->deciding_rule(path, directory);
   }
   return explanation;
 }
 
-std::optional<IgnoreRule> IndexScope::deciding_ignore_rule(std::string_view rel_path) const {
-  std::string storage;
-  const std::string_view path = _relative_posix(rel_path, storage);
-  return _verdicts.take()->deciding_rule(path, directory_of(path));
-}
-
-// --- A directory that has been listed -------------------------------------------
-
-ListedDirectory::ListedDirectory(const IndexScope& scope, const IgnoreFileReader& read)
-    : _scope(&scope), _verdicts(scope._verdicts.take()), _directory(&scope._directories.root()) {
-  _verdicts->learn("", *_directory, read);
-}
-
-ListedDirectory::ListedDirectory(const IndexScope& scope, const Directory& parent,
-                                 std::string_view rel_dir, const IgnoreFileReader& read)
-    : _scope(&scope),
-      _verdicts(scope._verdicts.take()),
-      _directory(&scope._directories.child(parent, rel_dir)) {
-  if (rel_dir.find('\\') == std::string_view::npos) _verdicts->learn(rel_dir, *_directory, read);
-}
-
-// A backslash in a name separates components for a question, but not on disk. Such a path
-// does not lie where its text says, and what lies there may be a link: it is answered from
-// rules that were read without following one, and leaves nothing in those of the others.
-
-Decision ListedDirectory::decide(std::string_view path, FileFacts facts) const {
-  std::string storage;
-  const std::string_view posix = _relative_posix(path, storage);
-  if (posix.data() == path.data()) return _scope->_decide(path, *_directory, *_verdicts, facts);
-  return _scope->_decide(posix, _scope->directory_of(posix), _verdicts->without_links(), facts);
-}
-
-std::optional<Exclusion> ListedDirectory::excludes(std::string_view path) const {
-  std::string storage;
-  const std::string_view posix = _relative_posix(path, storage);
-  auto& directories = _scope->_directories;
-  if (posix.data() == path.data()) {
-    return _scope->_excludes_directory(path, directories.child(*_directory, path), *_verdicts);
-  }
-  return _scope->_excludes_directory(posix, directories[posix], _verdicts->without_links());
-}
-
 // --- The fixed directory rules -------------------------------------------------
 
-std::optional<Exclusion> IndexScope::_directory_rule(const Directory& directory) const {
+std::optional<Exclusion> ScopeState::_directory_rule(const Directory& directory) {
   DirectoryRule rule = _directory_rules.find(directory);
   if (rule == DirectoryRule::unknown) {
     // Up to the nearest directory whose rule is known, and down again.
@@ -246,4 +216,41 @@ std::optional<Exclusion> IndexScope::_directory_rule(const Directory& directory)
   }
 }
 
+// --- A directory that has been listed -------------------------------------------
+
+ListedDirectory::ListedDirectory(ScopeState& scope, const IgnoreFileReader& read)
+    : _scope(&scope), _verdicts(scope.verdicts()), _directory(&scope.directories().root()) {
+  _verdicts->learn("", *_directory, read);
+}
+
+ListedDirectory::ListedDirectory(ScopeState& scope, const Directory& parent,
+                                 std::string_view rel_dir, const IgnoreFileReader& read)
+    : _scope(&scope),
+      _verdicts(scope.verdicts()),
+      _directory(&scope.directories().child(parent, rel_dir)) {
+  if (rel_dir.find('\\') == std::string_view::npos) _verdicts->learn(rel_dir, *_directory, read);
+}
+
+// A backslash in a name separates components for a question, but not on disk. Such a path
+// does not lie where its text says, and what lies there may be a link: it is answered from
+// rules that were read without following one, and leaves nothing in those of the others.
+
+Decision ListedDirectory::decide(std::string_view path, FileFacts facts) const {
+  std::string storage;
+  const std::string_view posix = _relative_posix(path, storage);
+  if (posix.data() == path.data()) return _scope->decide(path, *_directory, *_verdicts, facts);
+  return _scope->decide(posix, _scope->directory_of(posix), _verdicts->without_links(), facts);
+}
+
+std::optional<Exclusion> ListedDirectory::excludes(std::string_view path) const {
+  std::string storage;
+  const std::string_view posix = _relative_posix(path, storage);
+  auto& directories = _scope->directories();
+  if (posix.data() == path.data()) {
+    return _scope->excludes_directory(path, directories.child(*_directory, path), *_verdicts);
+  }
+  return _scope->excludes_directory(posix, directories[posix], _verdicts->without_links());
+}
+
+}  // namespace internal
 }  // namespace path_filter

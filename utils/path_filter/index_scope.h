@@ -2,7 +2,7 @@
 //
 //   IndexScope scope("/srv/repo", {.limits = IndexLimits::from_config(config)});
 //   scope.is_indexable("src/app.py")                   // true: a Decision
-//   scope.is_indexable("build/out.py").reason          // "in a directory the index skips"
+//   scope.is_indexable("build/out.py").reason()        // "in a directory the index skips"
 //   scope.is_indexable("big.sql", {.size = 1 << 30})   // the limits know the size
 //   for (const std::string& path : scope.walk()) ...   // a tree that git does not list;
 //                                                      // include tree_walk.h
@@ -36,15 +36,13 @@
 //   asked about, by their names' length and some 80 bytes.
 //
 // Failures  What the registry, the excludes-file lookup or an `on_error` throws passes
-//   through; so does std::system_error (illegal_byte_sequence) for a `.git` or
-//   `commondir` file that is not valid UTF-8. The caches stay whole and the next
-//   question tries again.
+//   through; so does DecodingError for a `.git` or `commondir` file that is not valid
+//   UTF-8. The caches stay whole and the next question tries again.
 
 #ifndef UTILS_PATH_FILTER_INDEX_SCOPE_H_
 #define UTILS_PATH_FILTER_INDEX_SCOPE_H_
 
 #include <array>
-#include <concepts>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -54,11 +52,10 @@
 #include <string_view>
 
 #include "utils/path_filter/decision.h"
-#include "utils/path_filter/directory_table.h"
-#include "utils/path_filter/ignore_verdicts.h"
+#include "utils/path_filter/git_ignore.h"
 #include "utils/path_filter/index_limits.h"
 #include "utils/path_filter/internal/by_name_only.h"
-#include "utils/path_filter/replaceable.h"
+#include "utils/path_filter/path_argument.h"
 
 namespace path_filter {
 
@@ -96,6 +93,9 @@ struct Explanation {
 
 class Walk;
 struct WalkOptions;
+namespace internal {
+class ScopeState;
+}
 
 /// Told of each directory that a walk cannot list; the error carries the operating
 /// system's code, its message and the directory's path.
@@ -105,6 +105,7 @@ class IndexScope {
  public:
   /// Reads nothing and tests nothing: `root` is kept as it is given.
   explicit IndexScope(std::filesystem::path root, IndexScopeOptions options = {});
+  ~IndexScope();
 
   IndexScope(const IndexScope&) = delete;
   IndexScope& operator=(const IndexScope&) = delete;
@@ -119,22 +120,17 @@ class IndexScope {
   /// The path below the root that an absolute path names, with "/" between its
   /// components; absent for the root itself, for a path outside it, and for one that
   /// climbs out with "..". Both are compared as text: no link is followed.
-  std::optional<std::string> relative(std::string_view path) const;
-
-  template <std::same_as<std::filesystem::path> Path>
-  std::optional<std::string> relative(const Path& path) const {
-    return relative(std::string_view(path.native()));
-  }
+  std::optional<std::string> relative(PathArgument path) const;
 
   /// Whether the file at `rel_path` is indexed.
-  Decision is_indexable(std::string_view rel_path, FileFacts facts = {}) const;
+  Decision is_indexable(PathArgument rel_path, FileFacts facts = {}) const;
 
   /// Whether git's ignore rules alone leave out the file at `rel_path`.
-  bool is_ignored(std::string_view rel_path) const;
+  bool is_ignored(PathArgument rel_path) const;
 
   /// Whether a walk goes into the directory at `rel_dir`: false when a rule leaves out
   /// all that it holds. True for "", the root.
-  bool admits_directory(std::string_view rel_dir) const;
+  bool admits_directory(PathArgument rel_dir) const;
 
   /// The files below the root, outside the directories that are left out, one at a
   /// time as they are taken. `on_error` is told of each directory that cannot be
@@ -144,66 +140,18 @@ class IndexScope {
 
   /// What is_indexable answers, and what decided, both by one state of the ignore rules.
   /// The reason is computed anew on each call; those who do not ask pay nothing.
-  Explanation explain(std::string_view rel_path, FileFacts facts = {}) const;
+  Explanation explain(PathArgument rel_path, FileFacts facts = {}) const;
 
   /// The rule by which git's ignore rules alone decide about the file at `rel_path`, or
   /// about the directory there when it ends in "/": what `git check-ignore -v` prints.
   /// It may be one that includes the path again ("!..."). Below an ignored directory it
   /// is the rule that ignores the directory. Absent when no rule matches.
-  std::optional<IgnoreRule> deciding_ignore_rule(std::string_view rel_path) const;
+  std::optional<IgnoreRule> deciding_ignore_rule(PathArgument rel_path) const;
 
  private:
-  friend class ListedDirectory;
+  friend class Walk;
 
-  enum class DirectoryRule : std::uint8_t { unknown, none, directory, index_data };
-
-  Decision _decide(std::string_view path, const internal::Directory& directory,
-                   IgnoreVerdicts& verdicts, FileFacts facts) const;
-  std::optional<Exclusion> _excludes_directory(std::string_view path,
-                                               const internal::Directory& directory,
-                                               IgnoreVerdicts& verdicts) const;
-  std::optional<Exclusion> _directory_rule(const internal::Directory& directory) const;
-  Decision _within_limits(std::string_view language, std::optional<std::int64_t> size) const;
-  const internal::Directory& directory_of(std::string_view path) const;
-
-  const ExcludesFileLookup _excludes_file;
-
-  /// All directories asked about. Like _directory_rules it outlives every refresh.
-  mutable internal::DirectoryTable _directories;
-  mutable internal::DirectoryMap<DirectoryRule> _directory_rules;
-  const internal::Directory* const _index_data_directory = &_directories[INDEX_DATA_DIR];
-
-  /// Git's verdicts by the ignore rules as they were at the last refresh.
-  internal::Replaceable<IgnoreVerdicts> _verdicts;
-};
-
-/// A directory whose entries the caller has listed, and the scope's answers about them: for
-/// less than the questions above cost, and without looking for an ignore file that is not
-/// there. All are by one state of the ignore rules, the one of when this was made.
-class ListedDirectory {
- public:
-  /// The root.
-  ListedDirectory(const IndexScope& scope, const IgnoreFileReader& read);
-
-  /// The directory at `rel_dir`, which lies directly in `parent`. Both are paths as they
-  /// are on disk. `read` must not follow links below the root; it is called here, for the
-  /// directories on the way whose ignore file this state of the rules has not read yet.
-  ListedDirectory(const IndexScope& scope, const internal::Directory& parent,
-                  std::string_view rel_dir, const IgnoreFileReader& read);
-
-  /// What is_indexable answers about the file at `path`, which lies in this directory.
-  Decision decide(std::string_view path, FileFacts facts = {}) const;
-
-  /// The kind of rule by which admits_directory refuses the directory at `path`, which lies
-  /// in this one; absent when it admits it.
-  std::optional<Exclusion> excludes(std::string_view path) const;
-
-  const internal::Directory& directory() const { return *_directory; }
-
- private:
-  const IndexScope* _scope;
-  std::shared_ptr<IgnoreVerdicts> _verdicts;
-  const internal::Directory* _directory;
+  const std::unique_ptr<internal::ScopeState> _state;
 };
 
 }  // namespace path_filter

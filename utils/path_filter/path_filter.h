@@ -6,7 +6,8 @@
 //   test_code_sql.h the same answer inside SQLite queries (link path_filter_sql)
 //   index_scope.h   the scope of one repository: all rules together
 //   tree_walk.h     the files of a tree that git does not list
-//   ignore_verdicts.h, git_ignore.h  git's verdicts on paths; one ignore file's rules
+//   git_ignore.h    the rules of one ignore file
+//   logger.h        where warnings go
 //
 // The languages are those of the registry that is linked: see
 // utils/language_registry/language_registry.h.
@@ -16,6 +17,7 @@
 
 #include "utils/path_filter/git_ignore.h"
 #include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/logger.h"
 #include "utils/path_filter/path_rules.h"
 #include "utils/path_filter/test_code.h"
 #include "utils/path_filter/test_code_sql.h"

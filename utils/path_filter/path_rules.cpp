@@ -1,12 +1,8 @@
 #include "utils/path_filter/path_rules.h"
 
-#include <spdlog/sinks/stdout_sinks.h>
-#include <spdlog/spdlog.h>
-
-#include <memory>
-
 #include "utils/path_filter/internal/paths.h"
 #include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/logger.h"
 
 namespace path_filter {
 
@@ -25,12 +21,12 @@ bool _skips_directory(std::string_view name, std::optional<std::string_view> par
   return name.ends_with(".egg-info");
 }
 
-bool should_skip_directory(std::string_view dirname, std::optional<std::string_view> parent_path) {
-  if (parent_path) parent_path = internal::last_component(*parent_path);
-  return _skips_directory(dirname, parent_path);
+bool should_skip_directory(std::string_view dirname, std::optional<PathArgument> parent_path) {
+  if (!parent_path) return _skips_directory(dirname, std::nullopt);
+  return _skips_directory(dirname, internal::last_component(*parent_path));
 }
 
-bool should_skip_path(std::string_view path) {
+bool should_skip_path(PathArgument path) {
   internal::PathComponents components(path);
   std::optional<std::string_view> parent;
   while (const auto component = components.next()) {
@@ -40,16 +36,9 @@ bool should_skip_path(std::string_view path) {
   return false;
 }
 
-bool is_indexable_path(std::string_view path) { return !should_skip_path(path); }
+bool is_indexable_path(PathArgument path) { return !should_skip_path(path); }
 
 namespace {
-
-constexpr const char* LOGGER_NAME = "utils.path_filter";
-
-std::shared_ptr<spdlog::logger> make_logger() {
-  if (auto existing = spdlog::get(LOGGER_NAME)) return existing;
-  return spdlog::stderr_logger_mt(LOGGER_NAME);
-}
 
 struct Constants {
   language_registry::TextSet test_dir_names;
@@ -75,11 +64,6 @@ namespace internal {
 const language_registry::TextSet& loaded_test_dir_names() { return constants().test_dir_names; }
 
 const std::vector<std::string>& loaded_test_file_globs() { return constants().test_file_globs; }
-
-spdlog::logger& loaded_logger() {
-  static const std::shared_ptr<spdlog::logger> loaded = make_logger();
-  return *loaded;
-}
 
 }  // namespace internal
 }  // namespace path_filter

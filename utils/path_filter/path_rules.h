@@ -13,14 +13,12 @@
 //   should_skip_path("src/main.py")                     // false
 //
 // Here, too, stand the constants that are taken from the language registry when the
-// component is loaded, and the component's logger.
+// component is loaded.
 
 #ifndef UTILS_PATH_FILTER_PATH_RULES_H_
 #define UTILS_PATH_FILTER_PATH_RULES_H_
 
 #include <array>
-#include <concepts>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,10 +26,8 @@
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/fixed_text_set.h"
-
-namespace spdlog {
-class logger;
-}
+#include "utils/path_filter/internal/loaded.h"
+#include "utils/path_filter/path_argument.h"
 
 namespace path_filter {
 
@@ -59,30 +55,15 @@ bool _skips_directory(std::string_view name, std::optional<std::string_view> par
 /// Whether the indexer skips the directory `dirname` (one name, not split) that lies
 /// in the directory `parent_path`.
 bool should_skip_directory(std::string_view dirname,
-                           std::optional<std::string_view> parent_path = std::nullopt);
-
-template <std::same_as<std::filesystem::path> Path>
-bool should_skip_directory(std::string_view dirname, const Path& parent_path) {
-  return should_skip_directory(dirname, std::string_view(parent_path.native()));
-}
+                           std::optional<PathArgument> parent_path = std::nullopt);
 
 /// Whether any component of `path` is skipped, its last one included: a file named
 /// ".env" or "__init__.py" is, by this rule. `path` is relative or absolute, with "/"
 /// between components.
-bool should_skip_path(std::string_view path);
-
-template <std::same_as<std::filesystem::path> Path>
-bool should_skip_path(const Path& path) {
-  return should_skip_path(std::string_view(path.native()));
-}
+bool should_skip_path(PathArgument path);
 
 /// Whether no component of `path` is skipped: the opposite of should_skip_path.
-bool is_indexable_path(std::string_view path);
-
-template <std::same_as<std::filesystem::path> Path>
-bool is_indexable_path(const Path& path) {
-  return is_indexable_path(std::string_view(path.native()));
-}
+bool is_indexable_path(PathArgument path);
 
 /// Loads the component: creates its logger and takes the two constants below from
 /// the registry, with one call for each. The first use of either constant does the
@@ -96,17 +77,6 @@ namespace internal {
 
 const language_registry::TextSet& loaded_test_dir_names();
 const std::vector<std::string>& loaded_test_file_globs();
-spdlog::logger& loaded_logger();
-
-/// A constant that is made at its first use: a name for what `Get` returns, itself
-/// constant and ready before any code runs.
-template <typename Value, Value& (*Get)()>
-struct Loaded {
-  Value& operator*() const { return Get(); }
-  Value* operator->() const { return &Get(); }
-  auto begin() const { return Get().begin(); }
-  auto end() const { return Get().end(); }
-};
 
 }  // namespace internal
 
@@ -119,14 +89,6 @@ inline constexpr internal::Loaded<const language_registry::TextSet, internal::lo
 /// in the registry's order.
 inline constexpr internal::Loaded<const std::vector<std::string>, internal::loaded_test_file_globs>
     TEST_FILE_GLOBS{};
-
-/// The component's one logger, named "utils.path_filter"; it is used for warnings
-/// only. A logger that the host registered with spdlog under that name before that
-/// is taken as it is; otherwise one is made that writes to
-/// stderr, and registered. Its first use makes it and asks the registry for nothing,
-/// so that there is a log to report a failing registry in. A host adds its sinks to
-/// logger->sinks(), before other threads use the component.
-inline constexpr internal::Loaded<spdlog::logger, internal::loaded_logger> logger{};
 
 }  // namespace path_filter
 

@@ -10,7 +10,8 @@ namespace path_filter {
 
 using language_registry::LANGUAGES;
 
-bool is_test_path(std::string_view path) {
+bool is_test_path(PathArgument argument) {
+  std::string_view path = argument;
   std::string posix;
   if (path.find('\\') != std::string_view::npos) {
     posix.assign(path);

@@ -17,14 +17,13 @@
 #define UTILS_PATH_FILTER_TEST_CODE_H_
 
 #include <concepts>
-#include <filesystem>
 #include <ranges>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "utils/path_filter/internal/by_name_only.h"
+#include "utils/path_filter/path_argument.h"
 
 namespace path_filter {
 
@@ -32,12 +31,7 @@ namespace path_filter {
 /// separator; only its text is looked at, and ".." is not resolved. Directory names
 /// match in any case, file names in their exact case. Costs one classification, the
 /// few globs of the language, and one lookup for each directory.
-bool is_test_path(std::string_view path);
-
-template <std::same_as<std::filesystem::path> Path>
-bool is_test_path(const Path& path) {
-  return is_test_path(std::string_view(path.native()));
-}
+bool is_test_path(PathArgument path);
 
 /// What production_paths is told by name.
 struct ProductionPathsOptions {

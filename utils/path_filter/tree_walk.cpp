@@ -1,14 +1,73 @@
 #include "utils/path_filter/tree_walk.h"
 
 #include <cerrno>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <vector>
+
+#include "utils/path_filter/ignore_files.h"
+#include "utils/path_filter/internal/file_system.h"
+#include "utils/path_filter/scope_state.h"
 
 namespace path_filter {
 
 using internal::FileContent;
 using internal::FileDescriptor;
+
+class Walk::State {
+ public:
+  State(const IndexScope& scope, internal::ScopeState& state, WalkErrorHandler on_error,
+        WalkOptions options)
+      : _root(scope.root),
+        _scope(state),
+        _on_error(std::move(on_error)),
+        _options(std::move(options)) {}
+
+  const std::string& path() const { return _path; }
+  Decision decide(FileFacts facts) const { return _listed->decide(_path, facts); }
+
+  bool advance() {
+    try {
+      return step();
+    } catch (...) {
+      _levels.clear();
+      _listing.clear();
+      throw;
+    }
+  }
+
+ private:
+  /// A directory whose subdirectories are being visited.
+  struct Level {
+    const internal::Directory* directory;
+    std::size_t prefix;  // bytes of _path that are the directory, its "/" included
+    std::string names;   // of the admitted subdirectories, each followed by "/"
+    std::size_t next;    // where the next one begins
+  };
+
+  bool step();
+  void visit(FileDescriptor& last);
+  int open(FileDescriptor& directory);
+  FileContent read_ignore_file(std::string_view rel_dir, const FileDescriptor& directory) const;
+  bool admits(bool is_link);
+  void fail(int code, const std::string& below);
+
+  const std::filesystem::path& _root;
+  internal::ScopeState& _scope;
+  WalkErrorHandler _on_error;
+  WalkOptions _options;
+  bool _begun = false;
+  std::string _top;  // the root's path without links
+  std::vector<Level> _levels;
+  std::string _path;  // the directory being produced, and then the file
+  std::size_t _prefix = 0;
+  std::string _below;  // the directory's path without its "/"
+  std::optional<internal::ListedDirectory> _listed;
+  internal::Listing _listing;  // of the directory whose files are being produced
+  std::size_t _next_file = 0;
+};
 
 Walk IndexScope::walk(WalkErrorHandler on_error) const { return walk(std::move(on_error), {}); }
 
@@ -17,19 +76,17 @@ Walk IndexScope::walk(WalkErrorHandler on_error, WalkOptions options) const {
 }
 
 Walk::Walk(const IndexScope& scope, WalkErrorHandler on_error, WalkOptions options)
-    : _scope(&scope), _on_error(std::move(on_error)), _options(std::move(options)) {}
+    : _state(
+          std::make_unique<State>(scope, *scope._state, std::move(on_error), std::move(options))) {}
 
-bool Walk::advance() {
-  try {
-    return step();
-  } catch (...) {
-    _levels.clear();
-    _listing.clear();
-    throw;
-  }
-}
+Walk::~Walk() = default;
+Walk::Walk(Walk&& other) noexcept = default;
 
-bool Walk::step() {
+const std::string& Walk::path() const { return _state->path(); }
+bool Walk::advance() { return _state->advance(); }
+Decision Walk::decide(FileFacts facts) const { return _state->decide(facts); }
+
+bool Walk::State::step() {
   FileDescriptor last;  // the directory that this step listed last, open until its end
   if (!_begun) {
     _begun = true;
@@ -60,7 +117,7 @@ bool Walk::step() {
 /// Lists the directory that _path names (with a "/" at its end, or "" for the root) and
 /// judges its subdirectories. `last` is the directory above it, if that is open, and becomes
 /// this one if it has subdirectories to visit.
-void Walk::visit(FileDescriptor& last) {
+void Walk::State::visit(FileDescriptor& last) {
   const std::size_t above = _levels.empty() ? 0 : _levels.back().prefix;
   _prefix = _path.size();
   _next_file = 0;
@@ -81,9 +138,9 @@ void Walk::visit(FileDescriptor& last) {
     return read_ignore_file(rel_dir, directory);
   };
   if (_levels.empty()) {
-    _listed.emplace(*_scope, read);
+    _listed.emplace(_scope, read);
   } else {
-    _listed.emplace(*_scope, *_levels.back().directory, _below, read);
+    _listed.emplace(_scope, *_levels.back().directory, _below, read);
   }
   Level level{&_listed->directory(), _prefix, {}, 0};
   for (std::size_t index = 0; index < _listing.size(); ++index) {
@@ -105,23 +162,23 @@ void Walk::visit(FileDescriptor& last) {
 /// Opens the directory that _below names. The way to the root may lead through links: it
 /// is followed once, and from then on a directory is opened by its whole path, in one call
 /// that takes no link.
-int Walk::open(FileDescriptor& directory) {
-  const std::string& root = _scope->root.native();
+int Walk::State::open(FileDescriptor& directory) {
+  const std::string& root = _root.native();
   if (!_below.empty() && !_top.empty()) {
     return internal::open_directory_below(_top, _below, directory, internal::RootLinks::refuse);
   }
   std::error_code unresolved;
-  if (_below.empty()) _top = std::filesystem::canonical(_scope->root, unresolved).native();
+  if (_below.empty()) _top = std::filesystem::canonical(_root, unresolved).native();
   return internal::open_directory_below(root, _below, directory, internal::RootLinks::follow);
 }
 
 /// The ignore file of the directory that is open, as its listing has it; or that of one
 /// above it, which is unread only when the scope has been refreshed since it was listed.
-FileContent Walk::read_ignore_file(std::string_view rel_dir,
-                                   const FileDescriptor& directory) const {
+FileContent Walk::State::read_ignore_file(std::string_view rel_dir,
+                                          const FileDescriptor& directory) const {
   const std::string name(IGNORE_FILE_NAME);
   if (rel_dir != _below) {
-    return internal::read_file_below_without_links(_scope->root.native(), rel_dir, name,
+    return internal::read_file_below_without_links(_root.native(), rel_dir, name,
                                                    MAX_IGNORE_FILE_BYTES);
   }
   if (!_listing.contains(name)) return internal::ReadError{ENOENT, {}};
@@ -129,7 +186,7 @@ FileContent Walk::read_ignore_file(std::string_view rel_dir,
 }
 
 /// Whether the scope admits the directory that _path names.
-bool Walk::admits(bool is_link) {
+bool Walk::State::admits(bool is_link) {
   std::optional<Exclusion> kind;
   try {
     kind = _listed->excludes(_path);
@@ -143,11 +200,10 @@ bool Walk::admits(bool is_link) {
   return !kind;
 }
 
-void Walk::fail(int code, const std::string& below) {
+void Walk::State::fail(int code, const std::string& below) {
   if (!_on_error) return;
-  const std::filesystem::path& root = _scope->root;
   _on_error(std::filesystem::filesystem_error("cannot list the directory",
-                                              below.empty() ? root : root / below,
+                                              below.empty() ? _root : _root / below,
                                               std::error_code(code, std::generic_category())));
 }
 

@@ -7,15 +7,13 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
-#include <optional>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "utils/path_filter/decision.h"
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/by_name_only.h"
-#include "utils/path_filter/internal/file_system.h"
 
 namespace path_filter {
 
@@ -53,9 +51,13 @@ struct WalkOptions {
 /// nothing stays open between two paths: some 40,000 directories inside each other, each
 /// with a file, take the kernel minutes. Those without files are opened one from another.
 ///
-/// One thread at a time uses a walk; several walks of one scope may run at once.
+/// One thread at a time uses a walk; several walks of one scope may run at once. It can be
+/// moved before begin() is called.
 class Walk {
  public:
+  ~Walk();
+  Walk(Walk&& other) noexcept;
+
   class Iterator {
    public:
     using iterator_concept = std::input_iterator_tag;
@@ -65,8 +67,8 @@ class Walk {
     Iterator() = default;
     explicit Iterator(Walk* walk) : _walk(walk) {}
     /// The path; valid until the iterator is moved on.
-    const std::string& operator*() const { return _walk->_path; }
-    const std::string* operator->() const { return &_walk->_path; }
+    const std::string& operator*() const { return _walk->path(); }
+    const std::string* operator->() const { return &_walk->path(); }
     Iterator& operator++() {
       if (!_walk->advance()) _walk = nullptr;
       return *this;
@@ -85,43 +87,20 @@ class Walk {
   /// What the scope's is_indexable answers about the path that the walk has come to, for
   /// less: the files of a directory share the search for it and its rules. A name with a
   /// backslash is judged without reading through a link. Throws as is_indexable does.
-  Decision decide(FileFacts facts = {}) const { return _listed->decide(_path, facts); }
+  Decision decide(FileFacts facts = {}) const;
 
  private:
   friend class IndexScope;
 
-  /// A directory whose subdirectories are being visited.
-  struct Level {
-    const internal::Directory* directory;
-    std::size_t prefix;  // bytes of _path that are the directory, its "/" included
-    std::string names;   // of the admitted subdirectories, each followed by "/"
-    std::size_t next;    // where the next one begins
-  };
-
   Walk(const IndexScope& scope, WalkErrorHandler on_error, WalkOptions options);
+
+  const std::string& path() const;
 
   /// Moves on to the next path; false at the end.
   bool advance();
-  bool step();
-  void visit(internal::FileDescriptor& last);
-  int open(internal::FileDescriptor& directory);
-  internal::FileContent read_ignore_file(std::string_view rel_dir,
-                                         const internal::FileDescriptor& directory) const;
-  bool admits(bool is_link);
-  void fail(int code, const std::string& below);
 
-  const IndexScope* _scope;
-  WalkErrorHandler _on_error;
-  WalkOptions _options;
-  bool _begun = false;
-  std::string _top;  // the root's path without links
-  std::vector<Level> _levels;
-  std::string _path;  // the directory being produced, and then the file
-  std::size_t _prefix = 0;
-  std::string _below;  // the directory's path without its "/"
-  std::optional<ListedDirectory> _listed;
-  internal::Listing _listing;  // of the directory whose files are being produced
-  std::size_t _next_file = 0;
+  class State;
+  std::unique_ptr<State> _state;
 };
 
 }  // namespace path_filter

@@ -3,10 +3,6 @@
 #ifndef UTILS_PATH_FILTER_INTERNAL_BY_NAME_ONLY_H_
 #define UTILS_PATH_FILTER_INTERNAL_BY_NAME_ONLY_H_
 
-#include <concepts>
-#include <optional>
-#include <utility>
-
 namespace path_filter::internal {
 
 /// As the first member of a struct of options: the others can only be given by name.
@@ -27,36 +23,6 @@ class Required {
 
  private:
   T _value;
-};
-
-/// The same for a value that may be absent: that it is absent has to be said. It holds the
-/// optional instead of being one, as std::optional would compare itself with a class
-/// derived from it by its value, and two absent ones would differ.
-template <typename T>
-class Required<std::optional<T>> {
- public:
-  template <std::convertible_to<std::optional<T>> Value>
-  constexpr Required(Value&& value)  // NOLINT: implicit by intent
-      : _value(std::forward<Value>(value)) {}
-  constexpr operator const std::optional<T>&() const { return _value; }  // NOLINT: implicit
-
-  constexpr explicit operator bool() const { return _value.has_value(); }
-  constexpr bool has_value() const { return _value.has_value(); }
-  constexpr const T& value() const { return _value.value(); }
-  constexpr const T& operator*() const { return *_value; }
-  constexpr const T* operator->() const { return &*_value; }
-
-  // Exact for either side, so that nothing of std::optional's fits better.
-  template <std::same_as<Required> Other>
-  friend constexpr bool operator==(const Required& left, const Other& right) {
-    return left._value == right._value;
-  }
-  friend constexpr bool operator==(const Required& left, const std::optional<T>& right) {
-    return left._value == right;
-  }
-
- private:
-  std::optional<T> _value;
 };
 
 }  // namespace path_filter::internal
