@@ -23,6 +23,12 @@ std::string_view reason_of(Exclusion kind) {
 
 }  // namespace internal
 
+Decision _indexed(std::string_view language) {
+  Decision decision(true);
+  decision._language.emplace(language);
+  return decision;
+}
+
 Decision _excluded(Exclusion kind, std::optional<std::string_view> language) {
   Decision decision(false, kind);
   decision._fixed_reason = internal::reason_of(kind);

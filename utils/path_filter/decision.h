@@ -84,6 +84,7 @@ class Decision {
   }
 
  private:
+  friend Decision _indexed(std::string_view language);
   friend Decision _excluded(Exclusion kind, std::optional<std::string_view> language);
 
   bool _indexable;
@@ -92,6 +93,9 @@ class Decision {
   std::string _reason;
   std::optional<std::string> _language;
 };
+
+/// The verdict that a file is indexed.
+Decision _indexed(std::string_view language);
 
 /// The verdict that leaves a file out by a rule whose reason is fixed. Throws
 /// std::out_of_range for `size` and `language`.

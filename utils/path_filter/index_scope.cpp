@@ -155,7 +155,7 @@ Decision ScopeState::_within_limits(std::string_view language,
                       std::string(language) + " is not in index.languages", std::string(language));
     }
   }
-  return Decision(true, std::nullopt, {}, std::string(language));
+  return _indexed(language);
 }
 
 Explanation ScopeState::explain(std::string_view path, FileFacts facts) {
