@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "utils/language_registry/catalog.h"
-#include "utils/language_registry/language_registry.h"
+#include "utils/language_registry/default_registry.h"
 #include "utils/language_registry/text_table.h"
 
 namespace language_registry {
@@ -311,17 +311,19 @@ std::size_t find_language(std::string_view name) {
 
 }  // namespace
 
-// ---- language_registry.h -----------------------------------------------------------------------
+// ---- default_registry.h ------------------------------------------------------------------------
 
-const TextSet& Languages::test_dir_names() const {
+namespace default_registry {
+
+const TextSet& test_dir_names() {
   // Never destroyed, so that it can be asked while the process exits.
   static const TextSet& names = *new TextSet(test_directories.begin(), test_directories.end());
   return names;
 }
 
-std::span<const std::string_view> Languages::test_file_globs() const { return test_globs.words; }
+std::span<const std::string_view> test_file_globs() { return test_globs.words; }
 
-const LanguageRecord* Languages::classify(std::string_view name) const {
+const LanguageRecord* classify(std::string_view name) {
   const std::size_t language = find_language(name);
   return language == no_language ? nullptr : &records[language];
 }
@@ -340,11 +342,12 @@ bool is_lockfile(std::string_view name) {
                              [&](const LockfilePattern& pattern) { return pattern.matches(name); });
 }
 
-/// Gives "" for a language that the registry does not know.
 std::string_view tier_of(std::string_view language) {
   const std::size_t found = name_table.find(language);
   return found == name_table.npos ? std::string_view() : language_rows[found].tier;
 }
+
+}  // namespace default_registry
 
 // ---- catalog.h ---------------------------------------------------------------------------------
 
