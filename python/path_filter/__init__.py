@@ -1,0 +1,188 @@
+"""Which files of a repository belong in the index, and which are test code.
+
+    from path_filter import IndexLimits, IndexScope, is_test_path
+
+    scope = IndexScope("/srv/repo", limits=IndexLimits(10 << 20, None))
+    scope.is_indexable("src/app.py")                # truthy: a Decision
+    scope.is_indexable("build/out.py").reason       # "in a directory the index skips"
+    for path in scope.walk():                       # a tree that git does not list
+        ...
+    is_test_path("src/UserServiceTest.java")        # True
+
+Paths are str or os.PathLike. A name that is not valid text comes and goes as os.listdir
+gives it. A wrong type is a TypeError that names the argument, an absolute path where a
+relative one is asked for a ValueError.
+
+Threads may share a scope and everything else here, but not a walk. A question holds the
+interpreter's lock; where the disk is read it is free. All works in a forked child. There
+is one interpreter to a process: the package refuses to be loaded in a second one.
+
+The languages are those of the module language_registry beside this package: the one that
+is installed with it, which is answered without a call of Python's, or the host's own. In a
+host's package (utils.path_filter) that is the package's own (utils.language_registry).
+"""
+
+from __future__ import annotations
+
+import atexit
+import dataclasses
+import importlib
+import logging
+import os
+from collections.abc import Callable, Iterable, Iterator
+from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union
+
+if TYPE_CHECKING:
+    import sqlite3
+
+from . import _core
+from ._records import Decision, Exclusion, Explanation, IgnoreRule, IndexLimits
+
+__all__ = [
+    "ALLOWED_HIDDEN_DIRS",
+    "ALWAYS_SKIP_DIRS",
+    "DEFAULT_MAX_FILE_SIZE_MB",
+    "Decision",
+    "Exclusion",
+    "ExcludesFileLookup",
+    "Explanation",
+    "GITHUB_ALLOWED_SUBDIRS",
+    "IGNORE_FILE_NAME",
+    "INDEX_DATA_DIR",
+    "IgnoreRule",
+    "IndexLimits",
+    "IndexScope",
+    "MINIFIED_FILE_GLOBS",
+    "SQL_TEST_PATH_FN",
+    "TEST_DIR_NAMES",
+    "TEST_FILE_GLOBS",
+    "is_indexable_path",
+    "is_test_path",
+    "logger",
+    "production_paths",
+    "register_path_functions",
+    "should_skip_directory",
+    "should_skip_path",
+    "sql_test_path_filter",
+]
+
+Path = Union[str, "os.PathLike[str]"]
+_Path = TypeVar("_Path", bound=Path)
+
+ExcludesFileLookup = Callable[[Any], Optional[Path]]
+"""Given a scope's root, the file that git's core.excludesFile names, or None."""
+
+
+def _load_registry() -> Any:
+    """The language registry beside this package, checked for what is asked of it."""
+    parent = __name__.rpartition(".")[0]
+    registry = importlib.import_module(f"{parent}.language_registry".lstrip("."))
+    # The one that comes with this package has its tables in C++, and so do we.
+    ours = getattr(registry, "TABLES", None) == _core.VERSION
+    _core.bind_registry(None if ours else registry)
+    return registry
+
+
+_registry = _load_registry()
+
+logger = logging.getLogger(__name__)
+"""Used for warnings only."""
+
+ALWAYS_SKIP_DIRS: frozenset[str] = _core.ALWAYS_SKIP_DIRS
+ALLOWED_HIDDEN_DIRS: frozenset[str] = _core.ALLOWED_HIDDEN_DIRS
+GITHUB_ALLOWED_SUBDIRS: frozenset[str] = _core.GITHUB_ALLOWED_SUBDIRS
+MINIFIED_FILE_GLOBS: tuple[str, ...] = _core.MINIFIED_FILE_GLOBS
+TEST_DIR_NAMES: frozenset[str] = frozenset(_registry.LANGUAGES.test_dir_names())
+TEST_FILE_GLOBS: tuple[str, ...] = tuple(_registry.LANGUAGES.test_file_globs())
+SQL_TEST_PATH_FN: str = _core.SQL_TEST_PATH_FN
+DEFAULT_MAX_FILE_SIZE_MB: int = _core.DEFAULT_MAX_FILE_SIZE_MB
+INDEX_DATA_DIR: str = _core.INDEX_DATA_DIR
+IGNORE_FILE_NAME: str = _core.IGNORE_FILE_NAME
+
+_core.set_records(Decision, tuple(Exclusion))
+_core.set_sink(lambda message, arguments: logger.warning(message, *arguments))
+atexit.register(_core.set_sink, None)
+
+
+class IndexScope(_core.Scope):
+    """What belongs in the index of one repository.
+
+    Making a scope reads nothing. A directory's .gitignore and the repository's exclude files
+    are read when a question first needs them, and kept until refresh().
+
+    root           the repository's root, kept as it is given
+    limits         the configuration's limits; None: no limits
+    excludes_file  an ExcludesFileLookup; None: no such file is read
+    """
+
+    def __init__(
+        self,
+        root: Path,
+        *,
+        limits: IndexLimits | None = None,
+        excludes_file: ExcludesFileLookup | None = None,
+    ) -> None:
+        if not isinstance(limits, (IndexLimits, type(None))):
+            raise TypeError(f"limits: expected IndexLimits or None, not {type(limits).__name__}")
+        super().__init__(root, limits, excludes_file)
+
+    def __repr__(self) -> str:
+        return f"{type(self).__name__}({self.root!r})"
+
+    def explain(self, rel_path: Path, *, size: int | None = None) -> Explanation:
+        """What is_indexable answers, and what decided."""
+        decision, directory, glob, rule = self._explain(rel_path, size)
+        return Explanation(decision, directory, glob, rule and IgnoreRule(*rule))
+
+    def deciding_ignore_rule(self, rel_path: Path) -> IgnoreRule | None:
+        """The rule by which git's ignore rules decide about the file at rel_path, or about the
+        directory there when it ends in "/": what `git check-ignore -v` prints. It may be one
+        that includes the path again ("!..."). None when no rule matches."""
+        rule = self._deciding_ignore_rule(rel_path)
+        return rule and IgnoreRule(*rule)
+
+
+should_skip_directory = _core.should_skip_directory
+should_skip_path = _core.should_skip_path
+is_indexable_path = _core.is_indexable_path
+is_test_path = _core.is_test_path
+
+
+def production_paths(paths: Iterable[_Path], *, include_tests: bool = False) -> list[_Path]:
+    """Those of `paths` that are not test code, in their order; all of them when nothing else is
+    left, or with include_tests."""
+    everything = list(paths)
+    if include_tests:
+        return everything
+    return [path for path in everything if not is_test_path(path)] or everything
+
+
+def register_path_functions(connection: sqlite3.Connection) -> None:
+    """Makes the SQL function SQL_TEST_PATH_FN known to an open connection.
+
+    It takes one argument: a text or a blob is a path, NULL is no test code, a number an error.
+    When the registry fails, the statement does, and sys.unraisablehook gets what was raised.
+    """
+    import sqlite3  # not every Python has it
+
+    if not isinstance(connection, sqlite3.Connection):
+        raise TypeError(
+            f"connection: expected sqlite3.Connection, not {type(connection).__name__}"
+        )
+    connection.create_function(SQL_TEST_PATH_FN, 1, _core._sql_is_test_path, deterministic=True)
+
+
+def sql_test_path_filter(
+    alias: str = "f", *, exclude: bool, via: str = "path"
+) -> tuple[str, list[str]]:
+    """A condition on the rows of `alias` for a WHERE clause, and its parameters: none.
+
+    It holds for test code or, with `exclude`, for all else. `via="id"` gives the form for the
+    table files that asks once for each file instead of once for each row.
+    """
+    if not isinstance(exclude, bool):
+        raise TypeError(f"exclude: expected bool, not {type(exclude).__name__}")
+    for name, value in (("alias", alias), ("via", via)):
+        if not isinstance(value, str):
+            raise TypeError(f"{name}: expected str, not {type(value).__name__}")
+    return _core.sql_condition(alias, exclude, via), []

@@ -1,0 +1,93 @@
+#include "python/src/conversions.h"
+
+#include <filesystem>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+#include "utils/path_filter/git_ignore.h"
+
+namespace path_filter::python {
+
+void PathBytes::encode(PyObject* object, const char* argument) {
+  _owner = nb::borrow(object);
+  if (PyUnicode_Check(object) == 0) {
+    if (!nb::hasattr(_owner.type(), "__fspath__")) {
+      fail_type(argument, "str or os.PathLike", object);
+    }
+    _owner = nb::steal(PyOS_FSPath(object));
+    if (!_owner.is_valid()) nb::raise_python_error();
+  }
+  if (PyUnicode_Check(_owner.ptr()) != 0) {
+    _owner = nb::steal(PyUnicode_EncodeFSDefault(_owner.ptr()));
+    if (!_owner.is_valid()) nb::raise_python_error();
+  }
+  _view = {PyBytes_AS_STRING(_owner.ptr()),
+           static_cast<std::size_t>(PyBytes_GET_SIZE(_owner.ptr()))};
+}
+
+nb::str to_str(std::string_view text) {
+  PyObject* made =
+      PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
+  if (made == nullptr) nb::raise_python_error();
+  return nb::steal<nb::str>(made);
+}
+
+std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {
+  if (object == nullptr || object == Py_None) return std::nullopt;
+  const nb::object number = nb::steal(PyNumber_Index(object));
+  if (!number.is_valid()) {
+    if (PyErr_ExceptionMatches(PyExc_TypeError) == 0) nb::raise_python_error();
+    PyErr_Clear();
+    fail_type(argument, "int or None", object);
+  }
+  int overflow = 0;
+  const long long value = PyLong_AsLongLongAndOverflow(number.ptr(), &overflow);
+  if (overflow > 0) return std::numeric_limits<std::int64_t>::max();
+  if (overflow < 0) return std::numeric_limits<std::int64_t>::min();
+  return value;
+}
+
+void fail_type(const char* argument, const char* expected, PyObject* object) {
+  PyErr_Format(PyExc_TypeError, "%s: expected %s, not %s", argument, expected,
+               Py_TYPE(object)->tp_name);
+  nb::raise_python_error();
+}
+
+nb::object os_error(int code, const std::string& message, std::string_view path) {
+  return nb::borrow(PyExc_OSError)(code, message.c_str(), to_str(path));
+}
+
+PyObject* set_current_exception() noexcept {
+  try {
+    try {
+      throw;
+    } catch (nb::python_error& error) {
+      error.restore();
+    } catch (const DecodingError& error) {
+      // Python's own decoder says which bytes, where, and why.
+      Py_XDECREF(PyUnicode_DecodeUTF8(error.content().data(),
+                                      static_cast<Py_ssize_t>(error.content().size()), "strict"));
+      if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_ValueError, error.what());
+    } catch (const std::filesystem::filesystem_error& error) {
+      const nb::object raised =
+          os_error(error.code().value(), error.code().message(), error.path1().native());
+      PyErr_SetObject(raised.type().ptr(), raised.ptr());
+    } catch (const std::system_error& error) {
+      PyErr_SetObject(PyExc_OSError, nb::make_tuple(error.code().value(), error.what()).ptr());
+    } catch (const std::invalid_argument& error) {
+      PyErr_SetObject(PyExc_ValueError, to_str(error.what()).ptr());
+    } catch (const std::bad_alloc&) {
+      PyErr_NoMemory();
+    } catch (const std::exception& error) {
+      PyErr_SetString(PyExc_RuntimeError, error.what());
+    }
+  } catch (nb::python_error& error) {
+    error.restore();
+  } catch (...) {
+    PyErr_NoMemory();
+  }
+  return nullptr;
+}
+
+}  // namespace path_filter::python

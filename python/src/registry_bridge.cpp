@@ -1,0 +1,199 @@
+#include "python/src/registry_bridge.h"
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "python/src/conversions.h"
+#include "utils/language_registry/default_registry.h"
+
+namespace path_filter::python {
+namespace {
+
+struct Hash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const noexcept {
+    return std::hash<std::string_view>{}(text);
+  }
+};
+
+struct Record {
+  std::string_view tier;
+  std::vector<std::string_view> test_file_globs;
+  language_registry::LanguageRecord record = {};  // of the two
+};
+
+/// A host's registry. What it answers is kept by its value, for ever, as the component may
+/// keep views of it: there are as many texts as there are languages. All is used by the
+/// thread alone that holds the interpreter's lock.
+struct HostRegistry {
+  nb::object module, detect_language, is_lockfile, tier_of;
+
+  std::unordered_set<std::string, Hash, std::equal_to<>> texts;
+  std::unordered_map<std::string, Record> records;  // by their values
+  std::deque<language_registry::TextSet> test_dir_names;
+  std::deque<std::vector<std::string_view>> test_file_globs;
+  nb::object last_test_dir_names;  // what test_dir_names.back() was made of, when it is a frozenset
+};
+
+/// Null for the default registry; never freed, as a question may come until the very end.
+HostRegistry* host = nullptr;
+
+nb::object attribute(nb::handle object, const char* name) {
+  PyObject* found = PyObject_GetAttrString(object.ptr(), name);
+  if (found == nullptr) nb::raise_python_error();
+  return nb::steal(found);
+}
+
+nb::object called(const nb::object& function) {
+  PyObject* result = PyObject_CallNoArgs(function.ptr());
+  if (result == nullptr) nb::raise_python_error();
+  return nb::steal(result);
+}
+
+nb::object called(const nb::object& function, std::string_view name) {
+  const nb::str argument = to_str(name);
+  PyObject* result = PyObject_CallOneArg(function.ptr(), argument.ptr());
+  if (result == nullptr) nb::raise_python_error();
+  return nb::steal(result);
+}
+
+nb::object languages(const char* operation) {
+  return attribute(attribute(host->module, "LANGUAGES"), operation);
+}
+
+/// The text that the registry's `function` returned; valid as long as `object`.
+std::string_view text_of(const nb::object& object, const char* function) {
+  if (PyUnicode_Check(object.ptr()) == 0) fail_type(function, "str", object.ptr());
+  Py_ssize_t size = 0;
+  const char* text = PyUnicode_AsUTF8AndSize(object.ptr(), &size);
+  if (text == nullptr) nb::raise_python_error();
+  return {text, static_cast<std::size_t>(size)};
+}
+
+std::string_view kept(std::string_view text) {
+  auto found = host->texts.find(text);
+  if (found == host->texts.end()) found = host->texts.emplace(text).first;
+  return *found;
+}
+
+}  // namespace
+
+void bind_registry(nb::object module) {
+  if (module.is_none()) {
+    if (host == nullptr) return;
+  } else if (host != nullptr && host->module.is(module)) {
+    return;
+  }
+  if (host != nullptr) {
+    throw nb::import_error("path_filter has been loaded with another language registry");
+  }
+  auto made = std::make_unique<HostRegistry>();
+  for (const auto& [name, bound] : {std::pair{"detect_language", &made->detect_language},
+                                    {"is_lockfile", &made->is_lockfile},
+                                    {"tier_of", &made->tier_of},
+                                    {"LANGUAGES", &made->module}}) {
+    PyObject* found = PyObject_GetAttrString(module.ptr(), name);
+    if (found == nullptr) {
+      if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) nb::raise_python_error();
+      nb::chain_error(PyExc_ImportError, "the language registry %R has no %s", module.ptr(), name);
+      nb::raise_python_error();
+    }
+    *bound = nb::steal(found);
+  }
+  made->module = std::move(module);
+  host = made.release();
+}
+
+}  // namespace path_filter::python
+
+namespace language_registry {
+
+using namespace path_filter::python;
+
+const TextSet& Languages::test_dir_names() const {
+  if (host == nullptr) return default_registry::test_dir_names();
+  const nb::gil_scoped_acquire hold;
+  nb::object names = called(languages("test_dir_names"));
+  // A frozenset cannot change: the same one needs no second look.
+  if (names.is(host->last_test_dir_names)) return host->test_dir_names.back();
+  std::vector<std::string> members;
+  for (nb::handle member : nb::iter(names)) {
+    members.emplace_back(text_of(nb::borrow(member), "LANGUAGES.test_dir_names()"));
+  }
+  TextSet set(members.begin(), members.end());
+  if (host->test_dir_names.empty() || !(host->test_dir_names.back() == set)) {
+    host->test_dir_names.push_back(std::move(set));
+  }
+  host->last_test_dir_names =
+      PyFrozenSet_CheckExact(names.ptr()) != 0 ? std::move(names) : nb::object();
+  return host->test_dir_names.back();
+}
+
+std::span<const std::string_view> Languages::test_file_globs() const {
+  if (host == nullptr) return default_registry::test_file_globs();
+  const nb::gil_scoped_acquire hold;
+  const nb::object globs = called(languages("test_file_globs"));
+  std::vector<std::string_view> views;
+  for (nb::handle glob : nb::iter(globs)) {
+    views.push_back(kept(text_of(nb::borrow(glob), "LANGUAGES.test_file_globs()")));
+  }
+  return host->test_file_globs.emplace_back(std::move(views));
+}
+
+const LanguageRecord* Languages::classify(std::string_view name) const {
+  if (host == nullptr) return default_registry::classify(name);
+  const nb::gil_scoped_acquire hold;
+  const nb::object record = called(languages("classify"), name);
+  if (record.is_none()) return nullptr;
+  const nb::object tier = attribute(record, "tier");
+  const nb::object globs = nb::steal(
+      PySequence_Fast(attribute(record, "test_file_globs").ptr(), "test_file_globs: no sequence"));
+  if (!globs.is_valid()) nb::raise_python_error();
+  Record values{text_of(tier, "LANGUAGES.classify(): tier"), {}};
+  std::string key(values.tier);
+  for (Py_ssize_t at = 0; at < PySequence_Fast_GET_SIZE(globs.ptr()); ++at) {
+    const auto glob = nb::borrow(PySequence_Fast_GET_ITEM(globs.ptr(), at));
+    values.test_file_globs.push_back(text_of(glob, "LANGUAGES.classify(): test_file_globs"));
+    // With its size: no two lists have the same key.
+    key += std::to_string(values.test_file_globs.back().size()) + ':';
+    key += values.test_file_globs.back();
+  }
+  auto found = host->records.find(key);
+  if (found == host->records.end()) {
+    values.tier = kept(values.tier);
+    for (std::string_view& glob : values.test_file_globs) glob = kept(glob);
+    found = host->records.emplace(std::move(key), std::move(values)).first;
+    found->second.record = {found->second.tier, found->second.test_file_globs};
+  }
+  return &found->second.record;
+}
+
+std::optional<std::string_view> detect_language(std::string_view name) {
+  if (host == nullptr) return default_registry::detect_language(name);
+  const nb::gil_scoped_acquire hold;
+  const nb::object language = called(host->detect_language, name);
+  if (language.is_none()) return std::nullopt;
+  return kept(text_of(language, "detect_language()"));
+}
+
+bool is_lockfile(std::string_view name) {
+  if (host == nullptr) return default_registry::is_lockfile(name);
+  const nb::gil_scoped_acquire hold;
+  const int answer = PyObject_IsTrue(called(host->is_lockfile, name).ptr());
+  if (answer < 0) nb::raise_python_error();
+  return answer != 0;
+}
+
+std::string_view tier_of(std::string_view language) {
+  if (host == nullptr) return default_registry::tier_of(language);
+  const nb::gil_scoped_acquire hold;
+  return kept(text_of(called(host->tier_of, language), "tier_of()"));
+}
+
+}  // namespace language_registry
