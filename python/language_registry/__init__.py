@@ -40,17 +40,13 @@ class LanguageRecord(NamedTuple):
 class Languages:
     """The registry object."""
 
-    _test_dir_names = frozenset(_native.test_dir_names())
-    _test_file_globs = tuple(_native.test_file_globs())
-    _records: dict[str, LanguageRecord] = {}
-
     def test_dir_names(self) -> frozenset[str]:
         """The directory names, in lower case, that hold test code."""
-        return self._test_dir_names
+        return _native.TEST_DIR_NAMES
 
     def test_file_globs(self) -> tuple[str, ...]:
         """The test file-name globs of all languages."""
-        return self._test_file_globs
+        return _native.TEST_FILE_GLOBS
 
     def classify(self, name: str) -> LanguageRecord | None:
         """The record of the language of a file of this name; None when it is of none."""

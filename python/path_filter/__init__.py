@@ -25,11 +25,10 @@ host's package (utils.path_filter) that is the package's own (utils.language_reg
 from __future__ import annotations
 
 import atexit
-import dataclasses
 import importlib
 import logging
 import os
-from collections.abc import Callable, Iterable, Iterator
+from collections.abc import Callable, Iterable
 from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union
 
 if TYPE_CHECKING:
@@ -66,10 +65,10 @@ __all__ = [
     "sql_test_path_filter",
 ]
 
-Path = Union[str, "os.PathLike[str]"]
-_Path = TypeVar("_Path", bound=Path)
+_AnyPath = Union[str, "os.PathLike[str]"]
+_Path = TypeVar("_Path", bound=_AnyPath)
 
-ExcludesFileLookup = Callable[[Any], Optional[Path]]
+ExcludesFileLookup = Callable[[Any], Optional[_AnyPath]]
 """Given a scope's root, the file that git's core.excludesFile names, or None."""
 
 
@@ -117,7 +116,7 @@ class IndexScope(_core.Scope):
 
     def __init__(
         self,
-        root: Path,
+        root: _AnyPath,
         *,
         limits: IndexLimits | None = None,
         excludes_file: ExcludesFileLookup | None = None,
@@ -129,12 +128,12 @@ class IndexScope(_core.Scope):
     def __repr__(self) -> str:
         return f"{type(self).__name__}({self.root!r})"
 
-    def explain(self, rel_path: Path, *, size: int | None = None) -> Explanation:
+    def explain(self, rel_path: _AnyPath, *, size: int | None = None) -> Explanation:
         """What is_indexable answers, and what decided."""
         decision, directory, glob, rule = self._explain(rel_path, size)
         return Explanation(decision, directory, glob, rule and IgnoreRule(*rule))
 
-    def deciding_ignore_rule(self, rel_path: Path) -> IgnoreRule | None:
+    def deciding_ignore_rule(self, rel_path: _AnyPath) -> IgnoreRule | None:
         """The rule by which git's ignore rules decide about the file at rel_path, or about the
         directory there when it ends in "/": what `git check-ignore -v` prints. It may be one
         that includes the path again ("!..."). None when no rule matches."""

@@ -2,10 +2,10 @@
 // only; the Python manners (defaults, records, docstrings of the package) are in
 // path_filter/__init__.py.
 //
-// The questions that are asked of every file are called by Python without a layer between
-// (METH_FASTCALL); all else goes through nanobind. A question holds the interpreter's lock,
-// as letting go of it costs more than most questions; where the component waits for the
-// disk, the lock is free (blocking_begins).
+// Python calls the questions without a layer between (functions.h); nanobind makes the types
+// and looks after lifetimes. A question holds the interpreter's lock, as letting go of it
+// costs more than most questions; where the component waits for the disk, the lock is free
+// (blocking_begins).
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "python/src/conversions.h"
+#include "python/src/functions.h"
 #include "python/src/registry_bridge.h"
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/blocking.h"
@@ -42,47 +43,6 @@ void blocking_ends(void* begun) noexcept {
 
 namespace path_filter::python {
 namespace {
-
-// --- Arguments of the functions that Python calls directly -------------------------
-
-/// The arguments of one call, by the names of `Names`: the first `positional` may be given by
-/// position, the first is required.
-template <std::size_t Count>
-struct Arguments {
-  std::array<PyObject*, Count> values{};
-
-  /// Throws TypeError, as a function of Python's would raise it.
-  Arguments(const char* function, const std::array<const char*, Count>& names,
-            std::size_t positional, PyObject* const* given, Py_ssize_t given_count,
-            PyObject* keywords) {
-    const auto count = static_cast<std::size_t>(given_count);
-    if (count > positional) {
-      PyErr_Format(PyExc_TypeError, "%s() takes %zu positional argument%s but %zu were given",
-                   function, positional, positional == 1 ? "" : "s", count);
-      nb::raise_python_error();
-    }
-    for (std::size_t at = 0; at < count; ++at) values[at] = given[at];
-    const Py_ssize_t by_name = keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
-    for (Py_ssize_t at = 0; at < by_name; ++at) {
-      PyObject* keyword = PyTuple_GET_ITEM(keywords, at);
-      std::size_t place = 0;
-      while (place < Count && PyUnicode_CompareWithASCIIString(keyword, names[place]) != 0) ++place;
-      if (place == Count || values[place] != nullptr) {
-        PyErr_Format(PyExc_TypeError,
-                     place == Count ? "%s() got an unexpected keyword argument '%U'"
-                                    : "%s() got multiple values for argument '%U'",
-                     function, keyword);
-        nb::raise_python_error();
-      }
-      values[place] = given[given_count + at];
-    }
-    if (values[0] == nullptr) {
-      PyErr_Format(PyExc_TypeError, "%s() missing 1 required positional argument: '%s'", function,
-                   names[0]);
-      nb::raise_python_error();
-    }
-  }
-};
 
 // --- Decisions ---------------------------------------------------------------------
 
@@ -194,69 +154,7 @@ const IndexScope& scope_of(PyObject* self) {
   return nb::inst_ptr<Scope>(self)->scope;
 }
 
-PyObject* is_indexable(PyObject* self, PyObject* const* given, Py_ssize_t count,
-                       PyObject* keywords) noexcept {
-  try {
-    const Arguments<2> arguments("is_indexable", {"rel_path", "size"}, 1, given, count, keywords);
-    const PathBytes path(arguments.values[0], "rel_path");
-    const auto size = to_int64(arguments.values[1], "size");
-    return decisions()(scope_of(self).is_indexable(std::string_view(path), {.size = size}))
-        .release()
-        .ptr();
-  } catch (...) {
-    return set_current_exception();
-  }
-}
-
-PyObject* is_ignored(PyObject* self, PyObject* const* given, Py_ssize_t count,
-                     PyObject* keywords) noexcept {
-  try {
-    const Arguments<1> arguments("is_ignored", {"rel_path"}, 1, given, count, keywords);
-    const PathBytes path(arguments.values[0], "rel_path");
-    return PyBool_FromLong(scope_of(self).is_ignored(std::string_view(path)));
-  } catch (...) {
-    return set_current_exception();
-  }
-}
-
-PyObject* admits_directory(PyObject* self, PyObject* const* given, Py_ssize_t count,
-                           PyObject* keywords) noexcept {
-  try {
-    const Arguments<1> arguments("admits_directory", {"rel_dir"}, 1, given, count, keywords);
-    const PathBytes path(arguments.values[0], "rel_dir");
-    return PyBool_FromLong(scope_of(self).admits_directory(std::string_view(path)));
-  } catch (...) {
-    return set_current_exception();
-  }
-}
-
-/// The decisions on many paths, for one call.
-nb::list are_indexable(const Scope& scope, nb::object rel_paths, nb::object sizes) {
-  // Copies: the caller's may change while another thread runs.
-  const auto copied = [](const nb::object& values, const char* argument) {
-    if (PyUnicode_Check(values.ptr()) != 0 || !nb::hasattr(values.type(), "__iter__")) {
-      fail_type(argument, "an iterable", values.ptr());
-    }
-    return nb::tuple(values);
-  };
-  const nb::tuple paths = copied(rel_paths, "rel_paths");
-  const nb::tuple numbers = sizes.is_none() ? nb::tuple() : copied(sizes, "sizes");
-  if (!sizes.is_none() && nb::len(numbers) != nb::len(paths)) {
-    throw nb::value_error("sizes: there must be as many as rel_paths");
-  }
-  nb::list made = nb::steal<nb::list>(PyList_New(static_cast<Py_ssize_t>(nb::len(paths))));
-  if (!made.is_valid()) nb::raise_python_error();
-  for (std::size_t at = 0; at < nb::len(paths); ++at) {
-    const auto place = static_cast<Py_ssize_t>(at);
-    const PathBytes path(PyTuple_GET_ITEM(paths.ptr(), place), "rel_paths");
-    const auto size =
-        sizes.is_none() ? std::nullopt : to_int64(PyTuple_GET_ITEM(numbers.ptr(), place), "sizes");
-    nb::object decision =
-        decisions()(scope.scope.is_indexable(std::string_view(path), {.size = size}));
-    PyList_SET_ITEM(made.ptr(), place, decision.release().ptr());
-  }
-  return made;
-}
+nb::bool_ to_bool(bool value) { return nb::borrow<nb::bool_>(value ? Py_True : Py_False); }
 
 nb::object to_python(const std::optional<IgnoreRule>& rule) {
   if (!rule) return nb::none();
@@ -267,13 +165,84 @@ nb::object to_python(const std::optional<std::string>& text) {
   return text ? nb::object(to_str(*text)) : nb::none();
 }
 
+constexpr Signature<2> IS_INDEXABLE{"is_indexable", {"rel_path", "size"}, 1, 1};
+nb::object is_indexable(PyObject* self, const std::array<PyObject*, 2>& arguments) {
+  const PathBytes path(arguments[0], "rel_path");
+  const auto size = to_int64(arguments[1], "size");
+  return decisions()(scope_of(self).is_indexable(std::string_view(path), {.size = size}));
+}
+
+/// A copy: the caller's may change while another thread runs.
+nb::tuple copied(PyObject* values, const char* argument) {
+  if (PyUnicode_Check(values) != 0 || !nb::hasattr(nb::handle(values).type(), "__iter__")) {
+    fail_type(argument, "an iterable", values);
+  }
+  PyObject* made = PySequence_Tuple(values);
+  if (made == nullptr) nb::raise_python_error();
+  return nb::steal<nb::tuple>(made);
+}
+
+constexpr Signature<2> ARE_INDEXABLE{"are_indexable", {"rel_paths", "sizes"}, 1, 1};
+nb::object are_indexable(PyObject* self, const std::array<PyObject*, 2>& arguments) {
+  const IndexScope& scope = scope_of(self);
+  const nb::tuple paths = copied(arguments[0], "rel_paths");
+  const Py_ssize_t count = PyTuple_GET_SIZE(paths.ptr());
+  const bool sized = arguments[1] != Py_None;
+  const nb::tuple sizes = sized ? copied(arguments[1], "sizes") : nb::tuple();
+  if (sized && PyTuple_GET_SIZE(sizes.ptr()) != count) {
+    PyErr_SetString(PyExc_ValueError, "sizes: there must be as many as rel_paths");
+    nb::raise_python_error();
+  }
+  nb::object made = nb::steal(PyList_New(count));
+  if (!made.is_valid()) nb::raise_python_error();
+  for (Py_ssize_t at = 0; at < count; ++at) {
+    const PathBytes path(PyTuple_GET_ITEM(paths.ptr(), at), "rel_paths");
+    const auto size = sized ? to_int64(PyTuple_GET_ITEM(sizes.ptr(), at), "sizes") : std::nullopt;
+    nb::object decision = decisions()(scope.is_indexable(std::string_view(path), {.size = size}));
+    PyList_SET_ITEM(made.ptr(), at, decision.release().ptr());
+  }
+  return made;
+}
+
+constexpr Signature<1> IS_IGNORED{"is_ignored", {"rel_path"}};
+nb::object is_ignored(PyObject* self, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "rel_path");
+  return to_bool(scope_of(self).is_ignored(std::string_view(path)));
+}
+
+constexpr Signature<1> ADMITS_DIRECTORY{"admits_directory", {"rel_dir"}};
+nb::object admits_directory(PyObject* self, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "rel_dir");
+  return to_bool(scope_of(self).admits_directory(std::string_view(path)));
+}
+
+constexpr Signature<1> RELATIVE{"relative", {"path"}};
+nb::object relative(PyObject* self, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "path");
+  return to_python(scope_of(self).relative(std::string_view(path)));
+}
+
+constexpr Signature<0> REFRESH{"refresh", {}};
+nb::object refresh(PyObject* self, const std::array<PyObject*, 0>&) {
+  const_cast<IndexScope&>(scope_of(self)).refresh();
+  return nb::none();
+}
+
 /// (decision, directory, glob, rule)
-nb::tuple explain(const Scope& scope, nb::handle rel_path, nb::handle size) {
-  const PathBytes path(rel_path.ptr(), "rel_path");
+constexpr Signature<2> EXPLAIN{"_explain", {"rel_path", "size"}};
+nb::object explain(PyObject* self, const std::array<PyObject*, 2>& arguments) {
+  const PathBytes path(arguments[0], "rel_path");
   const Explanation explained =
-      scope.scope.explain(std::string_view(path), {.size = to_int64(size.ptr(), "size")});
+      scope_of(self).explain(std::string_view(path), {.size = to_int64(arguments[1], "size")});
   return nb::make_tuple(decisions()(explained.decision), to_python(explained.directory),
                         to_python(explained.glob), to_python(explained.rule));
+}
+
+/// (source, line, pattern)
+constexpr Signature<1> DECIDING_IGNORE_RULE{"_deciding_ignore_rule", {"rel_path"}};
+nb::object deciding_ignore_rule(PyObject* self, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "rel_path");
+  return to_python(scope_of(self).deciding_ignore_rule(std::string_view(path)));
 }
 
 // --- The walk ----------------------------------------------------------------------
@@ -328,9 +297,6 @@ class WalkIterator {
 
   WalkErrorHandler handler() const {
     if (_on_error.is_none()) return nullptr;
-    if (PyCallable_Check(_on_error.ptr()) == 0) {
-      fail_type("on_error", "a callable or None", _on_error.ptr());
-    }
     return [this](const std::filesystem::filesystem_error& error) {
       const nb::gil_scoped_acquire hold;
       _on_error(os_error(error.code().value(), error.code().message(), error.path1().native()));
@@ -344,71 +310,164 @@ class WalkIterator {
   std::optional<Walk::Iterator> _at;
 };
 
-// --- Test code ---------------------------------------------------------------------
-
-PyObject* is_test_path_(PyObject*, PyObject* const* given, Py_ssize_t count,
-                        PyObject* keywords) noexcept {
-  try {
-    const Arguments<1> arguments("is_test_path", {"path"}, 1, given, count, keywords);
-    return PyBool_FromLong(is_test_path(std::string_view(PathBytes(arguments.values[0], "path"))));
-  } catch (...) {
-    return set_current_exception();
+constexpr Signature<1> WALK{"walk", {"on_error"}, 1, 0};
+nb::object walk(PyObject* self, const std::array<PyObject*, 1>& arguments) {
+  if (arguments[0] != Py_None && PyCallable_Check(arguments[0]) == 0) {
+    fail_type("on_error", "a callable or None", arguments[0]);
   }
+  return nb::cast(new WalkIterator(nb::borrow(self), nb::borrow(arguments[0])),
+                  nb::rv_policy::take_ownership);
+}
+
+std::array scope_methods{
+    function<IS_INDEXABLE, is_indexable>(
+        "is_indexable($self, /, rel_path, *, size=None)\n--\n\n"
+        "The Decision on the file at rel_path, relative to the root; size is in bytes."),
+    function<ARE_INDEXABLE, are_indexable>(
+        "are_indexable($self, /, rel_paths, *, sizes=None)\n--\n\n"
+        "What is_indexable answers about each of rel_paths, for less."),
+    function<IS_IGNORED, is_ignored>(
+        "is_ignored($self, /, rel_path)\n--\n\n"
+        "Whether git's ignore rules alone leave out the file at rel_path."),
+    function<ADMITS_DIRECTORY, admits_directory>(
+        "admits_directory($self, /, rel_dir)\n--\n\n"
+        "Whether a walk goes into the directory at rel_dir."),
+    function<RELATIVE, relative>(
+        "relative($self, /, path)\n--\n\n"
+        "The path below the root that an absolute path names; None for the root itself and\n"
+        "for what is not below it. Both are compared as text."),
+    function<REFRESH, refresh>(
+        "refresh($self, /)\n--\n\n"
+        "Forgets git's ignore rules and verdicts: the next question reads them again."),
+    function<WALK, walk>(
+        "walk($self, /, on_error=None)\n--\n\n"
+        "The files below the root, outside the directories that are left out, one at a time\n"
+        "as they are taken: nothing is open in between. on_error is told of each directory\n"
+        "that cannot be listed. One thread at a time takes from a walk."),
+    function<EXPLAIN, explain>(""),
+    function<DECIDING_IGNORE_RULE, deciding_ignore_rule>(""),
+};
+
+// --- Functions of the module ---------------------------------------------------------
+
+constexpr Signature<1> IS_TEST_PATH{"is_test_path", {"path"}};
+nb::object is_test_path(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "path");
+  return to_bool(path_filter::is_test_path(std::string_view(path)));
+}
+
+constexpr Signature<2> SHOULD_SKIP_DIRECTORY{
+    "should_skip_directory", {"dirname", "parent_path"}, 2, 1};
+nb::object should_skip_directory(PyObject*, const std::array<PyObject*, 2>& arguments) {
+  const PathBytes name(arguments[0], "dirname");
+  if (arguments[1] == Py_None) return to_bool(path_filter::should_skip_directory(name));
+  const PathBytes parent(arguments[1], "parent_path");
+  return to_bool(path_filter::should_skip_directory(name, PathArgument(std::string_view(parent))));
+}
+
+constexpr Signature<1> SHOULD_SKIP_PATH{"should_skip_path", {"path"}};
+nb::object should_skip_path(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "path");
+  return to_bool(path_filter::should_skip_path(std::string_view(path)));
+}
+
+constexpr Signature<1> IS_INDEXABLE_PATH{"is_indexable_path", {"path"}};
+nb::object is_indexable_path(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  const PathBytes path(arguments[0], "path");
+  return to_bool(path_filter::is_indexable_path(std::string_view(path)));
 }
 
 /// What sqlite3 calls: with a str, bytes, a number or None. sqlite3 says no more than that a
 /// function failed, so what it was is put on record.
-PyObject* sql_is_test_path(PyObject* self, PyObject* argument) noexcept {
+constexpr Signature<1> SQL_IS_TEST_PATH{"_sql_is_test_path", {"path"}};
+nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& arguments) {
+  PyObject* argument = arguments[0];
   try {
-    if (argument == Py_None) return PyLong_FromLong(_sql_is_test_path(std::nullopt));
+    if (argument == Py_None) return nb::int_(_sql_is_test_path(std::nullopt) ? 1 : 0);
     if (PyBytes_Check(argument) != 0) {
       const std::string_view bytes(PyBytes_AS_STRING(argument),
                                    static_cast<std::size_t>(PyBytes_GET_SIZE(argument)));
-      return PyLong_FromLong(_sql_is_test_path(bytes));
+      return nb::int_(_sql_is_test_path(bytes) ? 1 : 0);
     }
     if (PyUnicode_Check(argument) == 0) fail_type("path", "text, a blob or NULL", argument);
-    return PyLong_FromLong(_sql_is_test_path(PathBytes(argument, "path")));
+    return nb::int_(_sql_is_test_path(PathBytes(argument, "path")) ? 1 : 0);
   } catch (...) {
     set_current_exception();
     PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
     PyErr_Fetch(&type, &value, &trace);
-    Py_XINCREF(type);
-    Py_XINCREF(value);
-    Py_XINCREF(trace);
+    PyErr_Restore(nb::borrow(type).release().ptr(), nb::borrow(value).release().ptr(),
+                  nb::borrow(trace).release().ptr());
+    PyErr_WriteUnraisable(nb::object(nb::handle(module).attr("_sql_is_test_path")).ptr());
     PyErr_Restore(type, value, trace);
-    PyErr_WriteUnraisable(self);
-    PyErr_Restore(type, value, trace);
-    return nullptr;
+    nb::raise_python_error();
   }
 }
 
-template <typename Function>
-PyCFunction direct(Function function) {
-  return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(function));
+constexpr Signature<3> SQL_CONDITION{"sql_condition", {"alias", "exclude", "via"}};
+nb::object sql_condition(PyObject*, const std::array<PyObject*, 3>& arguments) {
+  const PathBytes alias(arguments[0], "alias");
+  const PathBytes via(arguments[2], "via");
+  return to_str(sql_test_path_filter(alias, {.exclude = arguments[1] == Py_True, .via = via}).sql);
 }
 
-constexpr int BY_NAME_TOO = METH_FASTCALL | METH_KEYWORDS;
+constexpr Signature<1> TIER_OF{"tier_of", {"language"}};
+nb::object tier_of(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  return to_str(language_registry::tier_of(PathBytes(arguments[0], "language")));
+}
 
-PyMethodDef scope_methods[] = {
-    {"is_indexable", direct(is_indexable), BY_NAME_TOO,
-     "is_indexable($self, rel_path, *, size=None)\n--\n\n"
-     "The Decision on the file at rel_path, relative to the root; size is in bytes."},
-    {"is_ignored", direct(is_ignored), BY_NAME_TOO,
-     "is_ignored($self, rel_path)\n--\n\n"
-     "Whether git's ignore rules alone leave out the file at rel_path."},
-    {"admits_directory", direct(admits_directory), BY_NAME_TOO,
-     "admits_directory($self, rel_dir)\n--\n\n"
-     "Whether a walk goes into the directory at rel_dir."},
-};
+constexpr Signature<1> BIND_REGISTRY{"bind_registry", {"registry"}};
+nb::object bind_registry(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  python::bind_registry(nb::borrow(arguments[0]));
+  return nb::none();
+}
 
-PyMethodDef functions[] = {
-    {"is_test_path", direct(is_test_path_), BY_NAME_TOO,
-     "is_test_path(path)\n--\n\n"
-     "Whether path is test code: of a code language, and named like a test of that language\n"
-     "or in a test directory. Only the text is looked at."},
-    {"_sql_is_test_path", sql_is_test_path, METH_O,
-     "What the SQL function answers, from the memo of the process."},
-    {nullptr, nullptr, 0, nullptr},
+constexpr Signature<2> SET_RECORDS{"set_records", {"decision", "exclusions"}};
+nb::object set_records(PyObject*, const std::array<PyObject*, 2>& arguments) {
+  decisions().decision_type = nb::borrow(arguments[0]);
+  decisions().exclusions = nb::borrow(arguments[1]);
+  return nb::none();
+}
+
+constexpr Signature<1> SET_SINK{"set_sink", {"sink"}};
+nb::object set_sink(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  if (arguments[0] == Py_None) {
+    logger->set_sink(nullptr);
+    return nb::none();
+  }
+  // Never freed: a warning may come until the very end.
+  const nb::handle sink = nb::borrow(arguments[0]).release();
+  logger->set_sink([sink](const Warning& warning) {
+    const nb::gil_scoped_acquire hold;
+    nb::list values;
+    for (const Warning::Argument& argument : warning.arguments) {
+      const auto* number = std::get_if<std::int64_t>(&argument);
+      values.append(number != nullptr ? nb::object(nb::int_(*number))
+                                      : to_str(std::get<std::string_view>(argument)));
+    }
+    sink(to_str(warning.format), nb::tuple(values));
+  });
+  return nb::none();
+}
+
+std::array functions{
+    function<IS_TEST_PATH, is_test_path>(
+        "is_test_path($module, /, path)\n--\n\n"
+        "Whether path is test code: of a code language, and named like a test of that language\n"
+        "or in a test directory. Only the text is looked at."),
+    function<SHOULD_SKIP_DIRECTORY, should_skip_directory>(
+        "should_skip_directory($module, /, dirname, parent_path=None)\n--\n\n"
+        "Whether the indexer skips the directory dirname (one name) that lies in parent_path."),
+    function<SHOULD_SKIP_PATH, should_skip_path>(
+        "should_skip_path($module, /, path)\n--\n\n"
+        "Whether any component of path is skipped, its last one included."),
+    function<IS_INDEXABLE_PATH, is_indexable_path>("is_indexable_path($module, /, path)\n--\n\n"
+                                                   "Whether no component of path is skipped."),
+    function<SQL_IS_TEST_PATH, sql_is_test_path>(""),
+    function<SQL_CONDITION, sql_condition>(""),
+    function<TIER_OF, tier_of>(""),
+    function<BIND_REGISTRY, bind_registry>(""),
+    function<SET_RECORDS, set_records>(""),
+    function<SET_SINK, set_sink>(""),
 };
 
 }  // namespace
@@ -421,74 +480,7 @@ NB_MODULE(_core, module) {
   }
 #endif
   nb::set_leak_warnings(false);  // shared decisions live as long as the process
-  nb::register_exception_translator([](const std::exception_ptr& thrown, void*) {
-    try {
-      std::rethrow_exception(thrown);
-    } catch (const std::system_error&) {
-      set_current_exception();
-    }
-  });
-
-  module.def("bind_registry", &bind_registry, nb::arg().none());
-  module.def("set_records", [](nb::object decision, nb::object exclusions) {
-    decisions().decision_type = std::move(decision);
-    decisions().exclusions = std::move(exclusions);
-  });
-  module.def(
-      "set_sink",
-      [](nb::object sink) {
-        if (sink.is_none()) {
-          logger->set_sink(nullptr);
-          return;
-        }
-        // Never freed: a warning may come until the very end.
-        const nb::handle kept = sink.release();
-        logger->set_sink([kept](const Warning& warning) {
-          const nb::gil_scoped_acquire hold;
-          nb::list arguments;
-          for (const Warning::Argument& argument : warning.arguments) {
-            if (const auto* number = std::get_if<std::int64_t>(&argument)) {
-              arguments.append(*number);
-            } else {
-              arguments.append(to_str(std::get<std::string_view>(argument)));
-            }
-          }
-          kept(to_str(warning.format), nb::tuple(arguments));
-        });
-      },
-      nb::arg().none());
-
-  module.def(
-      "should_skip_directory",
-      [](nb::handle dirname, nb::handle parent_path) {
-        const PathBytes name(dirname.ptr(), "dirname");
-        if (parent_path.is_none()) return should_skip_directory(name);
-        const PathBytes parent(parent_path.ptr(), "parent_path");
-        return should_skip_directory(name, PathArgument(std::string_view(parent)));
-      },
-      nb::arg("dirname"), nb::arg("parent_path").none() = nb::none());
-  module.def(
-      "should_skip_path",
-      [](nb::handle path) {
-        return should_skip_path(std::string_view(PathBytes(path.ptr(), "path")));
-      },
-      nb::arg("path").none());
-  module.def(
-      "is_indexable_path",
-      [](nb::handle path) {
-        return is_indexable_path(std::string_view(PathBytes(path.ptr(), "path")));
-      },
-      nb::arg("path").none());
-  module.def("sql_condition", [](const std::string& alias, bool exclude, const std::string& via) {
-    return sql_test_path_filter(alias, {.exclude = exclude, .via = via}).sql;
-  });
-  module.def("tier_of", [](nb::handle language) {
-    return to_str(language_registry::tier_of(PathBytes(language.ptr(), "language")));
-  });
-  for (PyMethodDef* function = functions; function->ml_name != nullptr; ++function) {
-    module.attr(function->ml_name) =
-        nb::steal(PyCFunction_NewEx(function, nullptr, nb::object(module.attr("__name__")).ptr()));
-  }
+  add_functions(module, functions);
 
   const auto texts = [](const auto& values) {
     nb::list made;
@@ -521,30 +513,7 @@ NB_MODULE(_core, module) {
       .def(nb::init<nb::object, nb::object, nb::object>(), nb::arg("root").none(),
            nb::arg("limits").none(), nb::arg("excludes_file").none())
       .def_ro("root", &Scope::root)
-      .def_ro("limits", &Scope::limits)
-      .def("refresh", [](Scope& self) { self.scope.refresh(); })
-      .def(
-          "relative",
-          [](const Scope& self, nb::handle path) {
-            return to_python(self.scope.relative(std::string_view(PathBytes(path.ptr(), "path"))));
-          },
-          nb::arg("path").none())
-      .def("are_indexable", &are_indexable, nb::arg("rel_paths").none(), nb::kw_only(),
-           nb::arg("sizes").none() = nb::none())
-      .def("_explain", &explain, nb::arg().none(), nb::arg().none())
-      .def(
-          "_deciding_ignore_rule",
-          [](const Scope& self, nb::handle path) {
-            return to_python(self.scope.deciding_ignore_rule(
-                std::string_view(PathBytes(path.ptr(), "rel_path"))));
-          },
-          nb::arg().none())
-      .def(
-          "walk",
-          [](nb::object self, nb::object on_error) {
-            return new WalkIterator(std::move(self), std::move(on_error));
-          },
-          nb::arg("on_error").none() = nb::none());
+      .def_ro("limits", &Scope::limits);
   for (PyMethodDef& method : scope_methods) {
     scope.attr(method.ml_name) =
         nb::steal(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(scope.ptr()), &method));

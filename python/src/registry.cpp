@@ -4,47 +4,63 @@
 
 #include <string_view>
 
-#include "python/src/conversions.h"
+#include "python/src/functions.h"
 #include "utils/language_registry/default_registry.h"
 
 namespace path_filter::python {
 
 namespace registry = language_registry::default_registry;
 
+namespace {
+
+nb::object listed(const auto& texts) {
+  nb::list made;
+  for (const std::string_view text : texts) made.append(to_str(text));
+  return made;
+}
+
+constexpr Signature<1> DETECT_LANGUAGE{"detect_language", {"name"}};
+nb::object detect_language(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  const auto language = registry::detect_language(PathBytes(arguments[0], "name"));
+  return language ? nb::object(to_str(*language)) : nb::none();
+}
+
+constexpr Signature<1> IS_LOCKFILE{"is_lockfile", {"name"}};
+nb::object is_lockfile(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  return nb::bool_(registry::is_lockfile(PathBytes(arguments[0], "name")));
+}
+
+constexpr Signature<1> TIER_OF{"tier_of", {"language"}};
+nb::object tier_of(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  return to_str(registry::tier_of(PathBytes(arguments[0], "language")));
+}
+
+/// (tier, test_file_globs), or None
+constexpr Signature<1> CLASSIFY{"classify", {"name"}};
+nb::object classify(PyObject*, const std::array<PyObject*, 1>& arguments) {
+  const auto* record = registry::classify(PathBytes(arguments[0], "name"));
+  if (record == nullptr) return nb::none();
+  return nb::make_tuple(to_str(record->tier), listed(record->test_file_globs));
+}
+
+std::array functions{
+    function<DETECT_LANGUAGE, detect_language>(
+        "detect_language($module, /, name)\n--\n\n"
+        "The name of the language that a file of this name is written in, or None."),
+    function<IS_LOCKFILE, is_lockfile>("is_lockfile($module, /, name)\n--\n\n"
+                                       "Whether a file of this name is a dependency lock."),
+    function<TIER_OF, tier_of>("tier_of($module, /, language)\n--\n\n"
+                               "The tier of a language; \"\" for one that is not known."),
+    function<CLASSIFY, classify>("classify($module, /, name)\n--\n\n"),
+};
+
+}  // namespace
+
 NB_MODULE(_native, module) {
   module.attr("VERSION") = PATH_FILTER_VERSION;
-  const auto listed = [](const auto& texts) {
-    nb::list made;
-    for (const std::string_view text : texts) made.append(to_str(text));
-    return made;
-  };
-  module.def(
-      "detect_language",
-      [](nb::handle name) -> nb::object {
-        const auto language = registry::detect_language(PathBytes(name.ptr(), "name"));
-        return language ? nb::object(to_str(*language)) : nb::none();
-      },
-      nb::arg("name").none());
-  module.def(
-      "is_lockfile",
-      [](nb::handle name) { return registry::is_lockfile(PathBytes(name.ptr(), "name")); },
-      nb::arg("name").none());
-  module.def(
-      "tier_of",
-      [](nb::handle language) {
-        return to_str(registry::tier_of(PathBytes(language.ptr(), "language")));
-      },
-      nb::arg("language").none());
-  module.def(
-      "classify",
-      [listed](nb::handle name) -> nb::object {
-        const auto* record = registry::classify(PathBytes(name.ptr(), "name"));
-        if (record == nullptr) return nb::none();
-        return nb::make_tuple(to_str(record->tier), listed(record->test_file_globs));
-      },
-      nb::arg("name").none());
-  module.def("test_dir_names", [listed] { return listed(registry::test_dir_names()); });
-  module.def("test_file_globs", [listed] { return listed(registry::test_file_globs()); });
+  module.attr("TEST_DIR_NAMES") = nb::frozenset(listed(registry::test_dir_names()));
+  module.attr("TEST_FILE_GLOBS") = nb::tuple(listed(registry::test_file_globs()));
+  add_functions(module, functions);
 }
 
 }  // namespace path_filter::python

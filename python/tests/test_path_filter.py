@@ -1,0 +1,442 @@
+"""The package as its users meet it. What the component answers is tested in C++; here is what
+lies between: texts, types, errors, threads, the registry and the log."""
+
+import gc
+import importlib
+import logging
+import os
+import pathlib
+import pickle
+import shutil
+import sqlite3
+import subprocess
+import sys
+import textwrap
+import threading
+import weakref
+from types import SimpleNamespace
+
+import pytest
+from hypothesis import given
+from hypothesis import strategies as st
+
+import path_filter
+from path_filter import Decision, Exclusion, IndexLimits, IndexScope
+
+PACKAGES = pathlib.Path(path_filter.__file__).parents[1]
+
+
+@pytest.fixture
+def repository(tmp_path):
+    subprocess.run(["git", "init", "-q", tmp_path], check=True)
+    (tmp_path / ".gitignore").write_text("*.log\n!keep.log\n/gen/\n")
+    for path in ("src/app.py", "src/x.log", "tests/test_app.py", "gen/out.py", "yarn.lock"):
+        (tmp_path / path).parent.mkdir(exist_ok=True)
+        (tmp_path / path).write_text("x")
+    return tmp_path
+
+
+def run(code, **environment):
+    """A Python of its own: what it prints."""
+    done = subprocess.run(
+        [sys.executable, "-c", textwrap.dedent(code)],
+        env={**os.environ, "PYTHONPATH": str(PACKAGES), **environment},
+        capture_output=True,
+        text=True,
+        timeout=60,
+    )
+    assert done.returncode == 0, done.stderr
+    return done.stdout.strip()
+
+
+def test_a_scope_answers(repository):
+    limits = IndexLimits(10, frozenset({"python", "tsx"}))
+    scope = IndexScope(repository, limits=limits)
+    assert scope.root is repository and scope.limits is limits
+    for path, size, kind, language in (
+        ("src/app.py", 10, None, "python"),
+        (pathlib.Path("src/app.py"), None, None, "python"),
+        ("src\\app.py", 1 << 70, "size", "python"),
+        ("src/app.c", -5, "language", "c"),
+        ("gen/out.py", None, "gitignore", "python"),
+        ("a.min.js", None, "minified", "javascript"),
+        ("node_modules/a.py", None, "directory", None),
+        ("memory/codebase-index/a.py", None, "index_data", None),
+        ("a.nothing", None, "unknown_language", None),
+        ("package-lock.json", None, "lockfile", "json"),
+    ):
+        decision = scope.is_indexable(path, size=size)
+        assert (decision.kind, decision.language) == (kind, language), path
+        assert decision.indexable is bool(decision) is (kind is None) is not bool(decision.reason)
+        assert scope.explain(path, size=size).decision == decision
+        assert scope.are_indexable(iter([path]), sizes=[size]) == [decision]
+    assert scope.explain("src/x.log").rule == path_filter.IgnoreRule(".gitignore", 1, "*.log")
+    assert scope.deciding_ignore_rule("keep.log").pattern == "!keep.log"
+    assert scope.deciding_ignore_rule("a.py") is None
+    assert scope.explain("node_modules/a/b.py").directory == "node_modules"
+    assert scope.explain("a.min.js").glob == "*.min.js"
+    assert scope.is_ignored("x.log") and not scope.admits_directory("gen")
+    assert scope.relative(repository / "src" / "a.py") == "src/a.py"
+    assert scope.relative("elsewhere") is None
+    assert sorted(scope.walk()) == [".gitignore", "src/app.py", "src/x.log", "tests/test_app.py",
+                                    "yarn.lock"]  # fmt: skip
+    (repository / ".gitignore").write_text("")
+    assert scope.is_ignored("x.log")
+    scope.refresh()
+    assert not scope.is_ignored("x.log")
+
+
+def test_decisions_are_values(repository):
+    scope = IndexScope(repository)
+    one, other = scope.is_indexable("a.py"), scope.is_indexable("b.py")
+    assert one is other  # nothing is made for a question
+    for decision in (one, scope.is_indexable("gen/a.py"), Decision(False, "size", "big", "c")):
+        copy = pickle.loads(pickle.dumps(decision))
+        assert copy == decision and hash(copy) == hash(decision) and copy is not decision
+        assert repr(decision).startswith("Decision(indexable=")
+        with pytest.raises(AttributeError):
+            decision.reason = "another"
+    assert f"{Exclusion.gitignore}" == str(Exclusion.gitignore) == "gitignore" == Exclusion.gitignore
+    assert Decision(True) == Decision(True, None, "", None) != Decision(False)
+    with pytest.raises(TypeError):
+        Decision(1)
+    with pytest.raises(ValueError):
+        Decision(False, "no kind")
+
+
+class Raises:
+    def __fspath__(self):
+        raise ZeroDivisionError
+
+
+SCOPE = IndexScope("/nowhere")
+CLOSED = sqlite3.connect(":memory:")
+CLOSED.close()
+
+
+@pytest.mark.parametrize(
+    "call, error, says",
+    [
+        (lambda: SCOPE.is_indexable(3), TypeError, "rel_path: expected str or os.PathLike, not int"),
+        (lambda: SCOPE.is_indexable(b"a"), TypeError, "rel_path: .* not bytes"),
+        (lambda: SCOPE.is_indexable(), TypeError, "missing .*'rel_path'"),
+        (lambda: SCOPE.is_indexable("a", 3), TypeError, "takes 1 positional argument but 2"),
+        (lambda: SCOPE.is_indexable("a", rel_path="a"), TypeError, "multiple values .*'rel_path'"),
+        (lambda: SCOPE.is_indexable("a", sise=1), TypeError, "unexpected .*'sise'"),
+        (lambda: SCOPE.is_indexable("a", size="1"), TypeError, "size: expected int or None, not str"),
+        (lambda: SCOPE.is_indexable(Raises()), ZeroDivisionError, ""),
+        (lambda: SCOPE.is_indexable("/a\n"), ValueError, r"^'/a\\n' is not relative to the repos"),
+        (lambda: SCOPE.is_indexable("\ud800"), UnicodeEncodeError, "surrogates"),
+        (lambda: SCOPE.are_indexable("ab"), TypeError, "rel_paths: expected an iterable, not str"),
+        (lambda: SCOPE.are_indexable(["a", 1]), TypeError, "rel_paths: "),
+        (lambda: SCOPE.are_indexable(["a"], sizes=[]), ValueError, "sizes: "),
+        (lambda: SCOPE.is_ignored("C:\\a"), ValueError, r"^'C:\\\\a' is not relative"),
+        (lambda: SCOPE.relative(None), TypeError, "path: .* not NoneType"),
+        (lambda: SCOPE.walk(1), TypeError, "on_error: expected a callable or None, not int"),
+        (lambda: IndexScope(None), TypeError, "root: .* not NoneType"),
+        (lambda: IndexScope("a", IndexLimits(1, None)), TypeError, "positional"),
+        (lambda: IndexScope("a", limits=10), TypeError, "limits: expected IndexLimits or None"),
+        (lambda: IndexScope("a", excludes_file="a"), TypeError, "excludes_file: expected a call"),
+        (lambda: IndexScope.__new__(IndexScope).is_ignored("a"), TypeError, "__init__"),
+        (lambda: path_filter.is_test_path(1.5), TypeError, "path: .* not float"),
+        (lambda: path_filter.should_skip_directory(None), TypeError, "dirname: "),
+        (lambda: path_filter.should_skip_directory("a", 1), TypeError, "parent_path: "),
+        (lambda: path_filter.sql_test_path_filter(), TypeError, "exclude"),
+        (lambda: path_filter.sql_test_path_filter("f", True), TypeError, "positional"),
+        (lambda: path_filter.sql_test_path_filter(exclude=1), TypeError, "exclude: .* not int"),
+        (lambda: path_filter.register_path_functions(3), TypeError, "connection: expected sqlite3"),
+        (lambda: path_filter.register_path_functions(CLOSED), sqlite3.ProgrammingError, "closed"),
+        (lambda: IndexLimits("1", None), TypeError, "max_file_bytes: expected int, not str"),
+        (lambda: IndexLimits(1, "python"), TypeError, "languages: expected a list .* not str"),
+        (lambda: IndexLimits.from_config(SimpleNamespace(languages=[])), AttributeError, "max_file"),
+        (lambda: IndexLimits.from_config(SimpleNamespace(max_file_size_mb=1, languages="c")),
+         TypeError, "index.languages: "),
+    ],
+)  # fmt: skip
+def test_wrong_use_is_an_error_that_says_so(call, error, says):
+    with pytest.raises(error, match=says):
+        call()
+
+
+@given(st.binary(max_size=40).filter(lambda name: b"\0" not in name) | st.just(b"x" * (1 << 20)))
+def test_every_name_is_text_both_ways(name):
+    text = os.fsdecode(name)
+    try:
+        decision = SCOPE.is_indexable(text)
+    except ValueError:
+        assert text.replace("\\", "/").startswith("/") or text.replace("\\", "/")[1:3] == ":/"
+        return
+    assert SCOPE.are_indexable([text])[0] is decision
+    assert path_filter.is_test_path(text) in (True, False)
+    assert SCOPE.relative(f"/nowhere/a/{text}x") in (None, os.path.relpath(f"/a/{text}x", "/"))
+
+
+def test_a_walk_gives_names_as_the_system_does(tmp_path):
+    for name in (b"a.py", "\u00e9.py".encode(), b"\xff.py", b"new\nline.py"):
+        open(os.path.join(os.fsencode(tmp_path), name), "w").close()
+    scope = IndexScope(tmp_path)
+    names = list(scope.walk())
+    assert names == os.listdir(tmp_path) and all(scope.are_indexable(names))
+    assert not scope.is_indexable("nul\0.zz") and scope.is_indexable("nul\0.py")
+
+
+def test_a_walk_ends_with_an_error_and_stays_ended(tmp_path):
+    errors = []
+    assert list(IndexScope(tmp_path / "none").walk(errors.append)) == []
+    assert [(type(error), error.errno, error.filename) for error in errors] == [
+        (FileNotFoundError, 2, str(tmp_path / "none"))
+    ]
+    raised = KeyError("mine")
+
+    def fail(error):
+        raise raised
+
+    walk = IndexScope(tmp_path / "none").walk(on_error=fail)
+    with pytest.raises(KeyError) as caught:
+        next(walk)
+    assert caught.value is raised and list(walk) == []
+
+
+def test_two_threads_do_not_take_from_one_walk(tmp_path):
+    def reenter(error):
+        with pytest.raises(ValueError, match="walk already executing"):
+            next(walk)
+        entered.append(error)
+
+    entered = []
+    walk = IndexScope(tmp_path / "none").walk(reenter)
+    assert list(walk) == [] and len(entered) == 1
+
+
+def test_what_the_lookup_raises_and_returns(repository):
+    raised = LookupError("mine")
+
+    def lookup(root):
+        assert root is repository
+        if isinstance(answer, Exception):
+            raise answer
+        return answer
+
+    scope = IndexScope(repository, excludes_file=lookup)
+    for answer in (raised, raised):
+        with pytest.raises(LookupError) as caught:
+            scope.is_indexable("a.py")
+        assert caught.value is raised
+    answer = 3
+    with pytest.raises(TypeError, match=r"excludes_file\(\): expected str or os.PathLike"):
+        scope.is_indexable("a.py")
+    (repository / "mine").write_text("*.py\n")
+    answer = repository / "mine"
+    assert scope.is_indexable("a.py").kind == "gitignore"
+
+
+def test_a_git_file_that_is_not_text(tmp_path):
+    (tmp_path / ".git").write_bytes(b"gitdir: \xc3(")
+    with pytest.raises(UnicodeDecodeError) as caught:
+        IndexScope(tmp_path).is_indexable("a.py")
+    assert (caught.value.object, caught.value.start, caught.value.end) == (b"gitdir: \xc3(", 8, 9)
+
+
+def test_warnings_are_records_of_logging(tmp_path, caplog):
+    (tmp_path / ".gitignore").mkdir()
+    assert not IndexScope(tmp_path).is_ignored("a.py")
+    index = SimpleNamespace(max_file_size_mb="ten", languages=["typescript"])
+    assert IndexLimits.from_config(index) == IndexLimits(10485760, {"tsx", "typescript"})
+    assert [(record.name, record.levelno, record.msg, record.args) for record in caplog.records] == [
+        ("path_filter", logging.WARNING, "Cannot read the ignore rules in %s: %s",
+         (str(tmp_path / ".gitignore"), os.strerror(21))),
+        ("path_filter", logging.WARNING,
+         "index.max_file_size_mb=%r is not a positive number; using %d", ("ten", 10)),
+    ]  # fmt: skip
+    assert "max_file_size_mb='ten' is" in caplog.text
+
+
+@pytest.mark.parametrize(
+    "size, size_bytes",
+    [(10, 10485760), (0.5, 524288), ("2", 2097152), (True, 1048576), (10**9, 10**9 << 20)]
+    + [(bad, 10485760) for bad in (0, -1, None, "", "inf", float("nan"), 1e308, 10**400, [], 1e-7)],
+)
+def test_configured_sizes(size, size_bytes):
+    limits = IndexLimits.from_config(SimpleNamespace(max_file_size_mb=size, languages=None))
+    assert limits == IndexLimits(size_bytes, None) and limits.allows("no such language")
+
+
+def test_test_code_in_sql(caplog):
+    connection = sqlite3.connect(":memory:", check_same_thread=False)
+    path_filter.register_path_functions(connection)
+    connection.execute("CREATE TABLE files(id, path)")
+    rows = [(1, "src/a.py"), (2, "tests/a.py"), (3, None), (4, b"test_\xff.py"), (5, "")]
+    connection.executemany("INSERT INTO files VALUES(?, ?)", rows)
+    for via in ("path", "id", "ID"):
+        for exclude, expected in ((True, [1, 3, 5]), (False, [2, 4])):
+            condition, parameters = path_filter.sql_test_path_filter(exclude=exclude, via=via)
+            query = f"SELECT id FROM files f WHERE {condition} ORDER BY id"
+            assert [row[0] for row in connection.execute(query, [*parameters])] == expected
+    connection.execute("CREATE INDEX i ON files(brelo_is_test_path(path))")  # it is deterministic
+    unraised = []
+    sys.unraisablehook, hook = unraised.append, sys.unraisablehook
+    try:
+        with pytest.raises(sqlite3.OperationalError):
+            connection.execute("SELECT brelo_is_test_path(3)").fetchall()
+    finally:
+        sys.unraisablehook = hook
+    assert isinstance(unraised[0].exc_value, TypeError)
+
+
+def test_production_paths():
+    paths = ["src/a.py", "tests/b.py", "src/a.py"]
+    assert path_filter.production_paths(iter(paths)) == ["src/a.py", "src/a.py"]
+    assert path_filter.production_paths(paths, include_tests=True) == paths
+    assert path_filter.production_paths(["tests/b.py"]) == ["tests/b.py"]
+
+
+def test_cycles_are_collected(repository):
+    class Owner:
+        def __init__(self):
+            self.scope = IndexScope(repository, excludes_file=self.lookup)
+            self.walk = self.scope.walk(self.lookup)
+
+        def lookup(self, root):
+            return None
+
+    owner = Owner()
+    assert owner.scope.is_indexable("a.py")
+    gone = weakref.ref(owner.scope)
+    del owner
+    gc.collect()
+    assert gone() is None
+
+
+def test_threads_share_a_scope_and_reading_lets_others_run(repository):
+    os.mkfifo(repository / "fifo")
+    scope = IndexScope(repository)
+    wrong = []
+
+    def ask():
+        for _ in range(300):
+            wrong.extend(path for path in ("a.log", "gen/a") if not scope.is_ignored(path))
+            scope.refresh()
+
+    threads = [threading.Thread(target=ask) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for _ in range(20):
+        assert len(list(scope.walk())) == 6
+    for thread in threads:
+        thread.join()
+    assert wrong == []
+
+
+def test_a_forked_child_asks_the_same_scope(repository):
+    scope = IndexScope(repository)
+    before = scope.is_indexable("src/app.py")
+    child = os.fork()
+    if child == 0:
+        scope.refresh()
+        same = scope.is_indexable("src/app.py") == before and scope.is_ignored("x.log")
+        os._exit(0 if same else 1)
+    assert os.waitpid(child, 0)[1] == 0
+
+
+@pytest.fixture
+def host(tmp_path):
+    """A host's package `utils` with a registry of its own."""
+    (tmp_path / "utils").mkdir()
+    (tmp_path / "utils" / "__init__.py").touch()
+    shutil.copytree(PACKAGES / "path_filter", tmp_path / "utils" / "path_filter")
+    registry = tmp_path / "utils" / "language_registry.py"
+    registry.write_text(
+        textwrap.dedent("""
+            from types import SimpleNamespace
+
+            class LANGUAGES:
+                test_dir_names = staticmethod(lambda: {"checks"})
+                test_file_globs = staticmethod(lambda: ["check_*"])
+                classify = staticmethod(lambda name: None if name.endswith(".txt") else
+                    SimpleNamespace(tier="code", test_file_globs=["check_*"]))
+
+            failure = KeyError("mine")
+            def detect_language(name):
+                if name == "fail": raise failure
+                return 3 if name == "three" else None if name == "none" else name[-2:]
+            is_lockfile = "lock".__eq__
+            def tier_of(language): return "code"
+            """)
+    )
+    return registry
+
+
+def test_a_registry_of_the_host_is_asked(host):
+    code = """
+        import threading
+        from utils import path_filter, language_registry
+        scope = path_filter.IndexScope("/none", limits=path_filter.IndexLimits(1, ["py"]))
+        print(path_filter.logger.name, *path_filter.TEST_DIR_NAMES, *path_filter.TEST_FILE_GLOBS)
+        print(*(scope.is_indexable(name).kind for name in ("a.py", "lock", "none", "a.cc")))
+        print(*map(path_filter.is_test_path, ("check_a.c", "Checks/a", "a.c", "checks/a.txt")))
+        language_registry.LANGUAGES.test_dir_names = frozenset  # looked up at each use
+        print(path_filter.is_test_path("Checks/a"), path_filter.should_skip_directory("__checks__"))
+        for name in ("fail", "three"):
+            try:
+                scope.is_indexable(name)
+            except Exception as error:
+                print(error is language_registry.failure, error)
+        asked = []
+        thread = threading.Thread(target=lambda: asked.append(scope.is_indexable("b.py")))
+        thread.start(); thread.join()
+        print(asked[0] is scope.is_indexable("a.py"))
+        """
+    assert run(code, PYTHONPATH=str(host.parents[1])).splitlines() == [
+        "utils.path_filter checks check_*",
+        "None lockfile unknown_language language",
+        "True True False False",
+        "False True",
+        "True 'mine'",
+        "False detect_language(): expected str, not int",
+        "True",
+    ]
+
+
+def test_a_registry_that_lacks_a_name_is_refused(host):
+    complete = host.read_text()
+    for name in ("detect_language", "is_lockfile", "tier_of", "LANGUAGES"):
+        host.write_text(complete + f"\ndel {name}\n")
+        code = """
+            try:
+                import utils.path_filter
+            except ImportError as error:
+                print(error)
+            """
+        assert run(code, PYTHONPATH=str(host.parents[1])).endswith(f"has no {name}")
+
+
+@pytest.mark.skipif(not hasattr(sys, "_base_executable"), reason="CPython")
+def test_a_second_interpreter_is_refused():
+    name = "_interpreters" if sys.version_info >= (3, 13) else "_xxsubinterpreters"
+    code = f"""
+        import {name} as interpreters, path_filter
+        made = interpreters.create()
+        try:
+            print(interpreters.run_string(made, "import path_filter"))
+        except Exception as error:
+            print(error)
+        """
+    assert "ImportError" in run(code) or "does not support" in run(code)
+
+
+def test_the_stubs_say_what_the_modules_have():
+    allowed = pathlib.Path(__file__).parents[1] / "stubtest_allowlist.txt"
+    subprocess.run(
+        [sys.executable, "-m", "mypy.stubtest", "path_filter", "language_registry", "--allowlist",
+         allowed, "--ignore-unused-allowlist"], check=True
+    )  # fmt: skip
+
+
+def test_public_names_are_there():
+    for name in path_filter.__all__:
+        assert getattr(path_filter, name) is not None
+    registry = importlib.import_module("language_registry")
+    assert path_filter.TEST_DIR_NAMES == registry.LANGUAGES.test_dir_names() >= {"tests"}
+    assert path_filter.TEST_FILE_GLOBS == registry.LANGUAGES.test_file_globs()
+    assert registry.LANGUAGES.classify("a.py").tier == registry.tier_of("python") == "code"
+    assert registry.LANGUAGES.classify("a.nothing") is registry.detect_language("a.nothing") is None
