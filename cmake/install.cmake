@@ -40,8 +40,8 @@ install(FILES
 
 # --- pkg-config
 function(install_pkg_config name library description requires requires_private libs_private)
-  file(RELATIVE_PATH to_prefix
-    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  set(to_prefix ${CMAKE_INSTALL_PREFIX})
+  cmake_path(RELATIVE_PATH to_prefix BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
   set(includedir "\${prefix}")
   cmake_path(APPEND includedir ${CMAKE_INSTALL_INCLUDEDIR} path_filter)
   set(libdir "\${prefix}")

@@ -33,7 +33,9 @@
 #include <string_view>
 #include <unordered_set>
 
-namespace language_registry {
+#include "utils/path_filter/export.h"
+
+namespace PATH_FILTER_EXPORT language_registry {
 
 /// An immutable set of texts that is asked on hot paths. Nearly all texts that are not
 /// members are told by their length and their first two characters, without a hash.

@@ -12,9 +12,10 @@
 #include <string_view>
 #include <utility>
 
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// The index's own data directory, relative to the repository root.
 inline constexpr std::string_view INDEX_DATA_DIR = "memory/codebase-index";
@@ -85,9 +86,6 @@ inline constexpr std::array<std::pair<Exclusion, std::string_view>, REASON_COUNT
     {Exclusion::gitignore, "ignored by git's ignore rules"},
 }};
 
-/// The fixed reason text of `kind`. Throws std::out_of_range for one without.
-std::string_view reason_of(Exclusion kind);
-
 }  // namespace internal
 
 /// `path`, relative to the repository root, with "/" between components: each
@@ -98,6 +96,13 @@ std::string_view reason_of(Exclusion kind);
 std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter
+
+namespace path_filter::internal {
+
+/// The fixed reason text of `kind`. Throws std::out_of_range for one without.
+std::string_view reason_of(Exclusion kind);
+
+}  // namespace path_filter::internal
 
 template <>
 struct std::hash<path_filter::Decision> {

@@ -36,11 +36,12 @@
 #include <string_view>
 #include <vector>
 
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/git_glob.h"
 #include "utils/path_filter/internal/file_system.h"
 #include "utils/path_filter/literal_index.h"
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// The name of the ignore file of a directory.
 inline constexpr std::string_view IGNORE_FILE_NAME = ".gitignore";

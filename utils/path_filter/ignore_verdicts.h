@@ -38,10 +38,11 @@
 #include <vector>
 
 #include "utils/path_filter/directory_table.h"
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/git_ignore.h"
 #include "utils/path_filter/internal/file_system.h"
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// Given the repository root, the file that git's `core.excludesFile` names; absent
 /// when none is configured. Called when the exclude files are loaded, from any thread,

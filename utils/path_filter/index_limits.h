@@ -14,9 +14,10 @@
 #include <variant>
 #include <vector>
 
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// The size limit, in MiB, in place of an unusable one.
 inline constexpr std::int64_t DEFAULT_MAX_FILE_SIZE_MB = 10;

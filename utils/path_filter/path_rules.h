@@ -27,13 +27,14 @@
 #include <vector>
 
 #include "utils/language_registry/language_registry.h"
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/fixed_text_set.h"
 
 namespace spdlog {
 class logger;
 }
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// Directory names that are skipped wherever they occur.
 inline constexpr internal::FixedTextSet ALWAYS_SKIP_DIRS{std::array<std::string_view, 23>{

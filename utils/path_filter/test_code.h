@@ -24,9 +24,10 @@
 #include <utility>
 #include <vector>
 
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// Whether `path` is test code. `path` is relative or absolute, with either
 /// separator; only its text is looked at, and ".." is not resolved. Directory names

@@ -18,11 +18,12 @@
 #include <string_view>
 #include <vector>
 
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
 struct sqlite3;
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// The SQL name of the function.
 inline constexpr std::string_view SQL_TEST_PATH_FN = "brelo_is_test_path";

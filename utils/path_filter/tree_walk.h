@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "utils/path_filter/decision.h"
+#include "utils/path_filter/export.h"
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/internal/file_system.h"
 
-namespace path_filter {
+namespace PATH_FILTER_EXPORT path_filter {
 
 /// Told of each directory that a walk leaves out, by its path relative to the root, and
 /// of the kind of rule that leaves it out: directory, index_data or gitignore.
