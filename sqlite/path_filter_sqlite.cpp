@@ -13,10 +13,11 @@
 #include <exception>
 #include <mutex>
 
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/test_code_sql.h"
 
 SQLITE_EXTENSION_INIT1
+
+#define PATH_FILTER_EXPORT __attribute__((visibility("default")))
 
 extern "C" {
 

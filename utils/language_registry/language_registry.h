@@ -33,9 +33,9 @@
 #include <string_view>
 #include <unordered_set>
 
-#include "utils/path_filter/export.h"
+#pragma GCC visibility push(default)  // what a shared library shows
 
-namespace PATH_FILTER_EXPORT language_registry {
+namespace language_registry {
 
 /// An immutable set of texts that is asked on hot paths. Nearly all texts that are not
 /// members are told by their length and their first two characters, without a hash.
@@ -135,5 +135,7 @@ bool is_lockfile(std::string_view name);
 std::string_view tier_of(std::string_view language);
 
 }  // namespace language_registry
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_

@@ -12,10 +12,11 @@
 #include <string_view>
 #include <utility>
 
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// The index's own data directory, relative to the repository root.
 inline constexpr std::string_view INDEX_DATA_DIR = "memory/codebase-index";
@@ -96,6 +97,8 @@ inline constexpr std::array<std::pair<Exclusion, std::string_view>, REASON_COUNT
 std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 namespace path_filter::internal {
 

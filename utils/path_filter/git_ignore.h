@@ -36,12 +36,13 @@
 #include <string_view>
 #include <vector>
 
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/git_glob.h"
 #include "utils/path_filter/internal/file_system.h"
 #include "utils/path_filter/literal_index.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// The name of the ignore file of a directory.
 inline constexpr std::string_view IGNORE_FILE_NAME = ".gitignore";
@@ -181,5 +182,7 @@ std::optional<std::filesystem::path> _git_dir(const std::filesystem::path& root)
 std::filesystem::path _common_dir(const std::filesystem::path& git_dir);
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_GIT_IGNORE_H_

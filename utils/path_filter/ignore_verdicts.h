@@ -38,11 +38,12 @@
 #include <vector>
 
 #include "utils/path_filter/directory_table.h"
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/git_ignore.h"
 #include "utils/path_filter/internal/file_system.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// Given the repository root, the file that git's `core.excludesFile` names; absent
 /// when none is configured. Called when the exclude files are loaded, from any thread,
@@ -153,5 +154,7 @@ class IgnoreVerdicts {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_IGNORE_VERDICTS_H_

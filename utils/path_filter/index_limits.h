@@ -14,10 +14,11 @@
 #include <variant>
 #include <vector>
 
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// The size limit, in MiB, in place of an unusable one.
 inline constexpr std::int64_t DEFAULT_MAX_FILE_SIZE_MB = 10;
@@ -77,6 +78,8 @@ struct IndexLimits {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 template <>
 struct std::hash<path_filter::IndexLimits> {

@@ -55,13 +55,14 @@
 
 #include "utils/path_filter/decision.h"
 #include "utils/path_filter/directory_table.h"
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/ignore_verdicts.h"
 #include "utils/path_filter/index_limits.h"
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/replaceable.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// The file-name globs of minified bundles.
 inline constexpr std::array<std::string_view, 3> MINIFIED_FILE_GLOBS{"*.min.js", "*.min.mjs",
@@ -208,5 +209,7 @@ class ListedDirectory {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_INDEX_SCOPE_H_

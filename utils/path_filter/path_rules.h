@@ -27,14 +27,15 @@
 #include <vector>
 
 #include "utils/language_registry/language_registry.h"
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/fixed_text_set.h"
 
 namespace spdlog {
 class logger;
 }
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// Directory names that are skipped wherever they occur.
 inline constexpr internal::FixedTextSet ALWAYS_SKIP_DIRS{std::array<std::string_view, 23>{
@@ -130,5 +131,7 @@ inline constexpr internal::Loaded<const std::vector<std::string>, internal::load
 inline constexpr internal::Loaded<spdlog::logger, internal::loaded_logger> logger{};
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_PATH_RULES_H_

@@ -24,10 +24,11 @@
 #include <utility>
 #include <vector>
 
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// Whether `path` is test code. `path` is relative or absolute, with either
 /// separator; only its text is looked at, and ".." is not resolved. Directory names
@@ -65,5 +66,7 @@ requires std::constructible_from<std::string, std::ranges::range_reference_t<Pat
 }
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_H_

@@ -18,12 +18,13 @@
 #include <string_view>
 #include <vector>
 
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
 struct sqlite3;
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// The SQL name of the function.
 inline constexpr std::string_view SQL_TEST_PATH_FN = "brelo_is_test_path";
@@ -122,5 +123,7 @@ SqlTestPathFilter sql_test_path_filter(SqlTestPathFilterOptions options);
 bool _sql_is_test_path(std::optional<std::string_view> path);
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_SQL_H_

@@ -13,12 +13,13 @@
 #include <vector>
 
 #include "utils/path_filter/decision.h"
-#include "utils/path_filter/export.h"
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/internal/file_system.h"
 
-namespace PATH_FILTER_EXPORT path_filter {
+#pragma GCC visibility push(default)  // what a shared library shows
+
+namespace path_filter {
 
 /// Told of each directory that a walk leaves out, by its path relative to the root, and
 /// of the kind of rule that leaves it out: directory, index_data or gitignore.
@@ -126,5 +127,7 @@ class Walk {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_TREE_WALK_H_
