@@ -82,7 +82,7 @@ uninstall:  ## remove what the last install put in place, with its DESTDIR
 	sed 's|^|$(DESTDIR)|' build/static/install_manifest.txt build/shared/install_manifest.txt | \
 	  tr '\n' '\0' | xargs -0 rm -f
 	sed -n 's|^\(.*/path[-_]filter\)/.*|$(DESTDIR)\1|p' build/static/install_manifest.txt | \
-	  sort -u | tr '\n' '\0' | xargs -0 -I{} find {} -depth -type d -empty -delete
+	  sort -ru | tr '\n' '\0' | xargs -0 -I{} find {} -depth -type d -empty -delete
 
 package: libraries  ## make a .deb and a .tar.gz in build/packages
 	cpack --config build/static/CPackConfig.cmake -G "DEB;TGZ" -B build/packages \

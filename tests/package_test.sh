@@ -1,14 +1,12 @@
 #!/bin/bash
-# package_test.sh CMAKE WORK: builds both kinds of libraries with that CMake in WORK, installs
-# them, and builds and runs an outer project that comes to them each way.
+# package_test.sh CMAKE WORK: builds and installs the libraries, and an outer project each way.
 set -euo pipefail
 source=$(cd "$(dirname "$0")/.." && pwd) cmake=$1 work=$(mkdir -p "$2" && cd "$2" && pwd)
 prefix=$work/stage/opt/path_filter include=$work/stage/opt/path_filter/include/path_filter
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig LD_LIBRARY_PATH=$prefix/lib
 fail() { echo "package_test: $1" >&2; exit 1; }
 rm -rf "$work"/{stage,tree,out-*}
-mkdir -p "$work/tree/build"
-touch "$work"/tree/{a.cpp,build/b.cpp,package-lock.json}
+mkdir -p "$work/tree/build" && touch "$work"/tree/{a.cpp,build/b.cpp,package-lock.json}
 
 for shared in OFF ON; do
   "$cmake" -S "$source" -B "$work/$shared" -G Ninja -DBUILD_SHARED_LIBS=$shared \
