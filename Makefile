@@ -68,6 +68,9 @@ fuzz-git: packages  ## compare with git for SECONDS (60)
 	cmake --build --preset gcc -j $(JOBS) --target git_differential
 	build/gcc/fuzz/git_differential --seconds $(or $(SECONDS),60)
 
+# The trees that are installed and packed.
+TREES = $(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/
+
 libraries: packages  ## build what is installed: the program, static and shared libraries
 	cmake --preset static
 	cmake --build --preset static -j $(JOBS)
@@ -86,7 +89,7 @@ uninstall:  ## remove what the last install put in place, with its DESTDIR
 
 package: libraries  ## make a .deb and a .tar.gz in build/packages
 	cpack --config build/static/CPackConfig.cmake -G "DEB;TGZ" -B build/packages \
-	  -D "CPACK_INSTALL_CMAKE_PROJECTS=$(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/"
+	  -D "CPACK_INSTALL_CMAKE_PROJECTS=$(TREES)"
 
 packages:  ## install the missing Debian packages that the build needs
 	@mkdir -p build
