@@ -3,64 +3,97 @@
 
 ROOT ?= .
 JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
 RELEASE = build/release/program/path-filter
 
-.PHONY: run test build install packages test-clang test-tsan test-asan lint share mutants bench fuzz fuzz-git clean
+.PHONY: help run test build libraries install uninstall package packages test-clang test-tsan \
+  test-asan test-package lint share mutants bench fuzz fuzz-git clean
 
-run: build
+run: build  ## list the indexable files of ROOT (.)
 	@$(RELEASE) list "$(ROOT)"
 
-build: packages
-	@{ cmake --preset release && cmake --build --preset release -j $(JOBS); } > build/build.log 2>&1 \
-	  || { cat build/build.log >&2; exit 1; }
+help:  ## this list
+	@awk -F ':.*## ' '/^[a-z].*:.*##/ { printf "make %-36s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
 
-test: packages
+# On stderr, as the output of `make run` is the list alone.
+build: packages  ## build the program, optimised
+	@echo "building $(RELEASE); a minute or two the first time" >&2
+	@cmake --preset release >&2
+	@cmake --build --preset release -j $(JOBS) >&2
+
+test: packages  ## build everything and run all tests
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS)
 	ctest --preset gcc -j $(JOBS)
 
-test-clang test-tsan test-asan: test-%: packages
+test-clang test-tsan test-asan: test-%: packages  ## the same with clang, or with a sanitizer
 	cmake --preset $*
 	cmake --build --preset $* -j $(JOBS)
 	ctest --preset $* -j $(JOBS)
 
-lint: packages
+# With the oldest CMake that is promised.
+test-package: packages  ## install it, and build outer projects with it
+	[ -x build/cmake-3.22/bin/cmake ] || { python3 -m venv build/cmake-3.22 && \
+	  build/cmake-3.22/bin/pip install --quiet cmake==3.22.6; }
+	tests/package_test.sh build/cmake-3.22/bin/cmake build/package-test
+
+lint: packages  ## check the format, and that headers stand alone
 	scripts/lint.sh
 
 # How many lines of tests there are beside the code.
-share:
+share:  ## count the lines of the tests
 	@scripts/test-share.sh
 
 # MUTANTS="--only git_glob --sample 50" make mutants: which changes of the code no test notices;
 # an hour for all.
-mutants: packages
+mutants: packages  ## change the code and see whether a test notices
 	scripts/install-packages.sh mutants
 	scripts/mutants.py -j $(JOBS) $(MUTANTS)
 
-bench: packages
+bench: packages  ## measure
 	scripts/install-packages.sh bench
 	cmake --preset bench
 	cmake --build --preset bench -j $(JOBS)
 	benchmarks/compare.sh build/bench
 
 # SECONDS=900 make fuzz: how long it runs.
-fuzz: packages
+fuzz: packages  ## run the fuzzer for SECONDS (60)
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
 	fuzz/run.sh $(or $(SECONDS),60)
 
 # SECONDS=3600 make fuzz-git: how long git and the component are asked the same.
-fuzz-git: packages
+fuzz-git: packages  ## compare with git for SECONDS (60)
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS) --target git_differential
 	build/gcc/fuzz/git_differential --seconds $(or $(SECONDS),60)
 
-install: build
-	cmake --install build/release
+# The trees that are installed and packed.
+TREES = $(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/
 
-packages:
+libraries: packages  ## build what is installed: the program, static and shared libraries
+	cmake --preset static
+	cmake --build --preset static -j $(JOBS)
+	cmake --preset shared
+	cmake --build --preset shared -j $(JOBS)
+
+install: libraries  ## install below PREFIX (/usr/local), or below DESTDIR for a package
+	cmake --install build/static --prefix "$(PREFIX)"
+	cmake --install build/shared --prefix "$(PREFIX)"
+
+uninstall:  ## remove what the last install put in place, with its DESTDIR
+	sed 's|^|$(DESTDIR)|' build/static/install_manifest.txt build/shared/install_manifest.txt | \
+	  tr '\n' '\0' | xargs -0 rm -f
+	sed -n 's|^\(.*/path[-_]filter\)/.*|$(DESTDIR)\1|p' build/static/install_manifest.txt | \
+	  sort -ru | tr '\n' '\0' | xargs -0 -I{} find {} -depth -type d -empty -delete
+
+package: libraries  ## make a .deb and a .tar.gz in build/packages
+	cpack --config build/static/CPackConfig.cmake -G "DEB;TGZ" -B build/packages \
+	  -D "CPACK_INSTALL_CMAKE_PROJECTS=$(TREES)"
+
+packages:  ## install the missing Debian packages that the build needs
 	@mkdir -p build
 	@scripts/install-packages.sh build
 
-clean:
+clean:  ## remove all that was built
 	rm -rf build

@@ -70,7 +70,7 @@ def test_a_scope_answers(repository):
         assert decision.indexable is bool(decision) is (kind is None) is not bool(decision.reason)
         assert scope.explain(path, size=size).decision == decision
         assert scope.are_indexable(iter([path]), sizes=[size]) == [decision]
-    assert scope.explain("src/x.log").rule == path_filter.IgnoreRule(".gitignore", 1, "*.log")
+    assert scope.explain("gen/x.py").rule == path_filter.IgnoreRule(".gitignore", 3, "/gen/")
     assert scope.deciding_ignore_rule("keep.log").pattern == "!keep.log"
     assert scope.deciding_ignore_rule("a.py") is None
     assert scope.explain("node_modules/a/b.py").directory == "node_modules"

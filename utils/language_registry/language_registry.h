@@ -33,6 +33,8 @@
 #include <string_view>
 #include <unordered_set>
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace language_registry {
 
 /// An immutable set of texts that is asked on hot paths. Nearly all texts that are not
@@ -133,5 +135,7 @@ bool is_lockfile(std::string_view name);
 std::string_view tier_of(std::string_view language);
 
 }  // namespace language_registry
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_

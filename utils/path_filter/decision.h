@@ -13,6 +13,8 @@
 #include <string_view>
 #include <utility>
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// The index's own data directory, relative to the repository root.
@@ -116,9 +118,6 @@ inline constexpr std::array<std::pair<Exclusion, std::string_view>, REASON_COUNT
     {Exclusion::gitignore, "ignored by git's ignore rules"},
 }};
 
-/// The fixed reason text of `kind`. Throws std::out_of_range for one without.
-std::string_view reason_of(Exclusion kind);
-
 }  // namespace internal
 
 /// `path`, relative to the repository root, with "/" between components: each
@@ -129,6 +128,15 @@ std::string_view reason_of(Exclusion kind);
 std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
+
+namespace path_filter::internal {
+
+/// The fixed reason text of `kind`. Throws std::out_of_range for one without.
+std::string_view reason_of(Exclusion kind);
+
+}  // namespace path_filter::internal
 
 template <>
 struct std::hash<path_filter::Decision> {

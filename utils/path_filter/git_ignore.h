@@ -36,6 +36,8 @@
 #include <system_error>
 #include <vector>
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 namespace internal {
@@ -187,5 +189,7 @@ class GitIgnoreSpec {
 std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content);
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_GIT_IGNORE_H_

@@ -15,6 +15,8 @@
 #include <variant>
 #include <vector>
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// The size limit, in MiB, in place of an unusable one.
@@ -83,6 +85,8 @@ class IndexLimits {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 template <>
 struct std::hash<path_filter::IndexLimits> {

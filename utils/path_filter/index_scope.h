@@ -57,6 +57,12 @@
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/path_argument.h"
 
+namespace path_filter::internal {
+class ScopeState;
+}
+
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// The file-name globs of minified bundles.
@@ -93,9 +99,6 @@ struct Explanation {
 
 class Walk;
 struct WalkOptions;
-namespace internal {
-class ScopeState;
-}
 
 /// Told of each directory that a walk cannot list; the error carries the operating
 /// system's code, its message and the directory's path.
@@ -155,5 +158,7 @@ class IndexScope {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_INDEX_SCOPE_H_

@@ -22,6 +22,8 @@
 
 #include "utils/path_filter/internal/loaded.h"
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// One warning: a format as printf takes it, and its arguments apart, for a log that keeps
@@ -69,5 +71,7 @@ Logger& loaded_logger();
 inline constexpr internal::Loaded<Logger, internal::loaded_logger> logger{};
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_LOGGER_H_

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <string_view>
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// What views a text of any kind or a std::filesystem::path, without copying it: for
@@ -28,5 +30,7 @@ class PathArgument {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_PATH_ARGUMENT_H_

@@ -29,6 +29,8 @@
 #include "utils/path_filter/internal/loaded.h"
 #include "utils/path_filter/path_argument.h"
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// Directory names that are skipped wherever they occur.
@@ -91,5 +93,7 @@ inline constexpr internal::Loaded<const std::vector<std::string>, internal::load
     TEST_FILE_GLOBS{};
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_PATH_RULES_H_

@@ -25,6 +25,8 @@
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/path_argument.h"
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// Whether `path` is test code. `path` is relative or absolute, with either
@@ -58,5 +60,7 @@ requires std::constructible_from<std::string, std::ranges::range_reference_t<Pat
 }
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_H_

@@ -22,6 +22,8 @@
 
 struct sqlite3;
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// The SQL name of the function.
@@ -121,5 +123,7 @@ SqlTestPathFilter sql_test_path_filter(SqlTestPathFilterOptions options);
 bool _sql_is_test_path(std::optional<std::string_view> path);
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_SQL_H_

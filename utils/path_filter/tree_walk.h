@@ -15,6 +15,8 @@
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
+#pragma GCC visibility push(default)  // what a shared library shows
+
 namespace path_filter {
 
 /// Told of each directory that a walk leaves out, by its path relative to the root, and
@@ -104,5 +106,7 @@ class Walk {
 };
 
 }  // namespace path_filter
+
+#pragma GCC visibility pop
 
 #endif  // UTILS_PATH_FILTER_TREE_WALK_H_

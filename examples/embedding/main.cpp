@@ -1,0 +1,28 @@
+// embedding [ROOT]: how many files of each language belong in an index, and the first three
+// that do not, with the reason.
+
+#include <exception>
+#include <iostream>
+#include <map>
+#include <string>
+
+#include "utils/path_filter/path_filter.h"
+
+int main(int argc, char** argv) try {
+  const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".");
+  std::map<std::string, int> files;
+  int excluded = 0;
+  for (const std::string& path : scope.walk()) {
+    const path_filter::Decision decision = scope.is_indexable(path);
+    if (decision) {
+      ++files[*decision.language()];
+    } else if (++excluded <= 3) {
+      std::cout << path << ": " << decision.reason() << '\n';
+    }
+  }
+  for (const auto& [language, count] : files) std::cout << count << ' ' << language << '\n';
+  return 0;
+} catch (const std::exception& error) {
+  std::cerr << error.what() << '\n';
+  return 1;
+}
