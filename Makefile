@@ -5,7 +5,7 @@ ROOT ?= .
 JOBS ?= $(shell nproc)
 RELEASE = build/release/program/path-filter
 
-.PHONY: run test build install packages test-clang test-tsan test-asan lint share mutants bench fuzz fuzz-git clean
+.PHONY: run test build install packages test-clang test-posix test-tsan test-asan lint share mutants bench fuzz fuzz-git clean
 
 run: build
 	@$(RELEASE) list "$(ROOT)"
@@ -19,7 +19,7 @@ test: packages
 	cmake --build --preset gcc -j $(JOBS)
 	ctest --preset gcc -j $(JOBS)
 
-test-clang test-tsan test-asan: test-%: packages
+test-clang test-posix test-tsan test-asan: test-%: packages
 	cmake --preset $*
 	cmake --build --preset $* -j $(JOBS)
 	ctest --preset $* -j $(JOBS)

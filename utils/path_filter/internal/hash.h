@@ -9,10 +9,9 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-namespace path_filter::internal {
+#include "utils/path_filter/internal/platform.h"
 
-/// Random bytes of the system.
-std::uint64_t random_seed();
+namespace path_filter::internal {
 
 /// The seed of every hash, drawn once for the process: names in a repository cannot be
 /// chosen to collide beforehand.
