@@ -16,7 +16,8 @@ namespace path_filter::internal {
 /// A path split at its last "/"; without one it is all name.
 struct SplitPath {
   explicit SplitPath(std::string_view path) : name(path) {
-    if (const std::size_t slash = find_last(path, '/'); slash != path.npos) {
+    if (const char* found = find_last(path, '/')) {
+      const auto slash = static_cast<std::size_t>(found - path.data());
       directory = path.substr(0, slash);
       name = path.substr(slash + 1);
     }

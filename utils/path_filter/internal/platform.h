@@ -29,10 +29,10 @@ namespace path_filter::internal {
 /// that goes with the thread.
 std::size_t running_place();
 
-/// Where `byte` stands last in `text`; npos where it does not.
-std::size_t find_last(std::string_view text, char byte);
+/// Where `byte` stands last in `text`; null where it does not.
+const char* find_last(std::string_view text, char byte);
 
-/// Random bytes of the system. Throws what std::runtime_error covers when it has none.
+/// Random bytes of the system. Throws a std::runtime_error when there are none.
 std::uint64_t random_seed();
 
 /// The flags of open(2) for a directory that is only passed through. Where the system
@@ -52,7 +52,10 @@ inline std::size_t running_place() {
   return std::hash<std::thread::id>()(std::this_thread::get_id());
 }
 
-inline std::size_t find_last(std::string_view text, char byte) { return text.rfind(byte); }
+inline const char* find_last(std::string_view text, char byte) {
+  const std::size_t at = text.rfind(byte);
+  return at == text.npos ? nullptr : text.data() + at;
+}
 
 #else
 
@@ -61,11 +64,9 @@ inline std::size_t running_place() {
 }
 
 // The C++ library goes byte by byte, this does not.
-inline std::size_t find_last(std::string_view text, char byte) {
-  if (text.empty()) return text.npos;
-  const void* found = ::memrchr(text.data(), byte, text.size());
-  if (found == nullptr) return text.npos;
-  return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+inline const char* find_last(std::string_view text, char byte) {
+  if (text.empty()) return nullptr;
+  return static_cast<const char*>(::memrchr(text.data(), byte, text.size()));
 }
 
 #endif
