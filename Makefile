@@ -6,8 +6,8 @@ JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 RELEASE = build/release/program/path-filter
 
-.PHONY: help run test build libraries install uninstall package packages test-clang test-tsan \
-  test-asan test-package lint share mutants bench fuzz fuzz-git clean
+.PHONY: help run test build libraries install uninstall package packages test-clang test-posix \
+  test-tsan test-asan test-package lint share mutants bench fuzz fuzz-git clean
 
 run: build  ## list the indexable files of ROOT (.)
 	@$(RELEASE) list "$(ROOT)"
@@ -26,7 +26,8 @@ test: packages  ## build everything and run all tests
 	cmake --build --preset gcc -j $(JOBS)
 	ctest --preset gcc -j $(JOBS)
 
-test-clang test-tsan test-asan: test-%: packages  ## the same with clang, or with a sanitizer
+# With clang, without what only Linux has, or with a sanitizer.
+test-clang test-posix test-tsan test-asan: test-%: packages  ## the same in another way
 	cmake --preset $*
 	cmake --build --preset $* -j $(JOBS)
 	ctest --preset $* -j $(JOBS)

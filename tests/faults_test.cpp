@@ -108,7 +108,7 @@ TEST(Faults, FileDescriptorsUsedUp) {
     const rlimit granted{static_cast<rlim_t>(free + descriptors), before.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &granted), 0);
   };
-  grant(1);
+  grant(2);  // enough to list a directory, too few to read a file below it
   ++path;
   grant(0);
   Walk none = scope.walk(on_error);

@@ -107,7 +107,10 @@ class Literals {
       const GlobStep read = step(begin);
       begin = read.end;
       if (read.kind == GlobStep::Kind::set) {
-        _sets.emplace_back(_literal.size(), _set);
+        std::string& members = _sets.emplace_back(_literal.size(), std::string()).second;
+        for (std::size_t byte = 0; byte < _set.size(); ++byte) {
+          if (_set[byte]) members += static_cast<char>(byte);
+        }
         variants *= _set.count();
       }
       _literal += read.byte;
@@ -115,13 +118,9 @@ class Literals {
     if (!_sets.empty()) _spelled_left -= variants;
     for (std::size_t variant = 0; variant < variants; ++variant) {
       std::size_t digits = variant;
-      for (const auto& [at, set] : _sets) {
-        std::size_t member = set._Find_first();
-        for (std::size_t skip = digits % set.count(); skip > 0; --skip) {
-          member = set._Find_next(member);
-        }
-        digits /= set.count();
-        _literal[at] = static_cast<char>(member);
+      for (const auto& [at, members] : _sets) {
+        _literal[at] = members[digits % members.size()];
+        digits /= members.size();
       }
       file(place, _literal);
     }
@@ -140,7 +139,7 @@ class Literals {
   std::size_t _tail_begin = 0;
   internal::ByteSet _set;
   std::string _literal;
-  std::vector<std::pair<std::size_t, internal::ByteSet>> _sets;  // and where they stand in it
+  std::vector<std::pair<std::size_t, std::string>> _sets;  // where they stand in it; their bytes
 };
 
 }  // namespace

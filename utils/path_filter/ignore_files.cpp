@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "utils/path_filter/internal/blocking.h"
 #include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/logger.h"
 
@@ -66,7 +67,11 @@ std::optional<GitIgnoreSpec> _read_ignore_rules(const std::filesystem::path& pat
 std::optional<std::filesystem::path> _git_dir(const std::filesystem::path& root) {
   const std::filesystem::path dot_git = root / ".git";
   std::error_code unexamined;
-  if (std::filesystem::is_directory(dot_git, unexamined)) return dot_git;
+  const bool is_directory = [&] {
+    const internal::Blocking waits;
+    return std::filesystem::is_directory(dot_git, unexamined);
+  }();
+  if (is_directory) return dot_git;
   const auto text = read_pointer(dot_git);
   if (!text || !text->starts_with(internal::GITDIR_POINTER)) return std::nullopt;
   return joined(root,

@@ -3,14 +3,13 @@
 #ifndef UTILS_PATH_FILTER_REPLACEABLE_H_
 #define UTILS_PATH_FILTER_REPLACEABLE_H_
 
-#include <sched.h>
-
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <memory>
 #include <mutex>
 #include <utility>
+
+#include "utils/path_filter/internal/platform.h"
 
 namespace path_filter::internal {
 
@@ -19,7 +18,8 @@ namespace path_filter::internal {
 /// Any number of threads may take and replace. A plain shared pointer would have all of
 /// them count their uses on one cache line; so the value is held in sixteen slots, each
 /// with a lock and a count of its own, and a thread takes it through the slot of the
-/// processor that it runs on. Two threads are then twice as fast as one, not slower.
+/// processor that it runs on (or, where none is told, of the thread). Two threads are then twice as
+/// fast as one, not slower.
 template <typename Value>
 class Replaceable {
  public:
@@ -27,9 +27,7 @@ class Replaceable {
 
   explicit Replaceable(const std::shared_ptr<Value>& value) { replace(value); }
 
-  std::shared_ptr<Value> take() const {
-    return take(static_cast<std::size_t>(std::max(::sched_getcpu(), 0)) % SLOTS);
-  }
+  std::shared_ptr<Value> take() const { return take(running_place() % SLOTS); }
 
   /// The same through a slot of the caller's choice.
   std::shared_ptr<Value> take(std::size_t number) const {

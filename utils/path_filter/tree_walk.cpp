@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "utils/path_filter/ignore_files.h"
+#include "utils/path_filter/internal/blocking.h"
 #include "utils/path_filter/internal/file_system.h"
 #include "utils/path_filter/scope_state.h"
 
@@ -168,7 +169,10 @@ int Walk::State::open(FileDescriptor& directory) {
     return internal::open_directory_below(_top, _below, directory, internal::RootLinks::refuse);
   }
   std::error_code unresolved;
-  if (_below.empty()) _top = std::filesystem::canonical(_root, unresolved).native();
+  if (_below.empty()) {
+    const internal::Blocking waits;
+    _top = std::filesystem::canonical(_root, unresolved).native();
+  }
   return internal::open_directory_below(root, _below, directory, internal::RootLinks::follow);
 }
 

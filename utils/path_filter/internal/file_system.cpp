@@ -2,10 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +11,10 @@
 #include <climits>
 #include <memory>
 #include <system_error>
+
+#include "utils/path_filter/internal/blocking.h"
+#include "utils/path_filter/internal/paths.h"
+#include "utils/path_filter/internal/platform.h"
 
 namespace path_filter::internal {
 namespace {
@@ -26,21 +27,8 @@ int open_retrying(int directory, const char* path, int flags) {
   do {
     number = ::openat(directory, path, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   } while (number < 0 && errno == EINTR);
+  if (number < 0 && errno == EMLINK) errno = ELOOP;  // FreeBSD's word for a link refused
   return number;
-}
-
-/// The same, failing with ELOOP on a symbolic link anywhere in `path`.
-int open_without_links(int directory, const char* path, int flags) {
-  open_how how{};
-  // With O_PATH the call takes no flag that would mean nothing.
-  const int unblocking = (flags & O_PATH) != 0 ? 0 : O_NOCTTY | O_NONBLOCK;
-  how.flags = static_cast<decltype(how.flags)>(flags | O_CLOEXEC | unblocking);
-  how.resolve = RESOLVE_NO_SYMLINKS;
-  long number = -1;
-  do {
-    number = ::syscall(SYS_openat2, directory, path, &how, sizeof how);
-  } while (number < 0 && (errno == EINTR || errno == EAGAIN));
-  return static_cast<int>(number);
 }
 
 /// Up to three parts of a path with a "/" between them, for one call and without an
@@ -67,15 +55,15 @@ class JoinedPath {
   std::array<char, PATH_MAX> _text;
 };
 
-/// Opens `path` from `directory` in pieces that the operating system takes. `Open`
-/// opens one piece. When `longest_piece` is 0 each component is a piece.
+/// Goes from the directory `from` down `path` in pieces that the operating system takes; what
+/// is left behind is closed at once. `Open` opens one piece. When `longest_piece` is 0 each
+/// component is a piece. Returns 0 when `from` is what `path` named, opened with `flags`;
+/// otherwise an errno value, and `from` and `path` are how far it came and what is left.
 template <typename Open>
-int open_in_pieces(int directory, std::string_view path, int flags, std::size_t longest_piece,
-                   FileDescriptor& opened, Open open) {
+int open_in_pieces(FileDescriptor& from, std::string_view& path, int flags,
+                   std::size_t longest_piece, Open open) {
   if (path.find('\0') != std::string_view::npos) return ENOENT;  // no file has that name
   std::array<char, PATH_MAX> piece;
-  FileDescriptor from;
-  int base = directory;
   for (;;) {
     std::size_t size = path.size();
     if (longest_piece == 0) {
@@ -90,14 +78,10 @@ int open_in_pieces(int directory, std::string_view path, int flags, std::size_t 
     const bool last = size == path.size();
     path.copy(piece.data(), size);
     piece[size] = '\0';
-    FileDescriptor next(open(base, piece.data(), last ? flags : O_PATH | O_DIRECTORY));
+    FileDescriptor next(open(from.number(), piece.data(), last ? flags : PASSING));
     if (!next.is_open()) return errno;
-    if (last) {
-      opened = std::move(next);
-      return 0;
-    }
     from = std::move(next);
-    base = from.number();
+    if (last) return 0;
     path.remove_prefix(std::min(path.find_first_not_of('/', size), path.size()));
     if (path.empty()) path = ".";
   }
@@ -105,11 +89,17 @@ int open_in_pieces(int directory, std::string_view path, int flags, std::size_t 
 
 constexpr std::size_t LONGEST_PIECE = PATH_MAX - 2;
 
+bool is_null_device(const struct stat& file) {
+  struct stat null {};
+  return S_ISCHR(file.st_mode) && ::stat("/dev/null", &null) == 0 && S_ISCHR(null.st_mode) &&
+         file.st_rdev == null.st_rdev;
+}
+
 FileContent read_regular(const FileDescriptor& file, std::size_t limit) {
   struct stat status {};
   if (::fstat(file.number(), &status) != 0) return error_of(errno);
   if (S_ISDIR(status.st_mode)) return error_of(EISDIR);
-  if (S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3)) return std::string();
+  if (is_null_device(status)) return std::string();
   if (!S_ISREG(status.st_mode)) return ReadError{ENOTSUP, "Not a regular file"};
   if (static_cast<std::size_t>(status.st_size) > limit) return error_of(EFBIG);
 
@@ -136,9 +126,10 @@ FileDescriptor::~FileDescriptor() {
 }
 
 FileContent read_file(std::string_view path, LastLink last_link, std::size_t limit) {
-  FileDescriptor file;
+  const Blocking waits;
+  FileDescriptor file(AT_FDCWD);
   const int flags = O_RDONLY | (last_link == LastLink::refuse ? O_NOFOLLOW : 0);
-  if (const int code = open_in_pieces(AT_FDCWD, path, flags, LONGEST_PIECE, file, open_retrying)) {
+  if (const int code = open_in_pieces(file, path, flags, LONGEST_PIECE, open_retrying)) {
     return error_of(code);
   }
   return read_regular(file, limit);
@@ -146,6 +137,7 @@ FileContent read_file(std::string_view path, LastLink last_link, std::size_t lim
 
 FileContent read_file_in(const FileDescriptor& directory, const std::string& name,
                          std::size_t limit) {
+  const Blocking waits;
   FileDescriptor file(open_retrying(directory.number(), name.c_str(), O_RDONLY | O_NOFOLLOW));
   if (!file.is_open()) return error_of(errno);
   return read_regular(file, limit);
@@ -153,39 +145,45 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit) {
+  const Blocking waits;
   if (const JoinedPath path(root, below, name); path.fits()) {
     FileDescriptor file(open_retrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW));
     if (!file.is_open()) return error_of(errno);
     return read_regular(file, limit);
   }
-  FileDescriptor directory(
-      open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(), O_PATH | O_DIRECTORY));
+  FileDescriptor directory(open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(), PASSING));
   if (!directory.is_open()) return error_of(errno);
   if (!below.empty()) {
-    const int code = open_in_pieces(directory.number(), below, O_PATH | O_DIRECTORY, LONGEST_PIECE,
-                                    directory, open_retrying);
+    const int code = open_in_pieces(directory, below, PASSING, LONGEST_PIECE, open_retrying);
     if (code != 0) return error_of(code);
   }
   return read_file_in(directory, name, limit);
 }
 
 std::variant<std::int64_t, ReadError> file_size(std::string_view path) {
+  const Blocking waits;
   if (path.find('\0') != std::string_view::npos) return error_of(ENOENT);
   struct stat status {};
   if (const JoinedPath whole(path, {}, {}); whole.fits()) {
     if (::stat(whole.c_str(), &status) != 0) return error_of(errno);
     return std::int64_t{status.st_size};
   }
-  FileDescriptor file;
-  if (const int code = open_in_pieces(AT_FDCWD, path, O_PATH, LONGEST_PIECE, file, open_retrying)) {
+  // Its directory is opened, not the file, which may be one that must not be read.
+  SplitPath split(path);
+  if (split.directory.empty()) return error_of(ENAMETOOLONG);
+  FileDescriptor directory(AT_FDCWD);
+  if (const int code =
+          open_in_pieces(directory, split.directory, PASSING, LONGEST_PIECE, open_retrying)) {
     return error_of(code);
   }
-  if (::fstat(file.number(), &status) != 0) return error_of(errno);
+  const std::string name(split.name.empty() ? "." : split.name);
+  if (::fstatat(directory.number(), name.c_str(), &status, 0) != 0) return error_of(errno);
   return std::int64_t{status.st_size};
 }
 
 int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened,
                          RootLinks root_links) {
+  const Blocking waits;
   constexpr int LISTING = O_RDONLY | O_DIRECTORY;
   if (root_links == RootLinks::refuse && !below.empty()) {
     const JoinedPath path(root, below, {});
@@ -195,26 +193,28 @@ int open_directory_below(const std::string& root, std::string_view below, FileDe
       if (errno != ENOSYS && errno != EPERM) return errno;
     }
   }
-  FileDescriptor top(open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(),
-                                   below.empty() ? LISTING : O_PATH | O_DIRECTORY));
-  if (!top.is_open()) return errno;
-  if (below.empty()) {
-    opened = std::move(top);
-    return 0;
+  FileDescriptor reached(open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(),
+                                       below.empty() ? LISTING : PASSING));
+  if (!reached.is_open()) return errno;
+  int code = 0;
+  if (!below.empty()) {
+    code = open_in_pieces(reached, below, LISTING, LONGEST_PIECE, open_without_links);
   }
-  const int code =
-      open_in_pieces(top.number(), below, LISTING, LONGEST_PIECE, opened, open_without_links);
-  if (code != ENOSYS && code != EPERM) return code;
-  // A kernel before 5.6, or a sandbox that does not know the call: the same, one
-  // component at a time.
-  return open_in_pieces(top.number(), below, LISTING, 0, opened,
-                        [](int directory, const char* path, int flags) {
-                          return open_retrying(directory, path, flags | O_NOFOLLOW);
-                        });
+  if (code == ENOSYS || code == EPERM) {
+    // A system without the call (Linux before 5.6), or a sandbox that does not know it: the
+    // rest one component at a time.
+    code =
+        open_in_pieces(reached, below, LISTING, 0, [](int directory, const char* path, int flags) {
+          return open_retrying(directory, path, flags | O_NOFOLLOW);
+        });
+  }
+  if (code == 0) opened = std::move(reached);
+  return code;
 }
 
 FileContent read_file_below_without_links(const std::string& root, std::string_view below,
                                           const std::string& name, std::size_t limit) {
+  const Blocking waits;
   FileDescriptor directory;
   const int code = open_directory_below(root, below, directory);
   if (code != 0) return error_of(code == ELOOP ? ENOTDIR : code);
@@ -223,6 +223,7 @@ FileContent read_file_below_without_links(const std::string& root, std::string_v
 
 int open_directory_in(const FileDescriptor& parent, const std::string& name,
                       FileDescriptor& opened) {
+  const Blocking waits;
   opened = FileDescriptor(
       open_retrying(parent.number(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
   return opened.is_open() ? 0 : errno;
@@ -239,43 +240,22 @@ void Listing::clear() {
   _records.clear();
 }
 
-int Listing::read(const FileDescriptor& directory) {
-  // 64 KiB hold some 1,500 names: all but a few directories take one call, and one
-  // more that finds the end.
-  constexpr std::size_t BUFFER_BYTES = 64 * 1024;
-  alignas(dirent64) std::array<char, BUFFER_BYTES> buffer;
-  clear();
-  for (;;) {
-    const ssize_t count = ::getdents64(directory.number(), buffer.data(), buffer.size());
-    if (count == 0) return 0;
-    if (count < 0) {
-      if (errno == EINTR) continue;
-      const int code = errno;
-      clear();
-      return code;
-    }
-    for (ssize_t at = 0; at < count;) {
-      const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + at);
-      at += entry->d_reclen;
-      const std::string_view name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      bool is_directory = entry->d_type == DT_DIR;
-      bool is_link = entry->d_type == DT_LNK;
-      struct stat status {};
-      if (entry->d_type == DT_UNKNOWN &&
-          ::fstatat(directory.number(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
-        is_directory = S_ISDIR(status.st_mode);
-        is_link = S_ISLNK(status.st_mode);
-      }
-      if (is_link) {
-        is_directory =
-            ::fstatat(directory.number(), entry->d_name, &status, AT_NO_AUTOMOUNT) == 0 &&
-            S_ISDIR(status.st_mode);
-      }
-      _records.push_back({_names.size(), name.size(), is_directory, is_link});
-      _names += name;
-    }
+void Listing::add(const FileDescriptor& directory, const char* name, unsigned char type) {
+  const std::string_view text = name;
+  if (text == "." || text == "..") return;
+  bool is_directory = type == DT_DIR;
+  bool is_link = type == DT_LNK;
+  struct stat status {};
+  if (type == DT_UNKNOWN &&
+      ::fstatat(directory.number(), name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    is_directory = S_ISDIR(status.st_mode);
+    is_link = S_ISLNK(status.st_mode);
   }
+  if (is_link) {
+    is_directory = ::fstatat(directory.number(), name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+  }
+  _records.push_back({_names.size(), text.size(), is_directory, is_link});
+  _names += text;
 }
 
 }  // namespace path_filter::internal

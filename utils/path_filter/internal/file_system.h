@@ -33,6 +33,9 @@ class FileDescriptor {
   int number() const { return _number; }
   bool is_open() const { return _number >= 0; }
 
+  /// Leaves it open, for somebody else to close.
+  void release() { _number = -1; }
+
  private:
   int _number = -1;
 };
@@ -75,7 +78,8 @@ enum class RootLinks { follow, refuse };
 
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is
 /// "". The way from the root may not lead through symbolic links: that fails with ELOOP
-/// or ENOTDIR. When the way to the root may not either, one call does both. Returns an
+/// or ENOTDIR. When the way to the root may not either, one call does both where the system
+/// has one that does; elsewhere links on the way to the root are followed. Returns an
 /// errno value, 0 on success.
 int open_directory_below(const std::string& root, std::string_view below, FileDescriptor& opened,
                          RootLinks root_links = RootLinks::follow);
@@ -94,7 +98,8 @@ class Listing {
     bool is_link;
   };
 
-  /// Reads the listing of `directory` to its end, in place of what was held before.
+  /// Reads the listing of `directory` from where it stands to its end, in place of what was
+  /// held before.
   /// Returns an errno value, 0 on success; on failure the listing is empty.
   int read(const FileDescriptor& directory);
 
@@ -113,6 +118,9 @@ class Listing {
     bool is_directory;
     bool is_link;
   };
+  /// Adds what the system gives as one entry; `type` is its d_type (DT_UNKNOWN and the others).
+  void add(const FileDescriptor& directory, const char* name, unsigned char type);
+
   std::string _names;
   std::vector<Record> _records;
 };

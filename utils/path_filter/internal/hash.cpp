@@ -1,18 +1,12 @@
 #include "utils/path_filter/internal/hash.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <system_error>
+#include <random>
 
 namespace path_filter::internal {
 
 std::uint64_t random_seed() {
-  std::uint64_t seed = 0;
-  if (::getentropy(&seed, sizeof seed) != 0) {
-    throw std::system_error(errno, std::generic_category(), "no random bytes for the hashes");
-  }
-  return seed;
+  std::random_device random;
+  return std::uniform_int_distribution<std::uint64_t>()(random);
 }
 
 }  // namespace path_filter::internal

@@ -11,7 +11,7 @@
 
 namespace path_filter::internal {
 
-/// Random bytes of the system.
+/// Random bytes of the system. Throws a std::runtime_error when there are none.
 std::uint64_t random_seed();
 
 /// The seed of every hash, drawn once for the process: names in a repository cannot be

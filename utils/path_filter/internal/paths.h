@@ -5,20 +5,19 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
+
+#include "utils/path_filter/internal/platform.h"
 
 namespace path_filter::internal {
 
 /// A path split at its last "/"; without one it is all name.
 struct SplitPath {
   explicit SplitPath(std::string_view path) : name(path) {
-    if (path.empty()) return;
-    // The library's rfind goes byte by byte, this does not.
-    if (const void* found = ::memrchr(path.data(), '/', path.size())) {
-      const auto slash = static_cast<std::size_t>(static_cast<const char*>(found) - path.data());
+    if (const char* found = find_last(path, '/')) {
+      const auto slash = static_cast<std::size_t>(found - path.data());
       directory = path.substr(0, slash);
       name = path.substr(slash + 1);
     }
