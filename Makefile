@@ -4,10 +4,11 @@
 ROOT ?= .
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
+PYTHON ?= python3
 RELEASE = build/release/program/path-filter
 
 .PHONY: help run test build libraries install uninstall package packages test-clang test-posix \
-  test-tsan test-asan test-package lint share mutants bench fuzz fuzz-git clean
+  test-tsan test-asan test-package test-python lint share mutants bench fuzz fuzz-git clean
 
 run: build  ## list the indexable files of ROOT (.)
 	@$(RELEASE) list "$(ROOT)"
@@ -21,10 +22,18 @@ build: packages  ## build the program, optimised
 	@cmake --preset release >&2
 	@cmake --build --preset release -j $(JOBS) >&2
 
-test: packages  ## build everything and run all tests
+test: packages  ## build everything and run all tests, those of the Python package too
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS)
 	ctest --preset gcc -j $(JOBS)
+	$(MAKE) --no-print-directory test-python
+
+# PYTHON=python3.13 make test-python: with another Python, of 3.10 and later.
+test-python: VENV = build/venv-$(shell $(PYTHON) -c 'import sys; print(*sys.version_info[:2], sep=".")')
+test-python: packages  ## build the Python package and run its tests
+	[ -x $(VENV)/bin/python ] || $(PYTHON) -m venv $(VENV)
+	$(VENV)/bin/pip install --quiet '.[test]'
+	$(VENV)/bin/python -m pytest --quiet python/tests
 
 # With clang, without what only Linux has, or with a sanitizer.
 test-clang test-posix test-tsan test-asan: test-%: packages  ## the same in another way

@@ -61,6 +61,8 @@ struct Decisions {
 
   using ByLanguage = std::unordered_map<std::string, nb::object, Hash, std::equal_to<>>;
   std::array<ByLanguage, ALL_EXCLUSIONS.size() + 1> shared;  // the first: of indexed files
+  // The last one that was asked for: most files are of the language of the file before.
+  std::pair<const ByLanguage*, const ByLanguage::value_type*> last{};
 
   nb::object make(const Decision& decision) const {
     const auto kind = decision.kind();
@@ -76,9 +78,11 @@ struct Decisions {
     ByLanguage& known = shared[kind ? static_cast<std::size_t>(*kind) + 1 : 0];
     const std::string_view language =
         decision.language() ? std::string_view(*decision.language()) : std::string_view();
-    const auto found = known.find(language);
-    if (found != known.end()) return found->second;
-    return known.emplace(language, make(decision)).first->second;
+    if (last.first == &known && last.second->first == language) return last.second->second;
+    auto found = known.find(language);
+    if (found == known.end()) found = known.emplace(language, make(decision)).first;
+    last = {&known, &*found};
+    return found->second;
   }
 };
 
@@ -392,12 +396,13 @@ nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& ar
     if (PyUnicode_Check(argument) == 0) fail_type("path", "text, a blob or NULL", argument);
     return nb::int_(_sql_is_test_path(PathBytes(argument, "path")) ? 1 : 0);
   } catch (...) {
+    const nb::object function = nb::handle(module).attr("_sql_is_test_path");
     set_current_exception();
     PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
     PyErr_Fetch(&type, &value, &trace);
     PyErr_Restore(nb::borrow(type).release().ptr(), nb::borrow(value).release().ptr(),
                   nb::borrow(trace).release().ptr());
-    PyErr_WriteUnraisable(nb::object(nb::handle(module).attr("_sql_is_test_path")).ptr());
+    PyErr_WriteUnraisable(function.ptr());
     PyErr_Restore(type, value, trace);
     nb::raise_python_error();
   }

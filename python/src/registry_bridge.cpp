@@ -3,6 +3,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -38,11 +39,25 @@ struct HostRegistry {
   std::unordered_map<std::string, Record> records;  // by their values
   std::deque<language_registry::TextSet> test_dir_names;
   std::deque<std::vector<std::string_view>> test_file_globs;
+  nb::object last_argument;
+  std::string last_name;  // its bytes
+  std::string_view last_kept;
   nb::object last_test_dir_names;  // what test_dir_names.back() was made of, when it is a frozenset
 };
 
 /// Null for the default registry; never freed, as a question may come until the very end.
 HostRegistry* host = nullptr;
+
+/// The interpreter's lock, which all who ask from Python hold already.
+class InterpreterLock {
+ public:
+  InterpreterLock() {
+    if (PyGILState_Check() == 0) _taken.emplace();
+  }
+
+ private:
+  std::optional<nb::gil_scoped_acquire> _taken;
+};
 
 nb::object attribute(nb::handle object, const char* name) {
   PyObject* found = PyObject_GetAttrString(object.ptr(), name);
@@ -57,7 +72,12 @@ nb::object called(const nb::object& function) {
 }
 
 nb::object called(const nb::object& function, std::string_view name) {
-  const nb::str argument = to_str(name);
+  // A question asks several functions about one name.
+  if (host->last_name != name || !host->last_argument.is_valid()) {
+    host->last_argument = to_str(name);
+    host->last_name = name;
+  }
+  const nb::object argument = host->last_argument;
   PyObject* result = PyObject_CallOneArg(function.ptr(), argument.ptr());
   if (result == nullptr) nb::raise_python_error();
   return nb::steal(result);
@@ -77,9 +97,10 @@ std::string_view text_of(const nb::object& object, const char* function) {
 }
 
 std::string_view kept(std::string_view text) {
+  if (text == host->last_kept) return host->last_kept;
   auto found = host->texts.find(text);
   if (found == host->texts.end()) found = host->texts.emplace(text).first;
-  return *found;
+  return host->last_kept = *found;
 }
 
 }  // namespace
@@ -118,7 +139,7 @@ using namespace path_filter::python;
 
 const TextSet& Languages::test_dir_names() const {
   if (host == nullptr) return default_registry::test_dir_names();
-  const nb::gil_scoped_acquire hold;
+  const InterpreterLock hold;
   nb::object names = called(languages("test_dir_names"));
   // A frozenset cannot change: the same one needs no second look.
   if (names.is(host->last_test_dir_names)) return host->test_dir_names.back();
@@ -137,7 +158,7 @@ const TextSet& Languages::test_dir_names() const {
 
 std::span<const std::string_view> Languages::test_file_globs() const {
   if (host == nullptr) return default_registry::test_file_globs();
-  const nb::gil_scoped_acquire hold;
+  const InterpreterLock hold;
   const nb::object globs = called(languages("test_file_globs"));
   std::vector<std::string_view> views;
   for (nb::handle glob : nb::iter(globs)) {
@@ -148,7 +169,7 @@ std::span<const std::string_view> Languages::test_file_globs() const {
 
 const LanguageRecord* Languages::classify(std::string_view name) const {
   if (host == nullptr) return default_registry::classify(name);
-  const nb::gil_scoped_acquire hold;
+  const InterpreterLock hold;
   const nb::object record = called(languages("classify"), name);
   if (record.is_none()) return nullptr;
   const nb::object tier = attribute(record, "tier");
@@ -176,7 +197,7 @@ const LanguageRecord* Languages::classify(std::string_view name) const {
 
 std::optional<std::string_view> detect_language(std::string_view name) {
   if (host == nullptr) return default_registry::detect_language(name);
-  const nb::gil_scoped_acquire hold;
+  const InterpreterLock hold;
   const nb::object language = called(host->detect_language, name);
   if (language.is_none()) return std::nullopt;
   return kept(text_of(language, "detect_language()"));
@@ -184,7 +205,7 @@ std::optional<std::string_view> detect_language(std::string_view name) {
 
 bool is_lockfile(std::string_view name) {
   if (host == nullptr) return default_registry::is_lockfile(name);
-  const nb::gil_scoped_acquire hold;
+  const InterpreterLock hold;
   const int answer = PyObject_IsTrue(called(host->is_lockfile, name).ptr());
   if (answer < 0) nb::raise_python_error();
   return answer != 0;
@@ -192,7 +213,7 @@ bool is_lockfile(std::string_view name) {
 
 std::string_view tier_of(std::string_view language) {
   if (host == nullptr) return default_registry::tier_of(language);
-  const nb::gil_scoped_acquire hold;
+  const InterpreterLock hold;
   return kept(text_of(called(host->tier_of, language), "tier_of()"));
 }
 
