@@ -440,3 +440,12 @@ def test_public_names_are_there():
     assert path_filter.TEST_FILE_GLOBS == registry.LANGUAGES.test_file_globs()
     assert registry.LANGUAGES.classify("a.py").tier == registry.tier_of("python") == "code"
     assert registry.LANGUAGES.classify("a.nothing") is registry.detect_language("a.nothing") is None
+
+
+def test_the_readme_runs_as_written(tmp_path, monkeypatch, capsys):
+    readme = pathlib.Path(__file__).parents[2] / "README.md"
+    code = readme.read_text().split("```python\n")[1].split("```")[0]
+    monkeypatch.chdir(tmp_path)
+    exec(code, {})
+    says = [line.partition("  # ")[2] for line in code.splitlines() if line.startswith("print")]
+    assert capsys.readouterr().out.splitlines() == says
