@@ -13,13 +13,13 @@ using Row = std::array<std::string, 3>;
 TEST(GitIgnore, LinesOfAFile) {
   for (const char* end : {"\n", "\r\n", "\r", "\v", "\f", "\x1C", "\x1D", "\x1E", "\xC2\x85",
                           "\xE2\x80\xA8", "\xE2\x80\xA9"}) {
-    const std::string content("\uFEFFx\n# c\n\n  \n!a\x1F/ \nb\xE2\x80");
+    const std::string content("\n\uFEFFx\n# c\n\n  \n!a\x1F/ \nb\xE2\x80");
     const auto rules = _ignore_rules_in(content + end + "\\  ");
     std::string seen;
     for (const auto& [text, line, include] : rules->patterns()) {
       seen.append(text).append(include ? " + " : " - ").append(std::to_string(line)).append("\n");
     }
-    EXPECT_EQ(seen, "\uFEFFx + 1\n!a\x1F/ - 5\nb\uFFFD + 6\n\\  + 7\n") << end;
+    EXPECT_EQ(seen, "\uFEFFx + 2\n!a\x1F/ - 6\nb\uFFFD + 7\n\\  + 8\n") << end;
   }
 }
 
@@ -31,6 +31,10 @@ TEST(GitIgnore, WhatHoldsNoRulesOrCannotBeRead) {
   tree.link("link", "file");
   ASSERT_EQ(::mkfifo((tree / "fifo").c_str(), 0600), 0);
   EXPECT_TRUE(_read_ignore_rules(tree / "link"));
+  // A file that has more than it says, as one that is being written.
+  std::string version;
+  std::getline(std::ifstream("/proc/version"), version);
+  EXPECT_EQ(_read_ignore_rules("/proc/version").value().patterns()[0].text, version);
   for (const auto& [path, problem, end] :
        {Row{"none"}, Row{"missing"}, Row{"file/x"}, Row{".", ": Is a directory", "\n"},
         Row{"fifo", ": Not a regular file", "\n"}, Row{"large", ": File too large", "\n"},

@@ -39,7 +39,8 @@ TEST(LanguageRegistry, KnowsNoLanguageForOtherNames) {
   const std::string many(1 << 20, 'x'), dots(1 << 20, '.');
   for (const std::string& name :
        {""s, "."s, ".."s, "a"s, "a."s, ".c"s, "c"s, "py"s, "a.out"s, "a.tar.gz"s, "Makefilex"s,
-        "xMakefile"s, "XDockerfile.dev"s, "makeFILE"s, "a.c~"s, "a.c\n"s, "a.c/"s, "a.c\0"s})
+        "xMakefile"s, "XDockerfile.dev"s, "makeFILE"s, ".sublime-color-scheme"s, "a.c~"s, "a.c\n"s,
+        "a.c/"s, "a.c\0"s})
     EXPECT_TRUE(!detect_language(name) && !LANGUAGES.classify(name) && !is_lockfile(name)) << name;
   for (const std::string& name : {"a.\0c"s, "\xff\xfe.\x80\xbf"s, "a.é"s, many, dots,
                                   many + ".unknown", "a." + many, "a.@"s, "a.["s, "a.\xe3"s})

@@ -3,6 +3,13 @@
 #include "utils/language_registry/default_registry.h"
 #include "utils/language_registry/language_registry.h"
 
+/// Asked for by name where this library is linked: so it is, wherever it stands among the
+/// others.
+extern "C" {
+[[gnu::visibility("default")]] extern const char path_filter_default_registry;
+const char path_filter_default_registry = 0;
+}
+
 namespace language_registry {
 
 const TextSet& Languages::test_dir_names() const { return default_registry::test_dir_names(); }
