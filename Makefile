@@ -8,7 +8,8 @@ PYTHON ?= python3
 RELEASE = build/release/program/path-filter
 
 .PHONY: help run test build libraries install uninstall package packages test-clang test-posix \
-  test-tsan test-asan test-package test-python lint share mutants bench fuzz fuzz-git clean
+  test-tsan test-asan test-package test-python lint share mutants bench \
+  bench-python fuzz fuzz-git clean
 
 run: build  ## list the indexable files of ROOT (.)
 	@$(RELEASE) list "$(ROOT)"
@@ -29,7 +30,7 @@ test: packages  ## build everything and run all tests, those of the Python packa
 	$(MAKE) --no-print-directory test-python
 
 # PYTHON=python3.13 make test-python: with another Python, of 3.10 and later.
-test-python: VENV = build/venv-$(shell $(PYTHON) -c 'import sys; print(*sys.version_info[:2], sep=".")')
+test-python bench-python: VENV = build/venv-$(shell $(PYTHON) -c 'import sys; print(*sys.version_info[:2], sep=".")')
 test-python: packages  ## build the Python package and run its tests
 	[ -x $(VENV)/bin/python ] || $(PYTHON) -m venv $(VENV)
 	$(VENV)/bin/pip install --quiet '.[test]'
@@ -65,6 +66,13 @@ bench: packages  ## measure
 	cmake --preset bench
 	cmake --build --preset bench -j $(JOBS)
 	benchmarks/compare.sh build/bench
+
+bench-python: test-python  ## measure the Python package
+	scripts/install-packages.sh bench
+	$(VENV)/bin/pip install --quiet pathspec
+	cmake --preset bench
+	cmake --build --preset bench -j $(JOBS)
+	PYTHON=$(VENV)/bin/python benchmarks/compare.sh build/bench python
 
 # SECONDS=900 make fuzz: how long it runs.
 fuzz: packages  ## run the fuzzer for SECONDS (60)

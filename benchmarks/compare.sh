@@ -5,9 +5,9 @@
 #   benchmarks/compare.sh BUILD_DIR [PART...]
 #
 # The parts are process (whole processes), calls (their system calls), memory (a tree of a
-# million files), scope, rules and sql (the programs of those names in this directory). All
-# but sql, which no line of the table needs, run when none is named. "scope rules" is what is
-# quick.
+# million files), scope, rules and sql (the programs of those names in this directory), and
+# python (the package, as PYTHON has it). All but sql and python,
+# which no line of the table needs, run when none is named. "scope rules" is what is quick.
 #
 # ROUNDS and REPETITIONS say how often processes (4 runs a round) and functions are measured.
 # The two sides of a ratio take turns and the fastest run of each counts, for other work on
@@ -44,7 +44,7 @@ done
 [ -x "$path_filter" ] || fail "$path_filter is missing; build the preset bench"
 for word in $parts; do
   case $word in
-    process | calls | memory | scope | rules | sql) ;;
+    process | calls | memory | scope | rules | sql | python) ;;
     *) fail "there is no part $word" ;;
   esac
 done
@@ -295,4 +295,11 @@ if part sql; then
   progress "sql_benchmark"
   echo
   "$build/benchmarks/sql_benchmark" --benchmark_min_time=0.1
+fi
+
+if part python; then
+  progress "python_benchmark"
+  echo
+  ROUNDS=$rounds "${PYTHON:-python3}" "$here/python_benchmark.py" \
+    "$build/benchmarks/scope_benchmark" "$tree"
 fi
