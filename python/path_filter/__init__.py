@@ -52,6 +52,7 @@ __all__ = [
     "IndexLimits",
     "IndexScope",
     "MINIFIED_FILE_GLOBS",
+    "SQLITE_EXTENSION",
     "SQL_TEST_PATH_FN",
     "TEST_DIR_NAMES",
     "TEST_FILE_GLOBS",
@@ -97,6 +98,10 @@ SQL_TEST_PATH_FN: str = _core.SQL_TEST_PATH_FN
 DEFAULT_MAX_FILE_SIZE_MB: int = _core.DEFAULT_MAX_FILE_SIZE_MB
 INDEX_DATA_DIR: str = _core.INDEX_DATA_DIR
 IGNORE_FILE_NAME: str = _core.IGNORE_FILE_NAME
+
+SQLITE_EXTENSION: str = _core.__file__
+"""A loadable extension for connections that are not sqlite3's: what register_path_functions
+does, with the same memo."""
 
 _core.set_records(Decision, tuple(Exclusion))
 _core.set_sink(lambda message, arguments: logger.warning(message, *arguments))
