@@ -61,9 +61,7 @@ if(PATH_FILTER_SQL)
     "path_filter, sqlite3" "" "" "")
 endif()
 
-if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)
-  install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-endif()
+install(FILES LICENSE NOTICE CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 
 # --- Packages, which `make package` makes of both build trees.
 if(PROJECT_IS_TOP_LEVEL)
