@@ -44,7 +44,7 @@ class Memo {
   }
 
   void store(Argument path, bool is_test) {
-    Entry entry{std::optional<std::string>(path), is_test};
+    Entry entry{path ? std::make_optional<std::string>(*path) : std::nullopt, is_test};
     const std::lock_guard hold(_lock);
     const auto [place, inserted] = _by_use.push_front(std::move(entry));
     // Another thread may have stored the same answer since this one asked.
