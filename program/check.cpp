@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,6 +12,7 @@
 #include <system_error>
 
 #include "program/commands.h"
+#include "program/directory.h"
 #include "program/file_size.h"
 #include "program/output.h"
 #include "utils/path_filter/internal/text.h"
@@ -71,24 +73,41 @@ class InputPaths {
   std::size_t _searched = 0;  // no end before here
 };
 
-/// The scope and the two absolute forms of its root, as text and without its links.
-struct CheckedRoot {
+/// The scope, and how a path as the shell wrote it becomes one below its root.
+class CheckedRoot {
+ public:
   explicit CheckedRoot(const Settings& settings)
-      : scope(std::filesystem::absolute(settings.root).lexically_normal(),
-              scope_options(settings, &relative_excludes_file)),
-        resolved(std::filesystem::canonical(settings.root)) {}
+      : _base(std::filesystem::absolute(settings.root.value_or(".")).lexically_normal()),
+        _top(find_place(settings.root.value_or("."), settings.root).root),
+        scope(_top, scope_options(settings, &relative_excludes_file)) {
+    if (settings.root) _named = _base;
+  }
 
-  /// `path` relative to the root: as it is, but for an absolute one below the root.
-  std::string_view relative(std::string_view path, std::string& storage) const {
-    if (!path.starts_with('/')) return path;
-    auto below = scope.relative(path);
-    if (!below) below = IndexScope(resolved).relative(path);
-    if (!below) {
-      throw std::invalid_argument(path_filter::internal::quoted(path) + " is not below the root " +
-                                  printable(scope.root.native()));
+  /// `path`, which is relative to the current directory or to --root, relative to the root; a
+  /// "/" at its end stays. Throws std::invalid_argument for a path outside the root.
+  std::string relative(std::string_view path) const {
+    std::filesystem::path absolute = (_base / path).lexically_normal();
+    const bool is_directory = !absolute.has_filename();
+    if (is_directory && absolute.has_relative_path()) absolute = absolute.parent_path();
+    // Links may lead to the root, or out of it and back.
+    for (const auto& form : {absolute, resolved(absolute)}) {
+      if (form == _top || form == _named) return "/";
+      auto below = scope.relative(form);
+      if (!below && !_named.empty()) below = IndexScope(_named).relative(form);
+      if (below) return std::move(*below) + (is_directory ? "/" : "");
     }
-    storage = std::move(*below);
-    return storage;
+    throw std::invalid_argument("outside the repository " + printable(_top.native()));
+  }
+
+  /// What decided about the directory at `path`, or the file there.
+  Explanation answer(std::string_view path, bool verbose) const {
+    if (std::string directory(path.substr(0, path.find_last_not_of('/') + 1));
+        directory.size() < path.size() || is_directory(directory)) {
+      auto excluded = exclusion_of(scope, directory);
+      return excluded ? std::move(*excluded) : Explanation{Decision(true)};
+    }
+    const path_filter::FileFacts facts{.size = size_for_limits(scope, path)};
+    return verbose ? explain(path, facts) : Explanation{scope.is_indexable(path, facts)};
   }
 
   /// What decided about a path, with each ignore file named as git names it.
@@ -102,8 +121,25 @@ struct CheckedRoot {
   }
 
   std::string relative_excludes_file;
-  IndexScope scope;
-  std::filesystem::path resolved;
+
+ private:
+  bool is_directory(const std::string& path) const {
+    struct stat status {};
+    return ::lstat((_top.native() + '/' + path).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  }
+
+  /// `path` with the links on the way to its last component followed.
+  static std::filesystem::path resolved(const std::filesystem::path& path) {
+    std::error_code unresolved;
+    return std::filesystem::weakly_canonical(path.parent_path(), unresolved) / path.filename();
+  }
+
+  std::filesystem::path _base;   // of relative paths
+  std::filesystem::path _top;    // the root, without links
+  std::filesystem::path _named;  // and as --root names it
+
+ public:
+  const IndexScope scope;
 };
 
 /// What decided, in one column for a reader: the rule as `git check-ignore -v` prints
@@ -141,8 +177,10 @@ void print_text(Output& output, std::string_view path, const Explanation& explan
                 const IndexScope& scope, bool verbose) {
   const Decision& decision = explanation.decision;
   output << printable(path) << '\t';
-  if (decision) {
+  if (decision && decision.language()) {
     output << "indexed\t" << *decision.language();
+  } else if (decision) {
+    output << "indexable\ta directory";
   } else {
     output << to_string(*decision.kind()) << '\t' << decision.reason();
   }
@@ -153,20 +191,15 @@ void print_text(Output& output, std::string_view path, const Explanation& explan
 }  // namespace
 
 int check(const CheckOptions& options) {
-  require_directory(options.settings.root);
   const CheckedRoot root(options.settings);
   const IndexScope& scope = root.scope;
   Output output;
   int status = 0;
 
   const auto ask = [&](std::string_view path) {
-    std::string storage;
     try {
-      const std::string_view relative = root.relative(path, storage);
-      const path_filter::FileFacts facts{.size = size_for_limits(scope, relative)};
-      const Explanation explanation = options.verbose
-                                          ? root.explain(relative, facts)
-                                          : Explanation{scope.is_indexable(relative, facts)};
+      const std::string relative = root.relative(path);
+      const Explanation explanation = root.answer(relative, options.verbose);
       if (options.json) {
         print_json(output, path, relative, explanation, options.verbose);
       } else {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "program/commands.h"
+#include "program/directory.h"
 #include "program/file_size.h"
 #include "program/output.h"
 #include "utils/path_filter/test_code.h"
@@ -19,8 +20,8 @@ using path_filter::Exclusion;
 using path_filter::IndexScope;
 
 int list(const ListOptions& options) {
-  require_directory(options.settings.root);
-  const IndexScope scope(options.settings.root, scope_options(options.settings));
+  const Place place = find_place(options.settings.directory, options.settings.root);
+  const IndexScope scope(place.root, scope_options(options.settings));
   Output output;
   int status = 0;
 
@@ -37,26 +38,34 @@ int list(const ListOptions& options) {
       output << json_line(object) << '\n';
       return;
     }
-    if (options.null || is_printable(path)) {
-      output << path;
-    } else {
-      output << printable(path);
-    }
+    const std::string shown = place.shown(path);
+    output << (options.null ? shown : printable(shown));
     if (options.excluded) {
       output << separator << to_string(*decision.kind()) << separator << decision.reason();
     }
     output << end;
   };
 
+  if (const auto excluded = exclusion_of(scope, place.below); excluded && options.excluded) {
+    print(place.below + '/', excluded->decision);
+    output.flush();
+    return status;
+  } else if (excluded) {
+    std::cerr << "path-filter: " << printable(options.settings.directory) << ": "
+              << excluded->decision.reason() << '\n';
+    return status;
+  }
   path_filter::Walk walk = scope.walk(
       [&](const std::filesystem::filesystem_error& error) {
-        complain(error.path1().native(), error.code().message());
+        complain(place.shown(error), error.code().message());
       },
-      {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
-        // All that a directory holds is left out with it: one line names it.
-        if (!options.excluded) return;
-        print(std::string(rel_dir) + '/', path_filter::_excluded(kind));
-      }});
+      {.on_pruned =
+           [&](std::string_view rel_dir, Exclusion kind) {
+             // All that a directory holds is left out with it: one line names it.
+             if (!options.excluded) return;
+             print(std::string(rel_dir) + '/', path_filter::_excluded(kind));
+           },
+       .below = place.below});
   // A repository that is nothing but tests has them as its production surface: they
   // are kept until the first file that is none.
   std::vector<std::pair<std::string, Decision>> only_tests;
@@ -77,9 +86,9 @@ int list(const ListOptions& options) {
       }
       print(path, decision);
     } catch (const std::invalid_argument& error) {
-      complain(path, error.what());
+      complain(place.shown(path), error.what());
     } catch (const FileSizeError& error) {
-      complain(path, error.what());
+      complain(place.shown(path), error.what());
     }
     if (output.closed()) return status;
   }

@@ -18,7 +18,16 @@ using path_filter::internal::printable;
 constexpr int USAGE_STATUS = 2;
 
 void add_root(CLI::App& command, program::Settings& settings) {
-  command.add_option("ROOT", settings.root, "The repository's root")->capture_default_str();
+  command
+      .add_option("--root", settings.root,
+                  "The repository's root; else the nearest directory above that has a .git")
+      ->type_name("DIR");
+}
+
+void add_directory(CLI::App& command, program::Settings& settings) {
+  command.add_option("DIR", settings.directory, "A directory of the repository, or its root")
+      ->capture_default_str();
+  add_root(command, settings);
 }
 
 void add_limits(CLI::App& command, program::Settings& settings) {
@@ -51,8 +60,8 @@ int run(int argc, char** argv) {
   });
 
   program::ListOptions list;
-  auto* list_command = app.add_subcommand("list", "Print the indexable files below ROOT");
-  add_root(*list_command, list.settings);
+  auto* list_command = app.add_subcommand("list", "Print the indexable files below DIR");
+  add_directory(*list_command, list.settings);
   list_command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
   list_command->add_flag("--json", list.json, "Print each decision as one line of JSON");
   auto* excluded = list_command->add_flag(
@@ -74,12 +83,10 @@ int run(int argc, char** argv) {
   // as it was given.
   constexpr int ALL = CLI::detail::expected_max_vector_size;
   auto* paths = check_command->add_option("PATH")
-                    ->description("Paths, relative to the root or below it")
+                    ->description("Paths as the shell has them; with --root, relative to that")
                     ->expected(ALL, ALL)
                     ->take_all();
-  check_command->add_option("--root", check.settings.root, "The repository's root")
-      ->type_name("DIR")
-      ->capture_default_str();
+  add_root(*check_command, check.settings);
   check_command->add_flag("--stdin", check.read_stdin, "Read paths from standard input too");
   check_command->add_flag("-0,--null", check.null, "Paths on standard input end with NUL");
   check_command->add_flag("--json", check.json, "Print each decision as one line of JSON");
@@ -92,7 +99,7 @@ int run(int argc, char** argv) {
   program::SummaryOptions summary;
   auto* summary_command =
       app.add_subcommand("summary", "Count what is in and out, by language and kind");
-  add_root(*summary_command, summary.settings);
+  add_directory(*summary_command, summary.settings);
   add_limits(*summary_command, summary.settings);
 
   bool languages_json = false;

@@ -2,6 +2,7 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <iostream>
 #include <sstream>
 #include <string_view>
@@ -104,16 +105,59 @@ path_filter::IndexScopeOptions scope_options(const Settings& settings,
   return {.limits = read_limits(settings), .excludes_file = find};
 }
 
-void require_directory(const std::filesystem::path& root) {
+namespace {
+
+void require_directory(const std::filesystem::path& directory) {
   std::error_code error;
-  const auto status = std::filesystem::status(root, error);
+  const auto status = std::filesystem::status(directory, error);
   if (std::filesystem::is_directory(status)) return;
   if (!error && std::filesystem::exists(status)) {
     error = std::make_error_code(std::errc::not_a_directory);
   } else if (!error) {
     error = std::make_error_code(std::errc::no_such_file_or_directory);
   }
-  throw UsageError("the root " + printable(root.native()) + ": " + error.message());
+  throw UsageError(printable(directory.native().empty() ? "''" : directory.native()) + ": " +
+                   error.message());
+}
+
+}  // namespace
+
+Place find_place(const std::string& directory, const std::optional<std::string>& root) {
+  require_directory(directory);
+  const auto asked = std::filesystem::canonical(directory);
+  Place place{asked, "", directory};
+  if (root) {
+    require_directory(*root);
+    place.root = std::filesystem::canonical(*root);
+  } else {
+    for (auto top = asked;; top = top.parent_path()) {
+      std::error_code unexamined;
+      if (std::filesystem::exists(top / ".git", unexamined)) {
+        place.root = top;
+        break;
+      }
+      if (top == top.parent_path()) break;
+    }
+  }
+  if (auto below = path_filter::IndexScope(place.root).relative(asked)) {
+    place.below = std::move(*below);
+  } else if (asked != place.root) {
+    throw UsageError(printable(directory) + ": outside the root " + printable(*root));
+  }
+  if (place.prefix == "." || place.prefix == "./") place.prefix.clear();
+  if (!place.prefix.empty() && !place.prefix.ends_with('/')) place.prefix += '/';
+  return place;
+}
+
+std::string Place::shown(std::string_view path) const {
+  const std::size_t cut = below.empty() ? 0 : below.size() + 1;
+  return prefix + std::string(path.substr(std::min(cut, path.size())));
+}
+
+std::string Place::shown(const std::filesystem::filesystem_error& error) const {
+  const auto path = path_filter::IndexScope(root).relative(error.path1());
+  const std::string name = shown(path.value_or(""));
+  return name.empty() ? "." : name;
 }
 
 }  // namespace program

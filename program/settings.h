@@ -18,7 +18,8 @@ class UsageError : public std::runtime_error {
 };
 
 struct Settings {
-  std::string root = ".";
+  std::string directory = ".";      // what is asked about
+  std::optional<std::string> root;  // the repository's, when it is not to be looked for
   std::optional<std::string> config;
   std::optional<std::string> max_file_size_mb;
   std::optional<std::string> languages;  // names, separated by commas
@@ -35,8 +36,27 @@ std::optional<path_filter::IndexLimits> read_limits(const Settings& settings);
 path_filter::IndexScopeOptions scope_options(const Settings& settings,
                                              std::string* relative_excludes_file = nullptr);
 
-/// Throws UsageError when `root` is not a directory.
-void require_directory(const std::filesystem::path& root);
+/// Where a command works.
+struct Place {
+  /// Of the scope: what --root says, or else the nearest directory, at or above the one asked
+  /// about, that has a `.git`, or else that directory itself.
+  /// Absolute, without links.
+  std::filesystem::path root;
+  /// The directory asked about, relative to the root; "" for the root.
+  std::string below;
+  /// What stands before a path below that directory, as the user named it: nothing for ".",
+  /// or else the directory with a "/" at its end.
+  std::string prefix;
+
+  /// A path below that directory, relative to the root, as the user would name it.
+  std::string shown(std::string_view path) const;
+  /// A directory that a walk could not list.
+  std::string shown(const std::filesystem::filesystem_error& error) const;
+};
+
+/// Throws UsageError when the directory or the root is no directory, or the one is not at or
+/// below the other.
+Place find_place(const std::string& directory, const std::optional<std::string>& root);
 
 }  // namespace program
 

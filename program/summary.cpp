@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "program/commands.h"
+#include "program/directory.h"
 #include "program/file_size.h"
 #include "program/output.h"
 #include "utils/path_filter/internal/file_system.h"
@@ -131,8 +132,12 @@ void print_heading(Output& output, std::string_view title) {
 
 int summarize(const SummaryOptions& options) {
   constexpr std::size_t MOST_PRUNED = 10;
-  require_directory(options.settings.root);
-  const IndexScope scope(options.settings.root, scope_options(options.settings));
+  const Place place = find_place(options.settings.directory, options.settings.root);
+  const IndexScope scope(place.root, scope_options(options.settings));
+  if (const auto excluded = exclusion_of(scope, place.below)) {
+    throw UsageError(printable(options.settings.directory) +
+                     " is left out: " + std::string(excluded->decision.reason()));
+  }
   int status = 0;
   Count in;
   Count out;
@@ -149,11 +154,14 @@ int summarize(const SummaryOptions& options) {
     };
     path_filter::Walk walk = scope.walk(
         [&](const std::filesystem::filesystem_error& error) {
-          complain(error.path1().native(), error.code().message());
+          complain(place.shown(error), error.code().message());
         },
-        {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
-          pruned.push_back({std::string(rel_dir), kind, count_below(scope, rel_dir, progress)});
-        }});
+        {.on_pruned =
+             [&](std::string_view rel_dir, Exclusion kind) {
+               pruned.push_back(
+                   {place.shown(rel_dir), kind, count_below(scope, rel_dir, progress)});
+             },
+         .below = place.below});
     for (const std::string& path : walk) {
       progress.step();
       try {
@@ -164,9 +172,9 @@ int summarize(const SummaryOptions& options) {
         if (decision && path_filter::is_test_path(path)) tests.add(bytes);
         (decision ? languages[*decision.language()] : exclusions[*decision.kind()]).add(bytes);
       } catch (const std::invalid_argument& error) {
-        complain(path, error.what());
+        complain(place.shown(path), error.what());
       } catch (const FileSizeError& error) {
-        complain(path, error.what());
+        complain(place.shown(path), error.what());
       }
     }
   }

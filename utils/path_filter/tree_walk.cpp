@@ -24,7 +24,8 @@ class Walk::State {
       : _root(scope.root),
         _scope(state),
         _on_error(std::move(on_error)),
-        _options(std::move(options)) {}
+        _options(std::move(options)),
+        _path(_options.below.empty() ? "" : _options.below + '/') {}
 
   const std::string& path() const { return _path; }
   Decision decide(FileFacts facts) const { return _listed->decide(_path, facts); }
@@ -50,6 +51,7 @@ class Walk::State {
 
   bool step();
   void visit(FileDescriptor& last);
+  void find_top();
   int open(FileDescriptor& directory);
   FileContent read_ignore_file(std::string_view rel_dir, const FileDescriptor& directory) const;
   bool admits(bool is_link);
@@ -91,6 +93,7 @@ bool Walk::State::step() {
   FileDescriptor last;  // the directory that this step listed last, open until its end
   if (!_begun) {
     _begun = true;
+    find_top();
     visit(last);
   }
   for (;;) {
@@ -138,10 +141,11 @@ void Walk::State::visit(FileDescriptor& last) {
   const IgnoreFileReader read = [&](std::string_view rel_dir) {
     return read_ignore_file(rel_dir, directory);
   };
-  if (_levels.empty()) {
+  if (_below.empty()) {
     _listed.emplace(_scope, read);
   } else {
-    _listed.emplace(_scope, *_levels.back().directory, _below, read);
+    const auto& parent = _levels.empty() ? _scope.directory_of(_below) : *_levels.back().directory;
+    _listed.emplace(_scope, parent, _below, read);
   }
   Level level{&_listed->directory(), _prefix, {}, 0};
   for (std::size_t index = 0; index < _listing.size(); ++index) {
@@ -160,24 +164,25 @@ void Walk::State::visit(FileDescriptor& last) {
   last = std::move(directory);
 }
 
-/// Opens the directory that _below names. The way to the root may lead through links: it
-/// is followed once, and from then on a directory is opened by its whole path, in one call
-/// that takes no link.
+/// The way to the root may lead through links: it is followed once, and from then on a
+/// directory is opened by its whole path, in one call that takes no link.
+void Walk::State::find_top() {
+  const internal::Blocking waits;
+  std::error_code unresolved;
+  _top = std::filesystem::canonical(_root, unresolved).native();
+}
+
+/// Opens the directory that _below names.
 int Walk::State::open(FileDescriptor& directory) {
-  const std::string& root = _root.native();
   if (!_below.empty() && !_top.empty()) {
     return internal::open_directory_below(_top, _below, directory, internal::RootLinks::refuse);
   }
-  std::error_code unresolved;
-  if (_below.empty()) {
-    const internal::Blocking waits;
-    _top = std::filesystem::canonical(_root, unresolved).native();
-  }
-  return internal::open_directory_below(root, _below, directory, internal::RootLinks::follow);
+  return internal::open_directory_below(_root.native(), _below, directory,
+                                        internal::RootLinks::follow);
 }
 
 /// The ignore file of the directory that is open, as its listing has it; or that of one
-/// above it, which is unread only when the scope has been refreshed since it was listed.
+/// above it, which is unread only where the walk begins and when the scope has been refreshed.
 FileContent Walk::State::read_ignore_file(std::string_view rel_dir,
                                           const FileDescriptor& directory) const {
   const std::string name(IGNORE_FILE_NAME);

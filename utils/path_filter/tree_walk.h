@@ -27,6 +27,10 @@ using PruneHandler = std::function<void(std::string_view rel_dir, Exclusion kind
 struct WalkOptions {
   internal::ByNameOnly by_name_only = internal::ByNameOnly();
   PruneHandler on_pruned = nullptr;
+  /// The directory at which the walk begins, relative to the root and as it is on disk; "" is
+  /// the root. Whether the scope admits it is not asked. The paths are relative to the root
+  /// all the same, and the rules above it hold.
+  std::string below = {};
 };
 
 /// The files below a scope's root, in directories that the scope admits, as paths
