@@ -81,33 +81,46 @@ class CheckedRoot {
         _top(find_place(settings.root.value_or("."), settings.root).root),
         scope(_top, scope_options(settings, &relative_excludes_file)) {
     if (settings.root) _named = _base;
+    if (const auto below = scope.relative(std::filesystem::canonical(_base)))
+      _prefix = *below + '/';
   }
 
   /// `path`, which is relative to the current directory or to --root, relative to the root; a
   /// "/" at its end stays. Throws std::invalid_argument for a path outside the root.
   std::string relative(std::string_view path) const {
+    while (path.starts_with("./") && path.size() > 2) path.remove_prefix(2);
+    // As git and find list them: nothing is to be resolved.
+    if (is_plain(path)) return _prefix + std::string(path);
     std::filesystem::path absolute = (_base / path).lexically_normal();
     const bool is_directory = !absolute.has_filename();
     if (is_directory && absolute.has_relative_path()) absolute = absolute.parent_path();
-    // Links may lead to the root, or out of it and back.
-    for (const auto& form : {absolute, resolved(absolute)}) {
-      if (form == _top || form == _named) return "/";
-      auto below = scope.relative(form);
-      if (!below && !_named.empty()) below = IndexScope(_named).relative(form);
+    for (const bool resolve : {false, true}) {
+      // Links may lead to the root, or out of it and back.
+      if (resolve) absolute = resolved(absolute);
+      if (absolute == _top || absolute == _named) return "/";
+      auto below = scope.relative(absolute);
+      if (!below && !_named.empty()) below = IndexScope(_named).relative(absolute);
       if (below) return std::move(*below) + (is_directory ? "/" : "");
     }
     throw std::invalid_argument("outside the repository " + printable(_top.native()));
   }
 
-  /// What decided about the directory at `path`, or the file there.
+  /// What decided about the directory at `path`, or the file there. A directory is what ends in
+  /// "/", and what is one on disk and has a name of no language: to look at each path on disk
+  /// would take four times as long as to answer.
   Explanation answer(std::string_view path, bool verbose) const {
-    if (std::string directory(path.substr(0, path.find_last_not_of('/') + 1));
-        directory.size() < path.size() || is_directory(directory)) {
-      auto excluded = exclusion_of(scope, directory);
-      return excluded ? std::move(*excluded) : Explanation{Decision(true)};
+    std::string directory(path.substr(0, path.find_last_not_of('/') + 1));  // npos + 1 is 0
+    if (directory.size() == path.size()) {
+      const path_filter::FileFacts facts{.size = size_for_limits(scope, path)};
+      Explanation answer =
+          verbose ? explain(path, facts) : Explanation{scope.is_indexable(path, facts)};
+      if (answer.decision.kind() != path_filter::Exclusion::unknown_language ||
+          !is_directory(directory)) {
+        return answer;
+      }
     }
-    const path_filter::FileFacts facts{.size = size_for_limits(scope, path)};
-    return verbose ? explain(path, facts) : Explanation{scope.is_indexable(path, facts)};
+    auto excluded = exclusion_of(scope, directory);
+    return excluded ? std::move(*excluded) : Explanation{Decision(true)};
   }
 
   /// What decided about a path, with each ignore file named as git names it.
@@ -123,6 +136,19 @@ class CheckedRoot {
   std::string relative_excludes_file;
 
  private:
+  /// Whether each component of a relative path is a name.
+  static bool is_plain(std::string_view path) {
+    bool at_name = true;
+    for (std::size_t at = 0; at < path.size(); ++at) {
+      if (at_name && (path[at] == '/' || path[at] == '.')) {
+        const std::string_view name = path.substr(at, path.find('/', at) - at);
+        if (name.empty() || name == "." || name == "..") return false;
+      }
+      at_name = path[at] == '/';
+    }
+    return !path.empty();
+  }
+
   bool is_directory(const std::string& path) const {
     struct stat status {};
     return ::lstat((_top.native() + '/' + path).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -137,6 +163,7 @@ class CheckedRoot {
   std::filesystem::path _base;   // of relative paths
   std::filesystem::path _top;    // the root, without links
   std::filesystem::path _named;  // and as --root names it
+  std::string _prefix;           // of _base below the root, with a "/" at its end
 
  public:
   const IndexScope scope;
