@@ -1,8 +1,7 @@
-"""The example indexer in a real repository: its table after any changes is a fresh pass's."""
+"""The example indexer: after any changes that it watched, its table is that of a fresh pass."""
 
 import contextlib
 import os
-import pathlib
 import random
 import shutil
 import sqlite3
@@ -15,19 +14,17 @@ from types import SimpleNamespace
 import pytest
 
 pytest.importorskip("watchdog")
-sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "examples" / "indexer"))
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../../examples/indexer"))
 import indexer  # noqa: E402
 
 CONFIG = SimpleNamespace(max_file_size_mb=0.001, languages=["python", "c"])
 NAMES = ["a.py", "b.c", "test_a.py", "x.log", os.fsdecode(b"\xff.py"), "\\c.py", "d.md"]
 RULES = ["*.c\n", "/d1/\n", "a.py\n!/d2/a.py\n", "d*/\n!d2/\n", "!b.c\n", ""]
-KINDS = ["write", "write", "rules", "rules", "no rules", "tree", "move", "out", "in", "delete"]
 
 
 def table(database):
     rows = database.execute("SELECT path, language, size, mtime, lines FROM files").fetchall()
-    names = database.execute("SELECT path, name FROM imports JOIN files ON file = id").fetchall()
-    return sorted(rows + names, key=repr)
+    return {*rows, *database.execute("SELECT path, name FROM imports JOIN files ON file = id")}
 
 
 def fresh_pass(root):
@@ -36,52 +33,41 @@ def fresh_pass(root):
         return table(fresh.database)
 
 
-def change(chance, root, outside):
-    directories = [path for path in root.rglob("d[123]") if ".git" not in path.parts]
-    place, other = chance.choice([root, *directories]), chance.choice([root, *directories])
-    names = sorted(name for name in os.listdir(place) if name != ".git")
-    away = sorted(path for path in outside.iterdir() if path.name != "git")
-    rules = [place / ".gitignore", place / ".gitignore"]
-    rules += [root / ".git" / "info" / "exclude", outside / "git" / "ignore"]
-    kind = chance.choice([*KINDS, "nest"])
+def change(chance, base):
+    """One change of a kind that people and their tools make: in the tree, or to and from away."""
+    root = base / "root"
+    places = [path for path in base.rglob("d[123]") if ".git" not in path.parts]
+    place, other = chance.choices([root, base / "away", *places], k=2)
+    some = chance.choice([at for at in place.iterdir() if at != root / ".git"] or [place / "d1"])
+    kind = chance.choice(["write", "write", "rules", "rules", "tree", "move", "move", "delete"])
     if kind == "write":
-        imports = f"import m{chance.randrange(9)}\n" * chance.choice([1, 2, 99])
-        (place / chance.choice(NAMES)).write_text(imports)
+        (place / chance.choice(NAMES)).write_text("import m\n" * chance.choice([1, 2, 199]))
     elif kind == "rules":
-        chance.choice(rules).write_text(chance.choice(RULES))
-    elif kind == "no rules":
-        chance.choice(rules).unlink(missing_ok=True)
+        files = [place / ".gitignore"] * 4 + [root / ".git/info/exclude", base / "git/ignore"]
+        chance.choice(files).write_text(chance.choice(RULES))
     elif kind == "tree":
         deep = place / chance.choice(["d1", "d2", "d3"]) / chance.choice(["d1", "d2"])
         deep.mkdir(parents=True, exist_ok=True)
         (deep / chance.choice([".gitignore", *NAMES])).write_text("b.c\n")
-        (deep.parent / chance.choice(NAMES)).write_text("import m\n")
-    elif kind == "nest" and place != root:
-        if (place / ".git").exists():
-            shutil.rmtree(place / ".git")
-        else:
-            subprocess.run(["git", "init", "-q", place], check=True)
-    elif kind == "in" and away:
-        away[0].rename(place / away[0].name.partition("-")[2])
-    elif names and kind in ("move", "out"):
-        name = chance.choice(names)
-        new = other / chance.choice([name, *NAMES[:2], "d1", "d3"])
-        new = new if kind == "move" else outside / f"{time.monotonic_ns()}-{name}"
-        (place / name).rename(new)
-    elif names and kind == "delete":
-        gone = place / chance.choice(names)
-        shutil.rmtree(gone) if gone.is_dir() else gone.unlink()
-    return kind
+        if chance.random() < 0.2:  # a repository within
+            subprocess.run(["git", "init", "-q", deep.parent], check=True)
+    elif kind == "move":
+        some.rename(other / chance.choice([some.name, "a.py", "d1", "d3"]))
+    elif some.is_dir():
+        shutil.rmtree(some)
+    else:
+        some.unlink()
 
 
-def test_the_table_ends_as_a_fresh_pass_makes_it(tmp_path, monkeypatch):
-    root, outside = tmp_path / "root", tmp_path / "outside"
-    (outside / "git").mkdir(parents=True)
-    monkeypatch.setenv("XDG_CONFIG_HOME", str(outside))
+@pytest.mark.parametrize("seed, git_lists", [(1, True), (2, False)])
+def test_the_table_ends_as_a_fresh_pass_makes_it(tmp_path, monkeypatch, seed, git_lists):
+    monkeypatch.setenv("XDG_CONFIG_HOME", str(tmp_path))
     monkeypatch.setenv("GIT_CONFIG_GLOBAL", os.devnull)
-    subprocess.run(["git", "init", "-q", root], check=True)
-    seed = int(os.environ.get("INDEXER_SEED", 1))
-    chance, steps, watching = random.Random(seed), [], True
+    for directory in (root := tmp_path / "root", tmp_path / "git", tmp_path / "away"):
+        directory.mkdir()
+    if git_lists:
+        subprocess.run(["git", "init", "-q", root], check=True)
+    chance, watching = random.Random(seed), True
     with (
         contextlib.closing(indexer.Indexer(root, tmp_path / "db", CONFIG)) as watched,
         contextlib.closing(sqlite3.connect(tmp_path / "db")) as reader,
@@ -95,15 +81,26 @@ def test_the_table_ends_as_a_fresh_pass_makes_it(tmp_path, monkeypatch):
                 watched.update(watched.changes())
 
         followed = thread.submit(follow)
-        for step in range(60):
-            with contextlib.suppress(OSError):  # a directory into itself, or onto another
-                steps.append(change(chance, root, outside))
-            deadline = time.monotonic() + 20
-            while step % 4 == 3 and table(reader) != fresh_pass(root):
-                assert time.monotonic() < deadline, (seed, steps, table(reader), fresh_pass(root))
-                assert not followed.done() or followed.result()
-                time.sleep(0.02)
-        watching = False
-        (root / "last.py").write_text("")
+        try:
+            for step in range(1, 61):
+                with contextlib.suppress(OSError):  # a directory into itself, or onto another
+                    change(chance, tmp_path)
+                deadline = time.monotonic() + 20
+                while step % 4 == 0 and (differing := table(reader) ^ fresh_pass(root)):
+                    assert time.monotonic() < deadline, (seed, step, differing, followed)
+                    time.sleep(0.02)
+        finally:
+            watching = False
+            watched._changes.put("")  # wakes it
         followed.result(20)
-        assert table(reader) == fresh_pass(root), (seed, steps)
+        assert table(reader) == fresh_pass(root), seed
+
+
+def test_the_report_leaves_tests_out(tmp_path):
+    for name in ("a.py", "test_a.py", os.fsdecode(b"\xff.py"), os.fsdecode(b"test_\xff.py")):
+        (tmp_path / name).write_text("import os\nimport re\n")
+    with contextlib.closing(indexer.Indexer(tmp_path, ":memory:", CONFIG)) as indexed:
+        indexed.update()
+        languages, imports, longest = indexer.report(indexed.database).values()
+    assert languages == [("python", 2, 4)] and imports == [("os", 2), ("re", 2)]
+    assert longest == ["a.py", os.fsdecode(b"\xff.py")]
