@@ -25,9 +25,15 @@ extern "C" {
 PATH_FILTER_EXPORT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_message,
                                                      const sqlite3_api_routines* api) {
   // SQLite holds a lock of the connection here and none of the process, and hands the same
-  // table to every connection: it is stored once, so that no store meets a thread's use.
+  // table to each of its connections: it is stored once, so that no store meets a thread's use.
   static std::once_flag stored;
   std::call_once(stored, [&] { SQLITE_EXTENSION_INIT2(api) });
+  if (api != sqlite3_api) {
+    if (error_message != nullptr) {
+      *error_message = api->mprintf("path_filter serves one SQLite library of a process");
+    }
+    return SQLITE_ERROR;
+  }
   try {
     path_filter::register_path_functions(connection);
   } catch (const std::exception& error) {

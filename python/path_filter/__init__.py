@@ -19,7 +19,8 @@ is one interpreter to a process: the package refuses to be loaded in a second on
 
 The languages are those of the module language_registry beside this package: the one that
 is installed with it, which is answered without a call of Python's, or the host's own. In a
-host's package (utils.path_filter) that is the package's own (utils.language_registry).
+host's package (utils.path_filter) that is the package's own (utils.language_registry). Its
+three functions are bound when this package is loaded; LANGUAGES is looked up at each use.
 """
 
 from __future__ import annotations
@@ -74,16 +75,32 @@ ExcludesFileLookup = Callable[[Any], Optional[_AnyPath]]
 
 
 def _load_registry() -> Any:
-    """The language registry beside this package, checked for what is asked of it."""
+    """The language registry beside this package."""
     parent = __name__.rpartition(".")[0]
-    registry = importlib.import_module(f"{parent}.language_registry".lstrip("."))
-    # The one that comes with this package has its tables in C++, and so do we.
-    ours = getattr(registry, "TABLES", None) == _core.VERSION
-    _core.bind_registry(None if ours else registry)
-    return registry
+    return importlib.import_module(f"{parent}.language_registry".lstrip("."))
+
+
+def _is_ours(registry: Any) -> bool:
+    """Whether it is the one that comes with this package, with nothing in it replaced: its
+    tables are in C++, and here too."""
+    if getattr(registry, "TABLES", None) != _core.VERSION:
+        return False
+    functions = ("detect_language", "is_lockfile", "tier_of")
+    native = registry._native
+    return type(registry.LANGUAGES) is registry.Languages and all(
+        getattr(registry, name) is getattr(native, name) for name in functions
+    )
 
 
 _registry = _load_registry()
+for _name in ("LANGUAGES", "detect_language", "is_lockfile", "tier_of"):
+    if not hasattr(_registry, _name):
+        raise ImportError(f"the language registry {_registry!r} has no {_name}")
+TEST_DIR_NAMES: frozenset[str] = frozenset(_registry.LANGUAGES.test_dir_names())
+TEST_FILE_GLOBS: tuple[str, ...] = tuple(_registry.LANGUAGES.test_file_globs())
+_core.bind_registry(None if _is_ours(_registry) else _registry)
+
+__version__: str = _core.VERSION
 
 logger = logging.getLogger(__name__)
 """Used for warnings only."""
@@ -92,8 +109,6 @@ ALWAYS_SKIP_DIRS: frozenset[str] = _core.ALWAYS_SKIP_DIRS
 ALLOWED_HIDDEN_DIRS: frozenset[str] = _core.ALLOWED_HIDDEN_DIRS
 GITHUB_ALLOWED_SUBDIRS: frozenset[str] = _core.GITHUB_ALLOWED_SUBDIRS
 MINIFIED_FILE_GLOBS: tuple[str, ...] = _core.MINIFIED_FILE_GLOBS
-TEST_DIR_NAMES: frozenset[str] = frozenset(_registry.LANGUAGES.test_dir_names())
-TEST_FILE_GLOBS: tuple[str, ...] = tuple(_registry.LANGUAGES.test_file_globs())
 SQL_TEST_PATH_FN: str = _core.SQL_TEST_PATH_FN
 DEFAULT_MAX_FILE_SIZE_MB: int = _core.DEFAULT_MAX_FILE_SIZE_MB
 INDEX_DATA_DIR: str = _core.INDEX_DATA_DIR
@@ -126,7 +141,7 @@ class IndexScope(_core.Scope):
         limits: IndexLimits | None = None,
         excludes_file: ExcludesFileLookup | None = None,
     ) -> None:
-        if not isinstance(limits, (IndexLimits, type(None))):
+        if limits is not None and type(limits) is not IndexLimits:
             raise TypeError(f"limits: expected IndexLimits or None, not {type(limits).__name__}")
         super().__init__(root, limits, excludes_file)
 
@@ -155,6 +170,10 @@ is_test_path = _core.is_test_path
 def production_paths(paths: Iterable[_Path], *, include_tests: bool = False) -> list[_Path]:
     """Those of `paths` that are not test code, in their order; all of them when nothing else is
     left, or with include_tests."""
+    if isinstance(paths, (str, bytes)) or not isinstance(paths, Iterable):
+        raise TypeError(f"paths: expected an iterable of paths, not {type(paths).__name__}")
+    if not isinstance(include_tests, bool):
+        raise TypeError(f"include_tests: expected bool, not {type(include_tests).__name__}")
     everything = list(paths)
     if include_tests:
         return everything

@@ -2,7 +2,7 @@ from collections.abc import Callable, Iterable, Iterator
 from os import PathLike
 from typing import Any, final
 
-from ._records import Decision
+from ._records import Decision, IndexLimits
 
 VERSION: str
 ALWAYS_SKIP_DIRS: frozenset[str]
@@ -46,7 +46,7 @@ class Scope:
         """The repository's root, as it was given."""
 
     @property
-    def limits(self) -> Any:
+    def limits(self) -> IndexLimits | None:
         """The configuration's limits, or None."""
 
     def refresh(self) -> None:
@@ -78,7 +78,8 @@ class Scope:
     def walk(self, on_error: Callable[[OSError], object] | None = None) -> Walk:
         """The files below the root, outside the directories that are left out, one at a time
         as they are taken: nothing is open in between. on_error is told of each directory that
-        cannot be listed."""
+        cannot be listed. A name that begins with a backslash reads as an absolute path:
+        is_indexable raises ValueError for it."""
 
     def _explain(
         self, rel_path: str | PathLike[str], size: int | None

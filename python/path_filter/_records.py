@@ -3,9 +3,9 @@
 from __future__ import annotations
 
 import enum
-from collections.abc import Iterable
+from collections.abc import Iterable, Set
 from dataclasses import dataclass
-from typing import Any
+from typing import Any, final
 
 from . import _core
 
@@ -44,12 +44,19 @@ class Decision:
         if not isinstance(self.indexable, bool):
             raise TypeError(f"indexable: expected bool, not {type(self.indexable).__name__}")
         if self.kind is not None:
+            if not isinstance(self.kind, str):
+                raise TypeError(f"kind: expected Exclusion or None, not {type(self.kind).__name__}")
             object.__setattr__(self, "kind", Exclusion(self.kind))
+        if not isinstance(self.reason, str):
+            raise TypeError(f"reason: expected str, not {type(self.reason).__name__}")
+        if not isinstance(self.language, (str, type(None))):
+            raise TypeError(f"language: expected str or None, not {type(self.language).__name__}")
 
     def __bool__(self) -> bool:
         return self.indexable
 
 
+@final
 @dataclass(frozen=True, slots=True)
 class IndexLimits:
     """What the configuration's index section lets into the index."""
@@ -57,7 +64,7 @@ class IndexLimits:
     #: The largest size, in bytes, of a file that is indexed.
     max_file_bytes: int
     #: The languages whose files are indexed; None: every language.
-    languages: frozenset[str] | None
+    languages: Set[str] | None
 
     def __post_init__(self) -> None:
         if not isinstance(self.max_file_bytes, int):
@@ -65,7 +72,11 @@ class IndexLimits:
                 f"max_file_bytes: expected int, not {type(self.max_file_bytes).__name__}"
             )
         if self.languages is not None:
-            object.__setattr__(self, "languages", _names(self.languages, "languages"))
+            for name in _entries(self.languages, "languages"):
+                if not isinstance(name, str):
+                    raise TypeError(f"languages: expected texts, not {type(name).__name__}")
+            names = frozenset(map(str.__str__, self.languages))
+            object.__setattr__(self, "languages", names)
 
     @classmethod
     def from_config(cls, index: Any) -> IndexLimits:
@@ -79,26 +90,36 @@ class IndexLimits:
         """
         size = index.max_file_size_mb
         try:
-            max_file_bytes = int(float(size) * _MIB)
-        except (TypeError, ValueError, OverflowError):
+            is_bytes = isinstance(size, (bytes, bytearray, memoryview))
+            max_file_bytes = 0 if is_bytes else int(float(size) * _MIB)
+        except Exception:  # whatever it is, it is no number
             max_file_bytes = 0
         if max_file_bytes <= 0:
             from . import DEFAULT_MAX_FILE_SIZE_MB, logger
 
             logger.warning(
                 "index.max_file_size_mb=%r is not a positive number; using %d",
-                size,
+                index.max_file_size_mb,
                 DEFAULT_MAX_FILE_SIZE_MB,
             )
             max_file_bytes = DEFAULT_MAX_FILE_SIZE_MB * _MIB
-        names = _names(index.languages or (), "index.languages")
+        languages = index.languages
+        if languages is None or languages == "":
+            languages = ()
+        names = set()
+        for name in _entries(languages, "index.languages"):
+            if isinstance(name, (list, tuple, dict)):
+                raise TypeError(f"index.languages: expected names, not {type(name).__name__}")
+            names.add(str(name))
         if "typescript" in names:
-            names |= {"tsx"}
+            names.add("tsx")
         return cls(max_file_bytes, names or None)
 
     def allows(self, language: str) -> bool:
         """Whether files of `language` are indexed. Only code and documentation languages are
         ever restricted."""
+        if not isinstance(language, str):
+            raise TypeError(f"language: expected str, not {type(language).__name__}")
         if self.languages is None or _core.tier_of(language) not in ("code", "docs"):
             return True
         return language in self.languages
@@ -129,9 +150,9 @@ class Explanation:
     rule: IgnoreRule | None = None
 
 
-def _names(names: Iterable[object], argument: str) -> frozenset[str]:
-    if isinstance(names, str) or not isinstance(names, Iterable):
+def _entries(names: object, argument: str) -> Iterable[object]:
+    if isinstance(names, (str, bytes, bytearray)) or not isinstance(names, Iterable):
         raise TypeError(
             f"{argument}: expected a list of language names, not {type(names).__name__}"
         )
-    return frozenset(map(str, names))
+    return names

@@ -26,6 +26,36 @@ void PathBytes::encode(PyObject* object, const char* argument) {
            static_cast<std::size_t>(PyBytes_GET_SIZE(_owner.ptr()))};
 }
 
+TextBytes::TextBytes(PyObject* object, const char* argument) : _owner(nb::borrow(object)) {
+  if (PyUnicode_Check(object) == 0) fail_type(argument, "str", object);
+  Py_ssize_t size = 0;
+  if (const char* text = PyUnicode_AsUTF8AndSize(object, &size)) {
+    _view = {text, static_cast<std::size_t>(size)};
+    return;
+  }
+  PyErr_Clear();
+  _owner = nb::steal(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
+  if (!_owner.is_valid()) nb::raise_python_error();
+  _view = {PyBytes_AS_STRING(_owner.ptr()),
+           static_cast<std::size_t>(PyBytes_GET_SIZE(_owner.ptr()))};
+}
+
+bool holds_lock() noexcept {
+#if PY_VERSION_HEX >= 0x030D0000
+  PyThreadState* now = PyThreadState_GetUnchecked();
+#else
+  PyThreadState* now = _PyThreadState_UncheckedGet();
+#endif
+  return now != nullptr && now == PyGILState_GetThisThreadState();
+}
+
+nb::str from_utf8(std::string_view text) {
+  PyObject* made =
+      PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogateescape");
+  if (made == nullptr) nb::raise_python_error();
+  return nb::steal<nb::str>(made);
+}
+
 nb::str to_str(std::string_view text) {
   PyObject* made =
       PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
@@ -55,7 +85,7 @@ void fail_type(const char* argument, const char* expected, PyObject* object) {
 }
 
 nb::object os_error(int code, const std::string& message, std::string_view path) {
-  return nb::borrow(PyExc_OSError)(code, message.c_str(), to_str(path));
+  return nb::borrow(PyExc_OSError)(code, to_str(message), to_str(path));
 }
 
 PyObject* set_current_exception() noexcept {

@@ -3,7 +3,9 @@
 #ifndef PYTHON_SRC_CONVERSIONS_H_
 #define PYTHON_SRC_CONVERSIONS_H_
 
+#include <cxxabi.h>
 #include <nanobind/nanobind.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <optional>
@@ -38,8 +40,40 @@ class PathBytes {
   std::string_view _view;
 };
 
+/// The UTF-8 of a text that is not the file system's: the name of a language, SQL. A lone
+/// surrogate stands for a byte there too. Throws TypeError for what is not a str.
+class TextBytes {
+ public:
+  TextBytes(PyObject* object, const char* argument);
+
+  operator std::string_view() const { return _view; }  // NOLINT: implicit by intent
+
+ private:
+  nb::object _owner;
+  std::string_view _view;
+};
+
 /// A text of the file system's, as os.fsdecode gives it.
 nb::str to_str(std::string_view text);
+
+/// The text of what TextBytes gives.
+nb::str from_utf8(std::string_view text);
+
+/// Whether this thread holds the interpreter's lock. (PyGILState_Check says so of every thread
+/// once there has been a second interpreter.)
+bool holds_lock() noexcept;
+
+/// What `call` returns, which runs Python code. When Python ends meanwhile, up to 3.13, it makes
+/// its other threads exit by an unwind, which no frame above is made for: such a thread sleeps
+/// here until the process is gone, as from 3.14 on.
+template <typename Call>
+auto run_python(Call call) {
+  try {
+    return call();
+  } catch (const abi::__forced_unwind&) {
+    for (;;) ::pause();
+  }
+}
 
 /// An integer of any width, as far as 64 bits go; absent for None.
 std::optional<std::int64_t> to_int64(PyObject* object, const char* argument);

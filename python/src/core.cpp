@@ -19,6 +19,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "python/src/conversions.h"
 #include "python/src/functions.h"
@@ -36,7 +37,8 @@ namespace path_filter::internal {
 void* blocking_begins() noexcept { return PyGILState_Check() != 0 ? PyEval_SaveThread() : nullptr; }
 
 void blocking_ends(void* begun) noexcept {
-  if (begun != nullptr) PyEval_RestoreThread(static_cast<PyThreadState*>(begun));
+  if (begun == nullptr) return;
+  python::run_python([&] { PyEval_RestoreThread(static_cast<PyThreadState*>(begun)); });
 }
 
 }  // namespace path_filter::internal
@@ -66,10 +68,13 @@ struct Decisions {
 
   nb::object make(const Decision& decision) const {
     const auto kind = decision.kind();
-    return decision_type(
-        decision.indexable(), kind ? exclusions[static_cast<std::size_t>(*kind)] : nb::none(),
-        to_str(decision.reason()),
-        decision.language() ? nb::object(to_str(*decision.language())) : nb::none());
+    const nb::object made_kind =
+        kind ? nb::object(exclusions[static_cast<std::size_t>(*kind)]) : nb::none();
+    const nb::object language =
+        decision.language() ? nb::object(from_utf8(*decision.language())) : nb::none();
+    return run_python([&] {
+      return decision_type(decision.indexable(), made_kind, from_utf8(decision.reason()), language);
+    });
   }
 
   nb::object operator()(const Decision& decision) {
@@ -94,7 +99,12 @@ Decisions& decisions() {
 // --- The scope ---------------------------------------------------------------------
 
 std::filesystem::path to_path(nb::handle object, const char* argument) {
-  return std::string(PathBytes(object.ptr(), argument));
+  const PathBytes path(object.ptr(), argument);
+  if (std::string_view(path).find('\0') != std::string_view::npos) {
+    PyErr_Format(PyExc_ValueError, "%s: embedded null character", argument);
+    nb::raise_python_error();
+  }
+  return std::string(path);
 }
 
 std::optional<IndexLimits> to_limits(nb::handle limits) {
@@ -103,7 +113,7 @@ std::optional<IndexLimits> to_limits(nb::handle limits) {
   if (const nb::object names = limits.attr("languages"); !names.is_none()) {
     languages.emplace();
     for (nb::handle name : nb::iter(names)) {
-      languages->emplace(std::string_view(PathBytes(name.ptr(), "limits.languages")));
+      languages->emplace(std::string_view(TextBytes(name.ptr(), "limits.languages")));
     }
   }
   const auto bytes = to_int64(nb::object(limits.attr("max_file_bytes")).ptr(), "max_file_bytes");
@@ -128,7 +138,7 @@ struct Scope {
       fail_type("excludes_file", "a callable or None", excludes_file.ptr());
     }
     return [this](const std::filesystem::path&) -> std::optional<std::filesystem::path> {
-      const nb::object file = excludes_file(root);
+      const nb::object file = run_python([&] { return excludes_file(root); });
       if (file.is_none()) return std::nullopt;
       return to_path(file, "excludes_file()");
     };
@@ -197,13 +207,19 @@ nb::object are_indexable(PyObject* self, const std::array<PyObject*, 2>& argumen
     PyErr_SetString(PyExc_ValueError, "sizes: there must be as many as rel_paths");
     nb::raise_python_error();
   }
-  nb::object made = nb::steal(PyList_New(count));
-  if (!made.is_valid()) nb::raise_python_error();
+  std::vector<nb::object> answers;
+  answers.reserve(static_cast<std::size_t>(count));
   for (Py_ssize_t at = 0; at < count; ++at) {
     const PathBytes path(PyTuple_GET_ITEM(paths.ptr(), at), "rel_paths");
     const auto size = sized ? to_int64(PyTuple_GET_ITEM(sizes.ptr(), at), "sizes") : std::nullopt;
-    nb::object decision = decisions()(scope.is_indexable(std::string_view(path), {.size = size}));
-    PyList_SET_ITEM(made.ptr(), at, decision.release().ptr());
+    answers.push_back(decisions()(scope.is_indexable(std::string_view(path), {.size = size})));
+    if (at % 1024 == 1023 && PyErr_CheckSignals() != 0) nb::raise_python_error();
+  }
+  // Not before: a list that others may see has no holes.
+  nb::object made = nb::steal(PyList_New(count));
+  if (!made.is_valid()) nb::raise_python_error();
+  for (Py_ssize_t at = 0; at < count; ++at) {
+    PyList_SET_ITEM(made.ptr(), at, answers[static_cast<std::size_t>(at)].release().ptr());
   }
   return made;
 }
@@ -302,8 +318,9 @@ class WalkIterator {
   WalkErrorHandler handler() const {
     if (_on_error.is_none()) return nullptr;
     return [this](const std::filesystem::filesystem_error& error) {
-      const nb::gil_scoped_acquire hold;
-      _on_error(os_error(error.code().value(), error.code().message(), error.path1().native()));
+      const nb::object raised =
+          os_error(error.code().value(), error.code().message(), error.path1().native());
+      run_python([&] { return _on_error(raised); });
     };
   }
 
@@ -394,7 +411,7 @@ nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& ar
       return nb::int_(_sql_is_test_path(bytes) ? 1 : 0);
     }
     if (PyUnicode_Check(argument) == 0) fail_type("path", "text, a blob or NULL", argument);
-    return nb::int_(_sql_is_test_path(PathBytes(argument, "path")) ? 1 : 0);
+    return nb::int_(_sql_is_test_path(TextBytes(argument, "path")) ? 1 : 0);
   } catch (...) {
     const nb::object function = nb::handle(module).attr("_sql_is_test_path");
     set_current_exception();
@@ -410,14 +427,15 @@ nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& ar
 
 constexpr Signature<3> SQL_CONDITION{"sql_condition", {"alias", "exclude", "via"}};
 nb::object sql_condition(PyObject*, const std::array<PyObject*, 3>& arguments) {
-  const PathBytes alias(arguments[0], "alias");
-  const PathBytes via(arguments[2], "via");
-  return to_str(sql_test_path_filter(alias, {.exclude = arguments[1] == Py_True, .via = via}).sql);
+  const TextBytes alias(arguments[0], "alias");
+  const TextBytes via(arguments[2], "via");
+  return from_utf8(
+      sql_test_path_filter(alias, {.exclude = arguments[1] == Py_True, .via = via}).sql);
 }
 
 constexpr Signature<1> TIER_OF{"tier_of", {"language"}};
 nb::object tier_of(PyObject*, const std::array<PyObject*, 1>& arguments) {
-  return to_str(language_registry::tier_of(PathBytes(arguments[0], "language")));
+  return from_utf8(language_registry::tier_of(TextBytes(arguments[0], "language")));
 }
 
 constexpr Signature<1> BIND_REGISTRY{"bind_registry", {"registry"}};
@@ -428,6 +446,8 @@ nb::object bind_registry(PyObject*, const std::array<PyObject*, 1>& arguments) {
 
 constexpr Signature<2> SET_RECORDS{"set_records", {"decision", "exclusions"}};
 nb::object set_records(PyObject*, const std::array<PyObject*, 2>& arguments) {
+  decisions().last = {};
+  decisions().shared = {};
   decisions().decision_type = nb::borrow(arguments[0]);
   decisions().exclusions = nb::borrow(arguments[1]);
   return nb::none();
@@ -449,7 +469,7 @@ nb::object set_sink(PyObject*, const std::array<PyObject*, 1>& arguments) {
       values.append(number != nullptr ? nb::object(nb::int_(*number))
                                       : to_str(std::get<std::string_view>(argument)));
     }
-    sink(to_str(warning.format), nb::tuple(values));
+    run_python([&] { return sink(to_str(warning.format), nb::tuple(values)); });
   });
   return nb::none();
 }
@@ -486,6 +506,13 @@ NB_MODULE(_core, module) {
 #endif
   nb::set_leak_warnings(false);  // shared decisions live as long as the process
   add_functions(module, functions);
+  nb::register_exception_translator([](const std::exception_ptr& thrown, void*) {
+    try {
+      std::rethrow_exception(thrown);
+    } catch (const std::system_error&) {
+      set_current_exception();
+    }
+  });
 
   const auto texts = [](const auto& values) {
     nb::list made;
@@ -502,6 +529,12 @@ NB_MODULE(_core, module) {
   module.attr("INDEX_DATA_DIR") = INDEX_DATA_DIR;
   module.attr("IGNORE_FILE_NAME") = IGNORE_FILE_NAME;
 
+  // The module may be loaded anew, by who removed it from sys.modules: the types stay.
+  if (nb::type<Scope>().is_valid()) {
+    module.attr("Scope") = nb::type<Scope>();
+    module.attr("Walk") = nb::type<WalkIterator>();
+    return;
+  }
   PyType_Slot walk_slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(WalkIterator::traverse)},
                               {Py_tp_clear, reinterpret_cast<void*>(WalkIterator::clear)},
                               {0, nullptr}};

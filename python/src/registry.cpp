@@ -15,14 +15,14 @@ namespace {
 
 nb::object listed(const auto& texts) {
   nb::list made;
-  for (const std::string_view text : texts) made.append(to_str(text));
+  for (const std::string_view text : texts) made.append(from_utf8(text));
   return made;
 }
 
 constexpr Signature<1> DETECT_LANGUAGE{"detect_language", {"name"}};
 nb::object detect_language(PyObject*, const std::array<PyObject*, 1>& arguments) {
   const auto language = registry::detect_language(PathBytes(arguments[0], "name"));
-  return language ? nb::object(to_str(*language)) : nb::none();
+  return language ? nb::object(from_utf8(*language)) : nb::none();
 }
 
 constexpr Signature<1> IS_LOCKFILE{"is_lockfile", {"name"}};
@@ -32,7 +32,7 @@ nb::object is_lockfile(PyObject*, const std::array<PyObject*, 1>& arguments) {
 
 constexpr Signature<1> TIER_OF{"tier_of", {"language"}};
 nb::object tier_of(PyObject*, const std::array<PyObject*, 1>& arguments) {
-  return to_str(registry::tier_of(PathBytes(arguments[0], "language")));
+  return from_utf8(registry::tier_of(TextBytes(arguments[0], "language")));
 }
 
 /// (tier, test_file_globs), or None
@@ -40,7 +40,7 @@ constexpr Signature<1> CLASSIFY{"classify", {"name"}};
 nb::object classify(PyObject*, const std::array<PyObject*, 1>& arguments) {
   const auto* record = registry::classify(PathBytes(arguments[0], "name"));
   if (record == nullptr) return nb::none();
-  return nb::make_tuple(to_str(record->tier), listed(record->test_file_globs));
+  return nb::make_tuple(from_utf8(record->tier), listed(record->test_file_globs));
 }
 
 std::array functions{

@@ -1,11 +1,13 @@
 #include "python/src/registry_bridge.h"
 
+#include <algorithm>
 #include <deque>
 #include <functional>
+#include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -36,13 +38,14 @@ struct HostRegistry {
   nb::object module, detect_language, is_lockfile, tier_of;
 
   std::unordered_set<std::string, Hash, std::equal_to<>> texts;
-  std::unordered_map<std::string, Record> records;  // by their values
-  std::deque<language_registry::TextSet> test_dir_names;
+  std::map<std::vector<const char*>, Record> records;
+  std::list<language_registry::TextSet> test_dir_names;
   std::deque<std::vector<std::string_view>> test_file_globs;
   nb::object last_argument;
   std::string last_name;  // its bytes
   std::string_view last_kept;
-  nb::object last_test_dir_names;  // what test_dir_names.back() was made of, when it is a frozenset
+  nb::object last_test_dir_names;  // a frozenset, and what was made of it
+  const language_registry::TextSet* last_test_dir_set = nullptr;
 };
 
 /// Null for the default registry; never freed, as a question may come until the very end.
@@ -52,7 +55,7 @@ HostRegistry* host = nullptr;
 class InterpreterLock {
  public:
   InterpreterLock() {
-    if (PyGILState_Check() == 0) _taken.emplace();
+    if (!holds_lock()) _taken.emplace();
   }
 
  private:
@@ -60,13 +63,13 @@ class InterpreterLock {
 };
 
 nb::object attribute(nb::handle object, const char* name) {
-  PyObject* found = PyObject_GetAttrString(object.ptr(), name);
+  PyObject* found = run_python([&] { return PyObject_GetAttrString(object.ptr(), name); });
   if (found == nullptr) nb::raise_python_error();
   return nb::steal(found);
 }
 
 nb::object called(const nb::object& function) {
-  PyObject* result = PyObject_CallNoArgs(function.ptr());
+  PyObject* result = run_python([&] { return PyObject_CallNoArgs(function.ptr()); });
   if (result == nullptr) nb::raise_python_error();
   return nb::steal(result);
 }
@@ -74,26 +77,19 @@ nb::object called(const nb::object& function) {
 nb::object called(const nb::object& function, std::string_view name) {
   // A question asks several functions about one name.
   if (host->last_name != name || !host->last_argument.is_valid()) {
-    host->last_argument = to_str(name);
+    host->last_argument.reset();
     host->last_name = name;
+    host->last_argument = to_str(name);
   }
   const nb::object argument = host->last_argument;
-  PyObject* result = PyObject_CallOneArg(function.ptr(), argument.ptr());
+  PyObject* result =
+      run_python([&] { return PyObject_CallOneArg(function.ptr(), argument.ptr()); });
   if (result == nullptr) nb::raise_python_error();
   return nb::steal(result);
 }
 
 nb::object languages(const char* operation) {
   return attribute(attribute(host->module, "LANGUAGES"), operation);
-}
-
-/// The text that the registry's `function` returned; valid as long as `object`.
-std::string_view text_of(const nb::object& object, const char* function) {
-  if (PyUnicode_Check(object.ptr()) == 0) fail_type(function, "str", object.ptr());
-  Py_ssize_t size = 0;
-  const char* text = PyUnicode_AsUTF8AndSize(object.ptr(), &size);
-  if (text == nullptr) nb::raise_python_error();
-  return {text, static_cast<std::size_t>(size)};
 }
 
 std::string_view kept(std::string_view text) {
@@ -112,7 +108,9 @@ void bind_registry(nb::object module) {
     return;
   }
   if (host != nullptr) {
-    throw nb::import_error("path_filter has been loaded with another language registry");
+    PyErr_SetString(PyExc_ImportError,
+                    "path_filter has been loaded with another language registry");
+    nb::raise_python_error();
   }
   auto made = std::make_unique<HostRegistry>();
   for (const auto& [name, bound] : {std::pair{"detect_language", &made->detect_language},
@@ -142,18 +140,20 @@ const TextSet& Languages::test_dir_names() const {
   const InterpreterLock hold;
   nb::object names = called(languages("test_dir_names"));
   // A frozenset cannot change: the same one needs no second look.
-  if (names.is(host->last_test_dir_names)) return host->test_dir_names.back();
+  if (names.is(host->last_test_dir_names)) return *host->last_test_dir_set;
   std::vector<std::string> members;
   for (nb::handle member : nb::iter(names)) {
-    members.emplace_back(text_of(nb::borrow(member), "LANGUAGES.test_dir_names()"));
+    members.emplace_back(std::string_view(TextBytes(member.ptr(), "LANGUAGES.test_dir_names()")));
   }
   TextSet set(members.begin(), members.end());
-  if (host->test_dir_names.empty() || !(host->test_dir_names.back() == set)) {
-    host->test_dir_names.push_back(std::move(set));
+  auto& known = host->test_dir_names;
+  auto found = std::find(known.begin(), known.end(), set);
+  if (found == known.end()) found = known.insert(known.end(), std::move(set));
+  if (PyFrozenSet_CheckExact(names.ptr()) != 0) {
+    host->last_test_dir_names = std::move(names);
+    host->last_test_dir_set = &*found;
   }
-  host->last_test_dir_names =
-      PyFrozenSet_CheckExact(names.ptr()) != 0 ? std::move(names) : nb::object();
-  return host->test_dir_names.back();
+  return *found;
 }
 
 std::span<const std::string_view> Languages::test_file_globs() const {
@@ -162,7 +162,7 @@ std::span<const std::string_view> Languages::test_file_globs() const {
   const nb::object globs = called(languages("test_file_globs"));
   std::vector<std::string_view> views;
   for (nb::handle glob : nb::iter(globs)) {
-    views.push_back(kept(text_of(nb::borrow(glob), "LANGUAGES.test_file_globs()")));
+    views.push_back(kept(TextBytes(glob.ptr(), "LANGUAGES.test_file_globs()")));
   }
   return host->test_file_globs.emplace_back(std::move(views));
 }
@@ -173,22 +173,19 @@ const LanguageRecord* Languages::classify(std::string_view name) const {
   const nb::object record = called(languages("classify"), name);
   if (record.is_none()) return nullptr;
   const nb::object tier = attribute(record, "tier");
-  const nb::object globs = nb::steal(
-      PySequence_Fast(attribute(record, "test_file_globs").ptr(), "test_file_globs: no sequence"));
-  if (!globs.is_valid()) nb::raise_python_error();
-  Record values{text_of(tier, "LANGUAGES.classify(): tier"), {}};
-  std::string key(values.tier);
-  for (Py_ssize_t at = 0; at < PySequence_Fast_GET_SIZE(globs.ptr()); ++at) {
-    const auto glob = nb::borrow(PySequence_Fast_GET_ITEM(globs.ptr(), at));
-    values.test_file_globs.push_back(text_of(glob, "LANGUAGES.classify(): test_file_globs"));
-    // With its size: no two lists have the same key.
-    key += std::to_string(values.test_file_globs.back().size()) + ':';
-    key += values.test_file_globs.back();
+  Record values{kept(TextBytes(tier.ptr(), "LANGUAGES.classify(): tier")), {}};
+  if (values.tier == "code") {  // the globs of others are not asked
+    const nb::object globs = attribute(record, "test_file_globs");
+    for (nb::handle glob : nb::iter(globs)) {
+      values.test_file_globs.push_back(
+          kept(TextBytes(glob.ptr(), "LANGUAGES.classify(): test_file_globs")));
+    }
   }
+  // Texts are kept once: their places tell them apart.
+  std::vector<const char*> key{values.tier.data()};
+  for (const std::string_view glob : values.test_file_globs) key.push_back(glob.data());
   auto found = host->records.find(key);
   if (found == host->records.end()) {
-    values.tier = kept(values.tier);
-    for (std::string_view& glob : values.test_file_globs) glob = kept(glob);
     found = host->records.emplace(std::move(key), std::move(values)).first;
     found->second.record = {found->second.tier, found->second.test_file_globs};
   }
@@ -200,7 +197,7 @@ std::optional<std::string_view> detect_language(std::string_view name) {
   const InterpreterLock hold;
   const nb::object language = called(host->detect_language, name);
   if (language.is_none()) return std::nullopt;
-  return kept(text_of(language, "detect_language()"));
+  return kept(TextBytes(language.ptr(), "detect_language()"));
 }
 
 bool is_lockfile(std::string_view name) {
@@ -214,7 +211,7 @@ bool is_lockfile(std::string_view name) {
 std::string_view tier_of(std::string_view language) {
   if (host == nullptr) return default_registry::tier_of(language);
   const InterpreterLock hold;
-  return kept(text_of(called(host->tier_of, language), "tier_of()"));
+  return kept(TextBytes(called(host->tier_of, language).ptr(), "tier_of()"));
 }
 
 }  // namespace language_registry

@@ -134,6 +134,9 @@ CLOSED.close()
         (lambda: SCOPE.relative(None), TypeError, "path: .* not NoneType"),
         (lambda: SCOPE.walk(1), TypeError, "on_error: expected a callable or None, not int"),
         (lambda: IndexScope(None), TypeError, "root: .* not NoneType"),
+        (lambda: IndexScope("a\0b"), ValueError, "root: embedded null character"),
+        (lambda: path_filter.production_paths("abc"), TypeError, "paths: expected an iterable of"),
+        (lambda: IndexLimits(1, [None]), TypeError, "languages: expected texts, not NoneType"),
         (lambda: IndexScope("a", IndexLimits(1, None)), TypeError, "positional"),
         (lambda: IndexScope("a", limits=10), TypeError, "limits: expected IndexLimits or None"),
         (lambda: IndexScope("a", excludes_file="a"), TypeError, "excludes_file: expected a call"),
@@ -232,9 +235,13 @@ def test_what_the_lookup_raises_and_returns(repository):
 
 def test_a_git_file_that_is_not_text(tmp_path):
     (tmp_path / ".git").write_bytes(b"gitdir: \xc3(")
-    with pytest.raises(UnicodeDecodeError) as caught:
-        IndexScope(tmp_path).is_indexable("a.py")
-    assert (caught.value.object, caught.value.start, caught.value.end) == (b"gitdir: \xc3(", 8, 9)
+    (tmp_path / "sub").mkdir()
+    scope = IndexScope(tmp_path)
+    for ask in (lambda: scope.is_indexable("a.py"), lambda: list(scope.walk())):
+        with pytest.raises(UnicodeDecodeError) as caught:
+            ask()
+        error = caught.value
+        assert (error.object, error.start, error.end) == (b"gitdir: \xc3(", 8, 9)
 
 
 def test_warnings_are_records_of_logging(tmp_path, caplog):
@@ -410,18 +417,42 @@ def test_a_registry_that_lacks_a_name_is_refused(host):
         assert run(code, PYTHONPATH=str(host.parents[1])).endswith(f"has no {name}")
 
 
-@pytest.mark.skipif(not hasattr(sys, "_base_executable"), reason="CPython")
-def test_a_second_interpreter_is_refused():
+def test_a_second_interpreter_is_refused_and_harms_nothing(repository):
     name = "_interpreters" if sys.version_info >= (3, 13) else "_xxsubinterpreters"
     code = f"""
         import {name} as interpreters, path_filter
         made = interpreters.create()
+        scope = path_filter.IndexScope({str(repository)!r})
+        walk = scope.walk()
+        next(walk)
+        scope.refresh()
+        print(len(list(walk)))
         try:
             print(interpreters.run_string(made, "import path_filter"))
         except Exception as error:
             print(error)
         """
-    assert "ImportError" in run(code) or "does not support" in run(code)
+    said = run(code)
+    assert said.startswith("4\n") and ("ImportError" in said or "does not support" in said)
+
+
+def test_the_process_ends_while_threads_ask_and_read(repository):
+    code = f"""
+        import threading, time, sys, path_filter
+        for name in [name for name in sys.modules if name.startswith("path_filter")]:
+            del sys.modules[name]
+        import path_filter  # anew
+        scope = path_filter.IndexScope({str(repository)!r})
+        def ask():
+            while True:
+                scope.refresh()
+                [scope.is_indexable(path) for path in scope.walk()]
+        for _ in range(3):
+            threading.Thread(target=ask, daemon=True).start()
+        time.sleep(0.2)
+        print(type(scope.is_indexable("a.py")) is path_filter.Decision)
+        """
+    assert run(code) == "True"
 
 
 def test_the_stubs_say_what_the_modules_have():

@@ -1,5 +1,7 @@
 #include "utils/path_filter/test_code_sql.h"
 
+#include <pthread.h>
+
 #include <boost/multi_index/hashed_index.hpp>
 #include <boost/multi_index/member.hpp>
 #include <boost/multi_index/sequenced_index.hpp>
@@ -34,6 +36,9 @@ using Argument = std::optional<std::string_view>;
 class Memo {
  public:
   Memo() { _by_path.reserve(internal::SQL_PATH_CACHE_SIZE + 1); }
+
+  void lock() { _lock.lock(); }
+  void unlock() { _lock.unlock(); }
 
   std::optional<bool> find(Argument path) {
     const std::lock_guard hold(_lock);
@@ -83,6 +88,9 @@ class Memo {
 /// the process ends.
 Memo& memo() {
   static Memo& the_memo = *new Memo;
+  // A child that is forked while another thread is in the memo must find it free.
+  static const int forks [[maybe_unused]] = ::pthread_atfork(
+      [] { the_memo.lock(); }, [] { the_memo.unlock(); }, [] { the_memo.unlock(); });
   return the_memo;
 }
 
