@@ -34,7 +34,7 @@
 
 namespace path_filter::internal {
 
-void* blocking_begins() noexcept { return PyGILState_Check() != 0 ? PyEval_SaveThread() : nullptr; }
+void* blocking_begins() noexcept { return python::holds_lock() ? PyEval_SaveThread() : nullptr; }
 
 void blocking_ends(void* begun) noexcept {
   if (begun == nullptr) return;
