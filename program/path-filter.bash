@@ -33,9 +33,9 @@ _path_filter() {
   local words=""
   case $command in
     "") words="list check summary languages --help --version" ;;
-    list) words="--null --json --excluded --production --tests $limits" ;;
+    list) words="--root --null --json --excluded --production --tests $limits" ;;
     check) words="--root --stdin --null --json --verbose $limits" ;;
-    summary) words="$limits" ;;
+    summary) words="--root $limits" ;;
     languages) words="--json --help" ;;
   esac
   if [[ -z $command || $current == -* ]]; then
