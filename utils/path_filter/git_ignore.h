@@ -36,6 +36,8 @@
 #include <system_error>
 #include <vector>
 
+#include "utils/path_filter/path_argument.h"
+
 #pragma GCC visibility push(default)  // what a shared library shows
 
 namespace path_filter {
@@ -119,8 +121,9 @@ class GitIgnoreSpec {
 
   /// What the last pattern that matches `path` says. `path` is relative to the
   /// directory of the ignore file, with "/" between components; a directory's ends
-  /// in "/".
-  CheckResult check_file(std::string_view path) const;
+  /// in "/". Asks about `path` itself; that what lies below an ignored directory is ignored
+  /// is the caller's to know.
+  CheckResult check_file(PathArgument path) const;
 
   /// One path as all the rule sets of a repository are asked about it: the parts that
   /// stay the same for each of them are computed once. `path` has no "/" at its end;

@@ -137,9 +137,12 @@ class IndexScope {
 
   /// The files below the root, outside the directories that are left out, one at a
   /// time as they are taken. `on_error` is told of each directory that cannot be
-  /// listed. The scope must outlive the walk, which tree_walk.h declares.
-  Walk walk(WalkErrorHandler on_error = nullptr) const;
-  Walk walk(WalkErrorHandler on_error, WalkOptions options) const;
+  /// listed. The scope must outlive the walk, which tree_walk.h declares: a temporary one
+  /// gives none.
+  Walk walk(WalkErrorHandler on_error = nullptr) const&;
+  Walk walk(WalkErrorHandler on_error, WalkOptions options) const&;
+  Walk walk(WalkErrorHandler on_error = nullptr) const&& = delete;
+  Walk walk(WalkErrorHandler on_error, WalkOptions options) const&& = delete;
 
   /// What is_indexable answers, and what decided, both by one state of the ignore rules.
   /// The reason is computed anew on each call; those who do not ask pay nothing.

@@ -4,6 +4,7 @@
 #define UTILS_PATH_FILTER_PATH_ARGUMENT_H_
 
 #include <concepts>
+#include <cstddef>
 #include <filesystem>
 #include <string_view>
 
@@ -18,6 +19,8 @@ class PathArgument {
  public:
   template <std::convertible_to<std::string_view> Text>
   constexpr PathArgument(const Text& text) : _text(text) {}  // NOLINT: implicit by intent
+
+  PathArgument(std::nullptr_t) = delete;
 
   // A template, so that a text is never made a path first.
   template <std::same_as<std::filesystem::path> Path>

@@ -56,7 +56,7 @@ bool _skips_directory(std::string_view name, std::optional<std::string_view> par
 
 /// Whether the indexer skips the directory `dirname` (one name, not split) that lies
 /// in the directory `parent_path`.
-bool should_skip_directory(std::string_view dirname,
+bool should_skip_directory(PathArgument dirname,
                            std::optional<PathArgument> parent_path = std::nullopt);
 
 /// Whether any component of `path` is skipped, its last one included: a file named

@@ -63,6 +63,7 @@ class Walk {
  public:
   ~Walk();
   Walk(Walk&& other) noexcept;
+  Walk& operator=(Walk&& other) noexcept;
 
   class Iterator {
    public:
@@ -87,12 +88,13 @@ class Walk {
   };
 
   /// Takes the first path. To be called once.
-  Iterator begin() { return ++Iterator(this); }
+  Iterator begin() & { return ++Iterator(this); }
   std::default_sentinel_t end() const { return {}; }
 
   /// What the scope's is_indexable answers about the path that the walk has come to, for
   /// less: the files of a directory share the search for it and its rules. A name with a
-  /// backslash is judged without reading through a link. Throws as is_indexable does.
+  /// backslash is judged without reading through a link. Throws as is_indexable does. To be
+  /// called between begin() and the end.
   Decision decide(FileFacts facts = {}) const;
 
  private:
