@@ -33,7 +33,9 @@
 #include <string_view>
 #include <unordered_set>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace language_registry {
 
@@ -136,6 +138,8 @@ std::string_view tier_of(std::string_view language);
 
 }  // namespace language_registry
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_

@@ -13,7 +13,9 @@
 #include <string_view>
 #include <utility>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -129,7 +131,9 @@ std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 namespace path_filter::internal {
 

@@ -38,7 +38,9 @@
 
 #include "utils/path_filter/path_argument.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -193,6 +195,8 @@ std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content);
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_GIT_IGNORE_H_

@@ -61,7 +61,9 @@ namespace path_filter::internal {
 class ScopeState;
 }
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -162,6 +164,8 @@ class IndexScope {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_INDEX_SCOPE_H_

@@ -22,7 +22,9 @@
 
 #include "utils/path_filter/internal/loaded.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -72,6 +74,8 @@ inline constexpr internal::Loaded<Logger, internal::loaded_logger> logger{};
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_LOGGER_H_

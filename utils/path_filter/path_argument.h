@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <string_view>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -34,6 +36,8 @@ class PathArgument {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_PATH_ARGUMENT_H_

@@ -29,7 +29,9 @@
 #include "utils/path_filter/internal/loaded.h"
 #include "utils/path_filter/path_argument.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -94,6 +96,8 @@ inline constexpr internal::Loaded<const std::vector<std::string>, internal::load
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_PATH_RULES_H_

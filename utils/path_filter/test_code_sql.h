@@ -22,7 +22,9 @@
 
 struct sqlite3;
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -124,6 +126,8 @@ bool _sql_is_test_path(std::optional<std::string_view> path);
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_SQL_H_

@@ -15,7 +15,9 @@
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -113,6 +115,8 @@ class Walk {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_TREE_WALK_H_
