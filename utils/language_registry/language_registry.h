@@ -4,9 +4,10 @@
 //
 // This header is a seam. It declares what path_filter asks of a registry and
 // nothing about where the answers come from; the registry that is linked answers.
-// The library `language_registry` (registry.cpp) is the default one, with a table
+// The library path_filter::language_registry is the default one, with a table
 // compiled in. A host that has its own registry links its own definitions of the
-// functions below instead: the calls are direct in both cases, so the choice costs
+// functions below instead, in an object file of the program or an OBJECT library (a
+// linker may drop any other): the calls are direct in both cases, so the choice costs
 // the default nothing. A host whose registry only exists at run time links
 // definitions that forward to it.
 //

@@ -9,8 +9,9 @@
 //   rules.check_file("build").include          // absent: a file of that name
 //
 // The format is that of the gitignore manual page. Where the page leaves a point
-// open, the answer is that of `git check-ignore`; docs/git-differences.md lists the
-// few places where the two differ, or where this component reads files otherwise.
+// open, the answer is that of `git check-ignore`; docs/git-differences.md, in the
+// sources, lists the few places where the two differ, or where this component reads
+// files otherwise.
 //
 // A rule set is immutable: any number of threads may ask it at once. Asking takes no
 // memory and, for all but wildcard patterns that neither begin nor end with a literal,

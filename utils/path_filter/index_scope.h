@@ -35,9 +35,9 @@
 //   open for itself and each new directory above it. Memory grows with the directories
 //   asked about, by their names' length and some 80 bytes.
 //
-// Failures  What the registry, the excludes-file lookup or an `on_error` throws passes
-//   through; so does DecodingError for a `.git` or `commondir` file that is not valid
-//   UTF-8. The caches stay whole and the next question tries again.
+// Failures  What the registry, the excludes-file lookup, an `on_error` or the logger's sink
+//   throws passes through; so does DecodingError for a `.git` or `commondir` file that is
+//   not valid UTF-8. The caches stay whole and the next question tries again.
 
 #ifndef UTILS_PATH_FILTER_INDEX_SCOPE_H_
 #define UTILS_PATH_FILTER_INDEX_SCOPE_H_
@@ -83,7 +83,7 @@ struct IndexScopeOptions {
 /// What a question about a file is told by name.
 struct FileFacts {
   [[no_unique_address]] internal::ByNameOnly by_name_only = internal::ByNameOnly();
-  /// The file's size in bytes, when the caller knows it.
+  /// The file's size in bytes, when the caller knows it. A negative one counts as small.
   std::optional<std::int64_t> size = std::nullopt;
 };
 

@@ -53,7 +53,8 @@ class Logger {
 
   /// Where warnings go from now on; null: to stderr, each in one write. Any thread may call
   /// it. The sink is called from any thread, by several at once, and under no lock: what it
-  /// throws passes through the question that warns.
+  /// throws passes through the question that warns. A sink that was replaced may still be
+  /// running on another thread, and is destroyed when that ends: it owns what it needs.
   void set_sink(Sink sink);
 
   void warn(std::string_view format, std::initializer_list<Warning::Argument> arguments) const;

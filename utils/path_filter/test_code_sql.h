@@ -94,8 +94,8 @@ struct SqlTestPathFilterOptions {
 /// Which form to use: the path form, unless the query looks for test code (`exclude` is
 /// false) and has an index that leads from a file to the other rows. SQLite then begins
 /// the identifier form at the test files. Measured on 350,000 edges joined with 5,000
-/// files, with a warm memo and SQLite 3.40 (benchmarks/sql_benchmark.cpp), the identifier
-/// form takes this multiple of the path form's time:
+/// files, with a warm memo and SQLite 3.40 (in the sources, benchmarks/sql_benchmark.cpp), the
+/// identifier form takes this multiple of the path form's time:
 ///
 ///                                        exclude = false    exclude = true
 ///     no index on the edges' file               1.15               1.3
