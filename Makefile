@@ -98,6 +98,7 @@ libraries: packages  ## build what is installed: the program, static and shared 
 install: libraries  ## install below PREFIX (/usr/local), or below DESTDIR for a package
 	cmake --install build/static --prefix "$(PREFIX)"
 	cmake --install build/shared --prefix "$(PREFIX)"
+	case "$(DESTDIR):$(PREFIX):$$(id -u)" in :/usr/local:0|:/usr:0) ldconfig ;; esac
 
 uninstall:  ## remove what the last install put in place, with its DESTDIR
 	sed 's|^|$(DESTDIR)|' build/static/install_manifest.txt build/shared/install_manifest.txt | \

@@ -39,7 +39,7 @@ install(FILES
   DESTINATION ${package_dir} COMPONENT development)
 
 # --- pkg-config
-function(install_pkg_config name library description requires requires_private libs_private flags)
+function(install_pkg_config name library description requires libs_private flags)
   set(to_prefix ${CMAKE_INSTALL_PREFIX})
   cmake_path(RELATIVE_PATH to_prefix BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
   set(includedir "\${prefix}")
@@ -51,14 +51,14 @@ function(install_pkg_config name library description requires requires_private l
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endfunction()
 install_pkg_config(path_filter path_filter "${PROJECT_DESCRIPTION}"
-  "" "libutf8proc" "-pthread" "")
+  "" "-lutf8proc -pthread" "")
 install_pkg_config(path_filter-language_registry path_filter_language_registry
-  "The default language registry of path_filter" "" "" ""
+  "The default language registry of path_filter" "" ""
   "-Wl,-u,path_filter_default_registry ")
 if(PATH_FILTER_SQL)
   install_pkg_config(path_filter-sql path_filter_sql
     "The predicate of path_filter for test code inside SQLite queries"
-    "path_filter, sqlite3" "" "" "")
+    "path_filter, sqlite3" "" "")
 endif()
 
 install(FILES LICENSE NOTICE CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)

@@ -4,9 +4,10 @@
 //
 // This header is a seam. It declares what path_filter asks of a registry and
 // nothing about where the answers come from; the registry that is linked answers.
-// The library `language_registry` (registry.cpp) is the default one, with a table
+// The library path_filter::language_registry is the default one, with a table
 // compiled in. A host that has its own registry links its own definitions of the
-// functions below instead: the calls are direct in both cases, so the choice costs
+// functions below instead, in an object file of the program or an OBJECT library (a
+// linker may drop any other): the calls are direct in both cases, so the choice costs
 // the default nothing. A host whose registry only exists at run time links
 // definitions that forward to it.
 //
@@ -33,7 +34,9 @@
 #include <string_view>
 #include <unordered_set>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace language_registry {
 
@@ -136,6 +139,8 @@ std::string_view tier_of(std::string_view language);
 
 }  // namespace language_registry
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_

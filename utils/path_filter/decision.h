@@ -13,7 +13,9 @@
 #include <string_view>
 #include <utility>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -72,7 +74,8 @@ class Decision {
   bool indexable() const { return _indexable; }
   /// The rule that leaves the file out; absent when the file is in.
   std::optional<Exclusion> kind() const { return _kind; }
-  /// Why, for a log line or a list of skipped files; empty when the file is in.
+  /// Why, for a log line or a list of skipped files; empty when the file is in. A view into
+  /// the decision; a temporary decision gives a text, to be kept as a std::string.
   std::string_view reason() const& { return _fixed_reason.empty() ? _reason : _fixed_reason; }
   std::string reason() && { return std::string(std::as_const(*this).reason()); }
   /// The language the file is indexed as, by its name in the registry.
@@ -129,7 +132,9 @@ std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 namespace path_filter::internal {
 

@@ -304,7 +304,8 @@ std::vector<GitIgnoreSpec::Pattern> GitIgnoreSpec::patterns() const {
   return patterns;
 }
 
-CheckResult GitIgnoreSpec::check_file(std::string_view path) const {
+CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
+  std::string_view path = asked;
   const bool is_directory = path.ends_with('/');
   while (path.ends_with('/')) path.remove_suffix(1);
   const RuleNumber decides =

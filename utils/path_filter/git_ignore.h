@@ -9,8 +9,9 @@
 //   rules.check_file("build").include          // absent: a file of that name
 //
 // The format is that of the gitignore manual page. Where the page leaves a point
-// open, the answer is that of `git check-ignore`; docs/git-differences.md lists the
-// few places where the two differ, or where this component reads files otherwise.
+// open, the answer is that of `git check-ignore`; docs/git-differences.md, in the
+// sources, lists the few places where the two differ, or where this component reads
+// files otherwise.
 //
 // A rule set is immutable: any number of threads may ask it at once. Asking takes no
 // memory and, for all but wildcard patterns that neither begin nor end with a literal,
@@ -36,7 +37,11 @@
 #include <system_error>
 #include <vector>
 
+#include "utils/path_filter/path_argument.h"
+
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -119,8 +124,9 @@ class GitIgnoreSpec {
 
   /// What the last pattern that matches `path` says. `path` is relative to the
   /// directory of the ignore file, with "/" between components; a directory's ends
-  /// in "/".
-  CheckResult check_file(std::string_view path) const;
+  /// in "/". Asks about `path` itself; that what lies below an ignored directory is ignored
+  /// is the caller's to know.
+  CheckResult check_file(PathArgument path) const;
 
   /// One path as all the rule sets of a repository are asked about it: the parts that
   /// stay the same for each of them are computed once. `path` has no "/" at its end;
@@ -190,6 +196,8 @@ std::optional<GitIgnoreSpec> _ignore_rules_in(std::string_view content);
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_GIT_IGNORE_H_

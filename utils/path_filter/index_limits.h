@@ -15,7 +15,9 @@
 #include <variant>
 #include <vector>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -86,7 +88,9 @@ class IndexLimits {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 template <>
 struct std::hash<path_filter::IndexLimits> {

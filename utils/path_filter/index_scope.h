@@ -35,9 +35,9 @@
 //   open for itself and each new directory above it. Memory grows with the directories
 //   asked about, by their names' length and some 80 bytes.
 //
-// Failures  What the registry, the excludes-file lookup or an `on_error` throws passes
-//   through; so does DecodingError for a `.git` or `commondir` file that is not valid
-//   UTF-8. The caches stay whole and the next question tries again.
+// Failures  What the registry, the excludes-file lookup, an `on_error` or the logger's sink
+//   throws passes through; so does DecodingError for a `.git` or `commondir` file that is
+//   not valid UTF-8. The caches stay whole and the next question tries again.
 
 #ifndef UTILS_PATH_FILTER_INDEX_SCOPE_H_
 #define UTILS_PATH_FILTER_INDEX_SCOPE_H_
@@ -61,7 +61,9 @@ namespace path_filter::internal {
 class ScopeState;
 }
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -81,7 +83,7 @@ struct IndexScopeOptions {
 /// What a question about a file is told by name.
 struct FileFacts {
   [[no_unique_address]] internal::ByNameOnly by_name_only = internal::ByNameOnly();
-  /// The file's size in bytes, when the caller knows it.
+  /// The file's size in bytes, when the caller knows it. A negative one counts as small.
   std::optional<std::int64_t> size = std::nullopt;
 };
 
@@ -137,9 +139,12 @@ class IndexScope {
 
   /// The files below the root, outside the directories that are left out, one at a
   /// time as they are taken. `on_error` is told of each directory that cannot be
-  /// listed. The scope must outlive the walk, which tree_walk.h declares.
-  Walk walk(WalkErrorHandler on_error = nullptr) const;
-  Walk walk(WalkErrorHandler on_error, WalkOptions options) const;
+  /// listed. The scope must outlive the walk, which tree_walk.h declares: a temporary one
+  /// gives none.
+  Walk walk(WalkErrorHandler on_error = nullptr) const&;
+  Walk walk(WalkErrorHandler on_error, WalkOptions options) const&;
+  Walk walk(WalkErrorHandler on_error = nullptr) const&& = delete;
+  Walk walk(WalkErrorHandler on_error, WalkOptions options) const&& = delete;
 
   /// What is_indexable answers, and what decided, both by one state of the ignore rules.
   /// The reason is computed anew on each call; those who do not ask pay nothing.
@@ -159,6 +164,8 @@ class IndexScope {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_INDEX_SCOPE_H_

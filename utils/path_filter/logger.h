@@ -22,7 +22,9 @@
 
 #include "utils/path_filter/internal/loaded.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -51,7 +53,8 @@ class Logger {
 
   /// Where warnings go from now on; null: to stderr, each in one write. Any thread may call
   /// it. The sink is called from any thread, by several at once, and under no lock: what it
-  /// throws passes through the question that warns.
+  /// throws passes through the question that warns. A sink that was replaced may still be
+  /// running on another thread, and is destroyed when that ends: it owns what it needs.
   void set_sink(Sink sink);
 
   void warn(std::string_view format, std::initializer_list<Warning::Argument> arguments) const;
@@ -72,6 +75,8 @@ inline constexpr internal::Loaded<Logger, internal::loaded_logger> logger{};
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_LOGGER_H_

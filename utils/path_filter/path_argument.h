@@ -4,10 +4,13 @@
 #define UTILS_PATH_FILTER_PATH_ARGUMENT_H_
 
 #include <concepts>
+#include <cstddef>
 #include <filesystem>
 #include <string_view>
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -18,6 +21,8 @@ class PathArgument {
  public:
   template <std::convertible_to<std::string_view> Text>
   constexpr PathArgument(const Text& text) : _text(text) {}  // NOLINT: implicit by intent
+
+  PathArgument(std::nullptr_t) = delete;
 
   // A template, so that a text is never made a path first.
   template <std::same_as<std::filesystem::path> Path>
@@ -31,6 +36,8 @@ class PathArgument {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_PATH_ARGUMENT_H_

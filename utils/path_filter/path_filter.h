@@ -3,7 +3,7 @@
 //
 //   path_rules.h    the fixed directory rules, and what is taken from the registry
 //   test_code.h     which paths are test code; the production surface
-//   test_code_sql.h the same answer inside SQLite queries (link path_filter_sql)
+//   test_code_sql.h the same answer inside SQLite queries (link path_filter::sql)
 //   index_scope.h   the scope of one repository: all rules together
 //   tree_walk.h     the files of a tree that git does not list
 //   git_ignore.h    the rules of one ignore file

@@ -21,7 +21,7 @@ bool _skips_directory(std::string_view name, std::optional<std::string_view> par
   return name.ends_with(".egg-info");
 }
 
-bool should_skip_directory(std::string_view dirname, std::optional<PathArgument> parent_path) {
+bool should_skip_directory(PathArgument dirname, std::optional<PathArgument> parent_path) {
   if (!parent_path) return _skips_directory(dirname, std::nullopt);
   return _skips_directory(dirname, internal::last_component(*parent_path));
 }

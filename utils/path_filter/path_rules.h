@@ -29,7 +29,9 @@
 #include "utils/path_filter/internal/loaded.h"
 #include "utils/path_filter/path_argument.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -56,7 +58,7 @@ bool _skips_directory(std::string_view name, std::optional<std::string_view> par
 
 /// Whether the indexer skips the directory `dirname` (one name, not split) that lies
 /// in the directory `parent_path`.
-bool should_skip_directory(std::string_view dirname,
+bool should_skip_directory(PathArgument dirname,
                            std::optional<PathArgument> parent_path = std::nullopt);
 
 /// Whether any component of `path` is skipped, its last one included: a file named
@@ -94,6 +96,8 @@ inline constexpr internal::Loaded<const std::vector<std::string>, internal::load
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_PATH_RULES_H_

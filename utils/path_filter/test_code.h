@@ -25,7 +25,9 @@
 #include "utils/path_filter/internal/by_name_only.h"
 #include "utils/path_filter/path_argument.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -61,6 +63,8 @@ requires std::constructible_from<std::string, std::ranges::range_reference_t<Pat
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_H_

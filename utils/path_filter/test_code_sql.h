@@ -22,7 +22,9 @@
 
 struct sqlite3;
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -92,8 +94,8 @@ struct SqlTestPathFilterOptions {
 /// Which form to use: the path form, unless the query looks for test code (`exclude` is
 /// false) and has an index that leads from a file to the other rows. SQLite then begins
 /// the identifier form at the test files. Measured on 350,000 edges joined with 5,000
-/// files, with a warm memo and SQLite 3.40 (benchmarks/sql_benchmark.cpp), the identifier
-/// form takes this multiple of the path form's time:
+/// files, with a warm memo and SQLite 3.40 (in the sources, benchmarks/sql_benchmark.cpp), the
+/// identifier form takes this multiple of the path form's time:
 ///
 ///                                        exclude = false    exclude = true
 ///     no index on the edges' file               1.15               1.3
@@ -124,6 +126,8 @@ bool _sql_is_test_path(std::optional<std::string_view> path);
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_TEST_CODE_SQL_H_

@@ -72,9 +72,9 @@ class Walk::State {
   std::size_t _next_file = 0;
 };
 
-Walk IndexScope::walk(WalkErrorHandler on_error) const { return walk(std::move(on_error), {}); }
+Walk IndexScope::walk(WalkErrorHandler on_error) const& { return walk(std::move(on_error), {}); }
 
-Walk IndexScope::walk(WalkErrorHandler on_error, WalkOptions options) const {
+Walk IndexScope::walk(WalkErrorHandler on_error, WalkOptions options) const& {
   return Walk(*this, std::move(on_error), std::move(options));
 }
 
@@ -84,6 +84,7 @@ Walk::Walk(const IndexScope& scope, WalkErrorHandler on_error, WalkOptions optio
 
 Walk::~Walk() = default;
 Walk::Walk(Walk&& other) noexcept = default;
+Walk& Walk::operator=(Walk&& other) noexcept = default;
 
 const std::string& Walk::path() const { return _state->path(); }
 bool Walk::advance() { return _state->advance(); }

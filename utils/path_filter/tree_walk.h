@@ -15,7 +15,9 @@
 #include "utils/path_filter/index_scope.h"
 #include "utils/path_filter/internal/by_name_only.h"
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
+#endif
 
 namespace path_filter {
 
@@ -63,6 +65,7 @@ class Walk {
  public:
   ~Walk();
   Walk(Walk&& other) noexcept;
+  Walk& operator=(Walk&& other) noexcept;
 
   class Iterator {
    public:
@@ -87,12 +90,13 @@ class Walk {
   };
 
   /// Takes the first path. To be called once.
-  Iterator begin() { return ++Iterator(this); }
+  Iterator begin() & { return ++Iterator(this); }
   std::default_sentinel_t end() const { return {}; }
 
   /// What the scope's is_indexable answers about the path that the walk has come to, for
   /// less: the files of a directory share the search for it and its rules. A name with a
-  /// backslash is judged without reading through a link. Throws as is_indexable does.
+  /// backslash is judged without reading through a link. Throws as is_indexable does. To be
+  /// called between begin() and the end.
   Decision decide(FileFacts facts = {}) const;
 
  private:
@@ -111,6 +115,8 @@ class Walk {
 
 }  // namespace path_filter
 
+#ifndef PATH_FILTER_STATIC
 #pragma GCC visibility pop
+#endif
 
 #endif  // UTILS_PATH_FILTER_TREE_WALK_H_
