@@ -4,6 +4,7 @@
 #include <exception>
 #include <iostream>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "utils/path_filter/path_filter.h"
@@ -12,14 +13,17 @@ int main(int argc, char** argv) try {
   const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".");
   std::map<std::string, int> files;
   int excluded = 0;
-  for (const std::string& path : scope.walk()) {
-    const path_filter::Decision decision = scope.is_indexable(path);
-    if (decision) {
-      ++files[*decision.language()];
-    } else if (++excluded <= 3) {
-      std::cout << path << ": " << decision.reason() << '\n';
+  for (const std::string& path : scope.walk()) try {
+      const path_filter::Decision decision = scope.is_indexable(path);
+      if (decision) {
+        ++files[*decision.language()];
+      } else if (++excluded <= 3) {
+        std::cout << path << ": " << decision.reason() << '\n';
+      }
+    } catch (const std::invalid_argument& error) {
+      // A file of a stranger's may be named like an absolute path: "\x".
+      std::cerr << error.what() << '\n';
     }
-  }
   for (const auto& [language, count] : files) std::cout << count << ' ' << language << '\n';
   return 0;
 } catch (const std::exception& error) {

@@ -364,7 +364,8 @@ std::array scope_methods{
         "walk($self, /, on_error=None)\n--\n\n"
         "The files below the root, outside the directories that are left out, one at a time\n"
         "as they are taken: nothing is open in between. on_error is told of each directory\n"
-        "that cannot be listed. One thread at a time takes from a walk."),
+        "that cannot be listed. A file may be named like an absolute path (\\x): is_indexable\n"
+        "raises ValueError for it. One thread at a time takes from a walk."),
     function<EXPLAIN, explain>(""),
     function<DECIDING_IGNORE_RULE, deciding_ignore_rule>(""),
 };

@@ -52,6 +52,9 @@ struct WalkOptions {
 /// once backslashes are taken for separators (EINVAL). An exception of a handler or of
 /// the scope ends the walk.
 ///
+/// A file may be named like an absolute path, once backslashes are taken for separators
+/// ("\x"): it is produced, and the scope's questions throw std::invalid_argument for it.
+///
 /// A directory's rules are those of when it is listed: a refresh of the scope counts from
 /// the next directory on.
 ///
