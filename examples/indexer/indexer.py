@@ -117,7 +117,7 @@ class Indexer(events.FileSystemEventHandler):
             elif relative is not None:
                 parent, name = os.path.split(relative)
                 if name in RULES or path.endswith("/"):
-                    whole |= self.scope.admits_directory(parent if name in RULES else relative)
+                    whole |= self._admits(parent if name in RULES else relative)
                 elif not self._is_nested(relative):
                     paths.add(relative)
         # What changed is read; of all the rest, what is not as the table has it.
@@ -146,6 +146,12 @@ class Indexer(events.FileSystemEventHandler):
         files = self.scope.walk(logging.warning) if listed is None else listed.split("\0")
         return set(files) - {""}
 
+    def _admits(self, directory: str) -> bool:
+        try:
+            return self.scope.admits_directory(directory)
+        except ValueError:  # named like an absolute path
+            return False
+
     def _is_nested(self, path: str) -> bool:
         """Whether git leaves a file to a repository within this one."""
         held = [os.path.lexists(self.root / above / ".git") for above in PurePath(path).parents]
@@ -158,8 +164,7 @@ class Indexer(events.FileSystemEventHandler):
         try:
             status = os.lstat(self.root / path)
             now = status.st_size, status.st_mtime_ns
-            # A backslash reads as "/": with one in front, the scope sees an absolute path.
-            if stat.S_ISREG(status.st_mode) and not path.startswith("\\"):
+            if stat.S_ISREG(status.st_mode):
                 decision = self.scope.is_indexable(path, size=status.st_size)
                 if decision and now == before:
                     return None
@@ -170,6 +175,10 @@ class Indexer(events.FileSystemEventHandler):
         except OSError as error:
             if not isinstance(error, (FileNotFoundError, NotADirectoryError)):
                 logging.warning("Cannot read %r: %s", path, error.strerror)
+        except UnicodeDecodeError:
+            raise  # of the repository's own .git
+        except ValueError as error:  # a name like "\\x" or "C:\\x", an absolute path
+            logging.warning("Cannot index: %s", error)
         return path, row, names
 
 

@@ -3,11 +3,11 @@
 #ifndef PYTHON_SRC_CONVERSIONS_H_
 #define PYTHON_SRC_CONVERSIONS_H_
 
-#include <cxxabi.h>
 #include <nanobind/nanobind.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -70,7 +70,9 @@ template <typename Call>
 auto run_python(Call call) {
   try {
     return call();
-  } catch (const abi::__forced_unwind&) {
+  } catch (const std::exception&) {
+    throw;
+  } catch (...) {  // the unwind is no exception of C++
     for (;;) ::pause();
   }
 }
