@@ -79,7 +79,7 @@ class CheckedRoot {
   explicit CheckedRoot(const Settings& settings)
       : _base(std::filesystem::absolute(settings.root.value_or(".")).lexically_normal()),
         _top(find_place(settings.root.value_or("."), settings.root).root),
-        scope(_top, scope_options(settings, &relative_excludes_file)) {
+        scope(_top, scope_options(settings, &_relative_excludes_file)) {
     if (settings.root) _named = _base;
     if (const auto below = scope.relative(std::filesystem::canonical(_base)))
       _prefix = *below + '/';
@@ -88,6 +88,7 @@ class CheckedRoot {
   /// `path`, which is relative to the current directory or to --root, relative to the root; a
   /// "/" at its end stays. Throws std::invalid_argument for a path outside the root.
   std::string relative(std::string_view path) const {
+    if (path.empty()) throw std::invalid_argument("an empty path");
     while (path.starts_with("./") && path.size() > 2) path.remove_prefix(2);
     // As git and find list them: nothing is to be resolved.
     if (is_plain(path)) return _prefix + std::string(path);
@@ -112,30 +113,27 @@ class CheckedRoot {
     std::string directory(path.substr(0, path.find_last_not_of('/') + 1));  // npos + 1 is 0
     if (directory.size() == path.size()) {
       const path_filter::FileFacts facts{.size = size_for_limits(scope, path)};
-      Explanation answer =
-          verbose ? explain(path, facts) : Explanation{scope.is_indexable(path, facts)};
+      Explanation answer = verbose ? as_git_names_it(scope.explain(path, facts))
+                                   : Explanation{scope.is_indexable(path, facts)};
       if (answer.decision.kind() != path_filter::Exclusion::unknown_language ||
           !is_directory(directory)) {
         return answer;
       }
     }
     auto excluded = exclusion_of(scope, directory);
-    return excluded ? std::move(*excluded) : Explanation{Decision(true)};
+    return excluded ? as_git_names_it(std::move(*excluded)) : Explanation{Decision(true)};
   }
 
-  /// What decided about a path, with each ignore file named as git names it.
-  Explanation explain(std::string_view path, path_filter::FileFacts facts) const {
-    Explanation explanation = scope.explain(path, facts);
-    if (explanation.rule && !relative_excludes_file.empty() &&
-        explanation.rule->source == (scope.root / relative_excludes_file).native()) {
-      explanation.rule->source = relative_excludes_file;
+ private:
+  /// A relative core.excludesFile is named as it is configured.
+  Explanation as_git_names_it(Explanation explanation) const {
+    if (explanation.rule && !_relative_excludes_file.empty() &&
+        explanation.rule->source == (_top / _relative_excludes_file).native()) {
+      explanation.rule->source = _relative_excludes_file;
     }
     return explanation;
   }
 
-  std::string relative_excludes_file;
-
- private:
   /// Whether each component of a relative path is a name.
   static bool is_plain(std::string_view path) {
     bool at_name = true;
@@ -160,6 +158,7 @@ class CheckedRoot {
     return std::filesystem::weakly_canonical(path.parent_path(), unresolved) / path.filename();
   }
 
+  std::string _relative_excludes_file;
   std::filesystem::path _base;   // of relative paths
   std::filesystem::path _top;    // the root, without links
   std::filesystem::path _named;  // and as --root names it
@@ -241,7 +240,8 @@ int check(const CheckOptions& options) {
         output << json_line(object) << '\n';
       } else {
         output.flush();
-        std::cerr << "path-filter: " << printable(path) << ": " << printable(error.what()) << '\n';
+        std::cerr << "path-filter: " << (path.empty() ? "''" : printable(path)) << ": "
+                  << printable(error.what()) << '\n';
       }
     }
   };

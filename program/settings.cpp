@@ -151,13 +151,12 @@ Place find_place(const std::string& directory, const std::optional<std::string>&
 
 std::string Place::shown(std::string_view path) const {
   const std::size_t cut = below.empty() ? 0 : below.size() + 1;
-  return prefix + std::string(path.substr(std::min(cut, path.size())));
+  const std::string name = prefix + std::string(path.substr(std::min(cut, path.size())));
+  return name.empty() ? "./" : name;
 }
 
 std::string Place::shown(const std::filesystem::filesystem_error& error) const {
-  const auto path = path_filter::IndexScope(root).relative(error.path1());
-  const std::string name = shown(path.value_or(""));
-  return name.empty() ? "." : name;
+  return shown(path_filter::IndexScope(root).relative(error.path1()).value_or(""));
 }
 
 }  // namespace program

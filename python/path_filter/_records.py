@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import enum
+import logging
 from collections.abc import Iterable, Set
 from dataclasses import dataclass
 from typing import Any, final
@@ -95,14 +96,12 @@ class IndexLimits:
         except Exception:  # whatever it is, it is no number
             max_file_bytes = 0
         if max_file_bytes <= 0:
-            from . import DEFAULT_MAX_FILE_SIZE_MB, logger
-
-            logger.warning(
+            logging.getLogger(__package__).warning(
                 "index.max_file_size_mb=%r is not a positive number; using %d",
                 index.max_file_size_mb,
-                DEFAULT_MAX_FILE_SIZE_MB,
+                _core.DEFAULT_MAX_FILE_SIZE_MB,
             )
-            max_file_bytes = DEFAULT_MAX_FILE_SIZE_MB * _MIB
+            max_file_bytes = _core.DEFAULT_MAX_FILE_SIZE_MB * _MIB
         languages = index.languages
         if languages is None or languages == "":
             languages = ()

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,6 +59,14 @@ nb::str to_str(std::string_view text);
 
 /// The text of what TextBytes gives.
 nb::str from_utf8(std::string_view text);
+
+/// Of tables of std::string that are asked with views.
+struct TextHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const noexcept {
+    return std::hash<std::string_view>{}(text);
+  }
+};
 
 /// Whether this thread holds the interpreter's lock. (PyGILState_Check says so of every thread
 /// once there has been a second interpreter.)

@@ -48,20 +48,13 @@ namespace {
 
 // --- Decisions ---------------------------------------------------------------------
 
-struct Hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view text) const noexcept {
-    return std::hash<std::string_view>{}(text);
-  }
-};
-
 /// Python's decisions. Those whose reason is fixed are made once for a kind and language, and
 /// shared: a question then allocates nothing. Never freed.
 struct Decisions {
   nb::object decision_type;
   nb::object exclusions;  // the members of the enum, by the number of the kind
 
-  using ByLanguage = std::unordered_map<std::string, nb::object, Hash, std::equal_to<>>;
+  using ByLanguage = std::unordered_map<std::string, nb::object, TextHash, std::equal_to<>>;
   std::array<ByLanguage, ALL_EXCLUSIONS.size() + 1> shared;  // the first: of indexed files
   // The last one that was asked for: most files are of the language of the file before.
   std::pair<const ByLanguage*, const ByLanguage::value_type*> last{};

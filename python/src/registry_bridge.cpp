@@ -18,13 +18,6 @@
 namespace path_filter::python {
 namespace {
 
-struct Hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view text) const noexcept {
-    return std::hash<std::string_view>{}(text);
-  }
-};
-
 struct Record {
   std::string_view tier;
   std::vector<std::string_view> test_file_globs;
@@ -37,7 +30,7 @@ struct Record {
 struct HostRegistry {
   nb::object module, detect_language, is_lockfile, tier_of;
 
-  std::unordered_set<std::string, Hash, std::equal_to<>> texts;
+  std::unordered_set<std::string, TextHash, std::equal_to<>> texts;
   std::map<std::vector<const char*>, Record> records;
   std::list<language_registry::TextSet> test_dir_names;
   std::deque<std::vector<std::string_view>> test_file_globs;
