@@ -22,7 +22,8 @@ function(install_libraries export)
   install(EXPORT ${export} NAMESPACE path_filter:: DESTINATION ${package_dir}
           COMPONENT development)
 endfunction()
-install_libraries(path_filter-${flavour}-targets path_filter path_filter_language_registry)
+install_libraries(path_filter-${flavour}-targets
+  path_filter path_filter_git_config path_filter_language_registry)
 if(PATH_FILTER_SQL)
   install_libraries(path_filter-${flavour}-sql-targets path_filter_sql)
 endif()
@@ -55,6 +56,8 @@ install_pkg_config(path_filter path_filter "${PROJECT_DESCRIPTION}"
 install_pkg_config(path_filter-language_registry path_filter_language_registry
   "The default language registry of path_filter" "" ""
   "-Wl,-u,path_filter_default_registry ")
+install_pkg_config(path_filter-git_config path_filter_git_config
+  "What git's configuration says of core.excludesFile, for path_filter" "" "" "")
 if(PATH_FILTER_SQL)
   install_pkg_config(path_filter-sql path_filter_sql
     "The predicate of path_filter for test code inside SQLite queries"

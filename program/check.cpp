@@ -5,16 +5,18 @@
 #include <cerrno>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "program/commands.h"
-#include "program/directory.h"
-#include "program/file_size.h"
+#include "program/decider.h"
 #include "program/output.h"
+#include "program/repository.h"
 #include "utils/path_filter/internal/text.h"
 
 namespace program {
@@ -28,9 +30,11 @@ namespace {
 /// Standard input, split at a character.
 class InputPaths {
  public:
-  explicit InputPaths(char end) : _end(end) {}
+  /// `before_waiting` is called before more is read, which may have to be waited for.
+  InputPaths(char end, std::function<void()> before_waiting)
+      : _end(end), _before_waiting(std::move(before_waiting)) {}
 
-  /// The next path, valid until the next call; absent at the end.
+  /// The next path without its end, valid until the next call; absent at the end.
   std::optional<std::string_view> next() {
     for (;;) {
       const std::size_t end = _buffer.find(_end, _searched);
@@ -53,6 +57,7 @@ class InputPaths {
  private:
   bool fill() {
     constexpr std::size_t READ_BYTES = 64 * 1024;
+    _before_waiting();
     const std::size_t size = _buffer.size();
     _buffer.resize(size + READ_BYTES);
     ssize_t count = -1;
@@ -67,22 +72,21 @@ class InputPaths {
   }
 
   char _end;
+  std::function<void()> _before_waiting;
   std::string _buffer;
   std::string _last;
   std::size_t _begin = 0;     // of the path that is next
   std::size_t _searched = 0;  // no end before here
 };
 
-/// The scope, and how a path as the shell wrote it becomes one below its root.
+/// The repository, and how a path as the shell wrote it becomes one below its root.
 class CheckedRoot {
  public:
   explicit CheckedRoot(const Settings& settings)
-      : _base(std::filesystem::absolute(settings.root.value_or(".")).lexically_normal()),
-        _top(find_place(settings.root.value_or("."), settings.root).root),
-        scope(_top, scope_options(settings, &_relative_excludes_file)) {
+      : repository(settings),
+        _base(std::filesystem::absolute(settings.directory).lexically_normal()),
+        _prefix(repository.place.below.empty() ? "" : repository.place.below + '/') {
     if (settings.root) _named = _base;
-    if (const auto below = scope.relative(std::filesystem::canonical(_base)))
-      _prefix = *below + '/';
   }
 
   /// `path`, which is relative to the current directory or to --root, relative to the root; a
@@ -98,12 +102,13 @@ class CheckedRoot {
     for (const bool resolve : {false, true}) {
       // Links may lead to the root, or out of it and back.
       if (resolve) absolute = resolved(absolute);
-      if (absolute == _top || absolute == _named) return "/";
-      auto below = scope.relative(absolute);
+      if (absolute == repository.scope.root || absolute == _named) return "/";
+      auto below = repository.scope.relative(absolute);
       if (!below && !_named.empty()) below = IndexScope(_named).relative(absolute);
       if (below) return std::move(*below) + (is_directory ? "/" : "");
     }
-    throw std::invalid_argument("outside the repository " + printable(_top.native()));
+    throw std::invalid_argument("outside the repository " +
+                                printable(repository.scope.root.native()));
   }
 
   /// What decided about the directory at `path`, or the file there. A directory is what ends in
@@ -112,28 +117,20 @@ class CheckedRoot {
   Explanation answer(std::string_view path, bool verbose) const {
     std::string directory(path.substr(0, path.find_last_not_of('/') + 1));  // npos + 1 is 0
     if (directory.size() == path.size()) {
-      const path_filter::FileFacts facts{.size = size_for_limits(scope, path)};
-      Explanation answer = verbose ? as_git_names_it(scope.explain(path, facts))
-                                   : Explanation{scope.is_indexable(path, facts)};
+      const path_filter::FileFacts facts{.size = repository.size_for_limits(path)};
+      Explanation answer = verbose ? repository.explain(path, facts)
+                                   : Explanation{repository.scope.is_indexable(path, facts)};
       if (answer.decision.kind() != path_filter::Exclusion::unknown_language ||
           !is_directory(directory)) {
         return answer;
       }
     }
-    auto excluded = exclusion_of(scope, directory);
-    return excluded ? as_git_names_it(std::move(*excluded)) : Explanation{Decision(true)};
+    return repository.exclusion_of(directory).value_or(Explanation{Decision(true)});
   }
+
+  const Repository repository;
 
  private:
-  /// A relative core.excludesFile is named as it is configured.
-  Explanation as_git_names_it(Explanation explanation) const {
-    if (explanation.rule && !_relative_excludes_file.empty() &&
-        explanation.rule->source == (_top / _relative_excludes_file).native()) {
-      explanation.rule->source = _relative_excludes_file;
-    }
-    return explanation;
-  }
-
   /// Whether each component of a relative path is a name.
   static bool is_plain(std::string_view path) {
     bool at_name = true;
@@ -149,7 +146,8 @@ class CheckedRoot {
 
   bool is_directory(const std::string& path) const {
     struct stat status {};
-    return ::lstat((_top.native() + '/' + path).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return ::lstat((repository.scope.root.native() + '/' + path).c_str(), &status) == 0 &&
+           S_ISDIR(status.st_mode);
   }
 
   /// `path` with the links on the way to its last component followed.
@@ -158,99 +156,87 @@ class CheckedRoot {
     return std::filesystem::weakly_canonical(path.parent_path(), unresolved) / path.filename();
   }
 
-  std::string _relative_excludes_file;
   std::filesystem::path _base;   // of relative paths
-  std::filesystem::path _top;    // the root, without links
-  std::filesystem::path _named;  // and as --root names it
+  std::filesystem::path _named;  // the root as --root names it
   std::string _prefix;           // of _base below the root, with a "/" at its end
-
- public:
-  const IndexScope scope;
 };
-
-/// What decided, in one column for a reader: the rule as `git check-ignore -v` prints
-/// it, or what stands for it.
-std::string decider(const Explanation& explanation, const IndexScope& scope) {
-  if (explanation.rule) {
-    const auto& rule = *explanation.rule;
-    return printable(rule.source) + ":" + std::to_string(rule.line) + ":" + printable(rule.pattern);
-  }
-  if (explanation.directory) return printable(*explanation.directory + "/");
-  if (explanation.glob) return *explanation.glob;
-  if (explanation.decision.kind() == path_filter::Exclusion::size) {
-    return std::to_string(scope.limits->max_file_bytes()) + " bytes";
-  }
-  return "";
-}
-
-void print_json(Output& output, std::string_view path, std::string_view relative,
-                const Explanation& explanation, bool verbose) {
-  Json object = json_of_path(path);
-  add_decision(object, relative, explanation.decision);
-  if (verbose) {
-    object["rule"] = nullptr;
-    if (explanation.rule) {
-      const auto& rule = *explanation.rule;
-      object["rule"] = {{"source", rule.source}, {"line", rule.line}, {"pattern", rule.pattern}};
-    }
-    if (explanation.directory) object["directory"] = *explanation.directory;
-    if (explanation.glob) object["glob"] = *explanation.glob;
-  }
-  output << json_line(object) << '\n';
-}
-
-void print_text(Output& output, std::string_view path, const Explanation& explanation,
-                const IndexScope& scope, bool verbose) {
-  const Decision& decision = explanation.decision;
-  output << printable(path) << '\t';
-  if (decision && decision.language()) {
-    output << "indexed\t" << *decision.language();
-  } else if (decision) {
-    output << "indexable\ta directory";
-  } else {
-    output << to_string(*decision.kind()) << '\t' << decision.reason();
-  }
-  if (verbose) output << '\t' << decider(explanation, scope);
-  output << '\n';
-}
 
 }  // namespace
 
 int check(const CheckOptions& options) {
-  const CheckedRoot root(options.settings);
-  const IndexScope& scope = root.scope;
-  Output output;
+  Settings settings = options.settings;
+  settings.directory = settings.root.value_or(".");
+  const CheckedRoot root(settings);
+  Output output(options.color);
   int status = 0;
 
+  const auto print = [&](std::string_view path, std::string_view relative,
+                         const Explanation& explanation) {
+    const Decision& decision = explanation.decision;
+    if (options.json) {
+      JsonLine object;
+      object.add_path(path).add_decision(relative, decision);
+      if (options.verbose) add_decider(object, explanation, relative, root.repository.scope);
+      output << object.text() << '\n';
+      return;
+    }
+    const bool raw = options.null;
+    const char separator = raw ? '\0' : '\t';
+    output << (raw ? std::string(path) : column(path)) << separator;
+    const std::string_view verdict = !decision             ? to_string(*decision.kind())
+                                     : decision.language() ? "indexed"
+                                                           : "indexable";
+    output << (raw ? std::string(verdict)
+                   : output.styled(decision ? Style::in : Style::out, verdict));
+    output << separator;
+    if (!decision) {
+      output << decision.reason();
+    } else {
+      output << (decision.language() ? std::string_view(*decision.language()) : "a directory");
+    }
+    if (options.verbose) {
+      output << separator << decider(explanation, relative, root.repository.scope, raw);
+    }
+    output << (raw ? '\0' : '\n');
+  };
+  const auto complain = [&](std::string_view path, std::string_view problem) {
+    status = 2;
+    if (options.json && !options.quiet) {
+      JsonLine object;
+      output << object.add_path(path).add("error", problem).text() << '\n';
+      return;
+    }
+    output.flush();
+    std::cerr << "path-filter: " + (path.empty() ? "''" : printable(path)) + ": " +
+                     printable(problem) + "\n";
+  };
   const auto ask = [&](std::string_view path) {
     try {
       const std::string relative = root.relative(path);
       const Explanation explanation = root.answer(relative, options.verbose);
-      if (options.json) {
-        print_json(output, path, relative, explanation, options.verbose);
-      } else {
-        print_text(output, path, explanation, scope, options.verbose);
-      }
+      if (!options.quiet) print(path, relative, explanation);
       if (!explanation.decision) status = std::max(status, 1);
     } catch (const std::exception& error) {
-      status = 2;
-      if (options.json) {
-        Json object = json_of_path(path);
-        object["error"] = error.what();
-        output << json_line(object) << '\n';
-      } else {
-        output.flush();
-        std::cerr << "path-filter: " << (path.empty() ? "''" : printable(path)) << ": "
-                  << printable(error.what()) << '\n';
-      }
+      complain(path, error.what());
     }
   };
 
   for (const std::string& path : options.paths) ask(path);
   if (options.read_stdin) {
-    InputPaths paths(options.null ? '\0' : '\n');
+    // Who writes a path and waits for its answer gets it.
+    InputPaths paths(options.null ? '\0' : '\n', [&] { output.flush(); });
     try {
-      while (const auto path = paths.next()) ask(*path);
+      while (auto path = paths.next()) {
+        if (output.closed()) return status;
+        if (!options.null && path->ends_with('\r')) path->remove_suffix(1);
+        if (options.null || !path->starts_with('"')) {
+          ask(*path);
+        } else if (const auto meant = unquoted(*path)) {
+          ask(*meant);
+        } else {
+          complain(*path, "badly quoted; write it as git does, or end paths with NUL (-0)");
+        }
+      }
     } catch (...) {
       output.flush();  // what was asked before has its answer
       throw;

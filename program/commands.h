@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "program/output.h"
 #include "program/settings.h"
+#include "utils/path_filter/decision.h"
 
 namespace program {
 
@@ -18,7 +20,12 @@ struct ListOptions {
   bool null = false;
   bool json = false;
   bool excluded = false;
+  bool verbose = false;
+  bool sorted = false;
+  /// Which kinds of what is left out; empty: all.
+  std::vector<path_filter::Exclusion> kinds = {};
   Surface surface = Surface::all;
+  Color color = Color::automatic;
 };
 
 /// Exit status 1 when a directory could not be read or a name not be asked about.
@@ -26,11 +33,13 @@ int list(const ListOptions& options);
 
 struct CheckOptions {
   Settings settings;
-  std::vector<std::string> paths;
+  std::vector<std::string> paths = {};
   bool read_stdin = false;
   bool null = false;
   bool json = false;
   bool verbose = false;
+  bool quiet = false;
+  Color color = Color::automatic;
 };
 
 /// Exit status 0: every path is indexed; 1: some are left out; 2: an error.
@@ -38,12 +47,25 @@ int check(const CheckOptions& options);
 
 struct SummaryOptions {
   Settings settings;
+  bool json = false;
+  Color color = Color::automatic;
 };
 
 /// Exit status as for `list`.
 int summarize(const SummaryOptions& options);
 
-int print_languages(bool json);
+struct RegistryOptions {
+  /// Languages, which are all when none is named.
+  std::vector<std::string> names = {};
+  bool json = false;
+  Color color = Color::automatic;
+};
+
+/// Prints languages of the registry. Throws UsageError for a name that it does not have.
+int print_languages(const RegistryOptions& options);
+
+/// Prints the fixed rules, in the order in which they are asked.
+int print_rules(const RegistryOptions& options);
 
 }  // namespace program
 

@@ -2,44 +2,67 @@
 // not.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "program/commands.h"
+#include "program/suggestion.h"
 #include "utils/path_filter/internal/text.h"
 #include "utils/path_filter/logger.h"
 
 namespace {
 
+using path_filter::Exclusion;
 using path_filter::internal::printable;
+using program::Color;
+using program::Settings;
+using program::UsageError;
 
 constexpr int USAGE_STATUS = 2;
 
-void add_root(CLI::App& command, program::Settings& settings) {
+/// The help without what the parser knows of an option and the text says better.
+class Formatter : public CLI::Formatter {
+ public:
+  std::string make_option_opts(const CLI::Option* option) const override {
+    return option->get_type_name().empty() ? "" : " " + option->get_type_name();
+  }
+};
+
+void add_root(CLI::App& command, Settings& settings) {
   command
       .add_option("--root", settings.root,
                   "The repository's root; else the nearest directory above that has a .git")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->take_last();
 }
 
-void add_directory(CLI::App& command, program::Settings& settings) {
-  command.add_option("DIR", settings.directory, "A directory of the repository, or its root")
-      ->capture_default_str();
+void add_directory(CLI::App& command, Settings& settings) {
+  command
+      .add_option("DIR", settings.directory,
+                  "A directory of the repository, or its root (the current directory)")
+      ->type_name("");
   add_root(command, settings);
 }
 
-void add_limits(CLI::App& command, program::Settings& settings) {
+void add_limits(CLI::App& command, Settings& settings) {
   command
       .add_option(
           "--config", settings.config,
           "A TOML file whose section [index] has the limits: max_file_size_mb and languages")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->take_last();
   command
       .add_option("--max-file-size-mb", settings.max_file_size_mb,
-                  "Leave out larger files (in MiB; 10 when only other limits are given)")
-      ->type_name("SIZE");
+                  "Leave out larger files; in MiB, or 10k, 2M, 1G (10 when only other limits are "
+                  "given)")
+      ->type_name("SIZE")
+      ->take_last();
   command
       .add_option_function<std::string>(
           "--languages", [&settings](const std::string& names) { settings.languages = names; },
@@ -48,84 +71,192 @@ void add_limits(CLI::App& command, program::Settings& settings) {
       ->type_name("NAME,...");
 }
 
+void add_color(CLI::App& command, Color& color) {
+  command
+      .add_option_function<std::string>(
+          "--color",
+          [&color](const std::string& when) {
+            if (when != "auto" && when != "always" && when != "never") {
+              throw UsageError("--color: '" + printable(when) +
+                               "' is none of auto, always and never");
+            }
+            color = when == "auto"     ? Color::automatic
+                    : when == "always" ? Color::always
+                                       : Color::never;
+          },
+          "Use colours: auto (on a terminal), always or never")
+      ->type_name("WHEN")
+      ->take_last();
+}
+
+Exclusion kind_named(const std::string& name) {
+  std::string kinds;
+  for (const Exclusion kind : path_filter::ALL_EXCLUSIONS) {
+    if (name == to_string(kind)) return kind;
+    kinds += (kinds.empty() ? "" : ", ") + std::string(to_string(kind));
+  }
+  throw UsageError("--kind: no kind '" + printable(name) + "'; there are " + kinds);
+}
+
+void add_list(CLI::App& app, program::ListOptions& list) {
+  auto* command = app.add_subcommand("list", "Print the indexable files below DIR");
+  add_directory(*command, list.settings);
+  command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
+  command->add_flag("--json", list.json, "Print each decision as one line of JSON");
+  auto* excluded = command->add_flag("--excluded", list.excluded,
+                                     "Print what is left out instead, with its kind and reason");
+  command
+      ->add_option_function<std::string>(
+          "--kind",
+          [&list](const std::string& names) {
+            for (const std::string& name : program::split_at_commas(names)) {
+              list.kinds.push_back(kind_named(name));
+            }
+            list.excluded = true;
+          },
+          "Print what is left out for these reasons only, separated by commas")
+      ->join(',')
+      ->type_name("KIND,...");
+  command->add_flag("-v,--verbose", list.verbose,
+                    "Name what decided: the ignore rule, the directory, the pattern, the limit");
+  auto* production = command->add_flag_callback(
+      "--production", [&list] { list.surface = program::Surface::production; },
+      "Print only what is not test code; everything when nothing else is there");
+  auto* tests = command->add_flag_callback(
+      "--tests", [&list] { list.surface = program::Surface::tests; }, "Print only test code");
+  for (auto* flag : {production, tests}) flag->excludes(excluded)->excludes("--kind");
+  production->excludes(tests);
+  command
+      ->add_option_function<std::string>(
+          "--sort",
+          [&list](const std::string& key) {
+            if (key != "path") throw UsageError("--sort: only 'path' can be sorted by");
+            list.sorted = true;
+          },
+          "Print when all is found, by the bytes of the paths; else as the walk finds them")
+      ->type_name("path")
+      ->take_last();
+  add_color(*command, list.color);
+  add_limits(*command, list.settings);
+  command->footer("Exit status: 0, 1 when something could not be read, 2 on an error.");
+}
+
+/// Returns the option of the paths, which are to be taken from it as they were given.
+CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
+  auto* command = app.add_subcommand("check", "Print the decision on each PATH");
+  // Of an option that takes extra arguments the parser would split "[a,b]", and a bound
+  // vector would not hold "{}": this one wants more paths than there can be, and is read
+  // as it was given.
+  constexpr int ALL = CLI::detail::expected_max_vector_size;
+  auto* paths = command->add_option("PATH")
+                    ->description("Paths as the shell has them; with --root, relative to that")
+                    ->type_name("")
+                    ->expected(ALL, ALL)
+                    ->take_all();
+  add_root(*command, check.settings);
+  command->add_flag("--stdin", check.read_stdin,
+                    "Read paths from standard input too, quoted ones as git writes them");
+  command->add_flag("-0,--null", check.null,
+                    "Paths on standard input, and the fields of answers, end with NUL");
+  command->add_flag("--json", check.json, "Print each decision as one line of JSON");
+  command->add_flag("-v,--verbose", check.verbose,
+                    "Name what decided: the ignore rule, the directory, the pattern, the limit");
+  command->add_flag("-q,--quiet", check.quiet, "Print no decision; the exit status tells");
+  command->footer(
+      "Exit status: 0 when every path is indexed, 1 when some are left out, 2 on an error.");
+  add_color(*command, check.color);
+  add_limits(*command, check.settings);
+  return paths;
+}
+
+/// The command that does not exist, and what was probably meant.
+UsageError no_command(const CLI::App& app, const std::string& name) {
+  std::vector<std::string> names;
+  for (const auto* command : app.get_subcommands(nullptr)) names.push_back(command->get_name());
+  const std::vector<std::string_view> known(names.begin(), names.end());
+  return UsageError("no command '" + printable(name) + "'" +
+                    program::did_you_mean(program::nearest(name, known)) +
+                    "\nTry 'path-filter --help'.");
+}
+
+bool has_command(const CLI::App& app, const std::string& name) {
+  return std::ranges::any_of(app.get_subcommands(nullptr),
+                             [&](const CLI::App* command) { return command->get_name() == name; });
+}
+
+/// Prints a text that was asked for.
+int print(std::string_view text) {
+  program::Output output;
+  output << text;
+  output.flush();
+  return 0;
+}
+
 int run(int argc, char** argv) {
   CLI::App app(
       "Tells which files of a repository belong in the index, and why the others do not.\n"
       "Nothing limits sizes or languages unless one of the three limit options is given.");
   app.name("path-filter");
-  app.set_version_flag("--version", "path-filter " PATH_FILTER_VERSION);
+  app.formatter(std::make_shared<Formatter>());
+  app.set_version_flag("-V,--version", "path-filter " PATH_FILTER_VERSION);
   app.require_subcommand(1);
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return "path-filter: " + printable(error.what()) + "\nTry 'path-filter --help'.\n";
-  });
 
   program::ListOptions list;
-  auto* list_command = app.add_subcommand("list", "Print the indexable files below DIR");
-  add_directory(*list_command, list.settings);
-  list_command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
-  list_command->add_flag("--json", list.json, "Print each decision as one line of JSON");
-  auto* excluded = list_command->add_flag(
-      "--excluded", list.excluded, "Print what is left out instead, with its kind and reason");
-  bool production = false;
-  bool tests = false;
-  auto* production_flag = list_command->add_flag(
-      "--production", production,
-      "Print only what is not test code; everything when nothing else is there");
-  auto* tests_flag = list_command->add_flag("--tests", tests, "Print only test code");
-  production_flag->excludes(tests_flag)->excludes(excluded);
-  tests_flag->excludes(excluded);
-  add_limits(*list_command, list.settings);
-
+  add_list(app, list);
   program::CheckOptions check;
-  auto* check_command = app.add_subcommand("check", "Print the decision on each PATH");
-  // Of an option that takes extra arguments the parser would split "[a,b]", and a bound
-  // vector would not hold "{}": this one wants more paths than there can be, and is read
-  // as it was given.
-  constexpr int ALL = CLI::detail::expected_max_vector_size;
-  auto* paths = check_command->add_option("PATH")
-                    ->description("Paths as the shell has them; with --root, relative to that")
-                    ->expected(ALL, ALL)
-                    ->take_all();
-  add_root(*check_command, check.settings);
-  check_command->add_flag("--stdin", check.read_stdin, "Read paths from standard input too");
-  check_command->add_flag("-0,--null", check.null, "Paths on standard input end with NUL");
-  check_command->add_flag("--json", check.json, "Print each decision as one line of JSON");
-  check_command->add_flag("-v,--verbose", check.verbose,
-                          "Name what decided: the ignore rule, the directory, the limit");
-  check_command->footer(
-      "Exit status: 0 when every path is indexed, 1 when some are left out, 2 on an error.");
-  add_limits(*check_command, check.settings);
+  CLI::Option* const paths = add_check(app, check);
 
   program::SummaryOptions summary;
   auto* summary_command =
       app.add_subcommand("summary", "Count what is in and out, by language and kind");
   add_directory(*summary_command, summary.settings);
+  summary_command->add_flag("--json", summary.json, "Print it as one line of JSON");
+  add_color(*summary_command, summary.color);
   add_limits(*summary_command, summary.settings);
 
-  bool languages_json = false;
-  auto* languages_command = app.add_subcommand("languages", "Print the language registry");
-  languages_command->add_flag("--json", languages_json, "Print it as JSON");
+  program::RegistryOptions languages;
+  auto* languages_command =
+      app.add_subcommand("languages", "Print the language registry, or some languages of it");
+  languages_command->add_option("NAME", languages.names, "A language")->type_name("");
+  languages_command->add_flag("--json", languages.json, "Print it as JSON");
+  add_color(*languages_command, languages.color);
 
+  program::RegistryOptions rules;
+  auto* rules_command =
+      app.add_subcommand("rules", "Print the fixed rules, which no file and no option changes");
+  rules_command->add_flag("--json", rules.json, "Print them as JSON");
+  add_color(*rules_command, rules.color);
+
+  std::string subject;
+  auto* help_command = app.add_subcommand("help", "Print the help on a command");
+  help_command->add_option("COMMAND", subject, "A command")->type_name("");
+
+  if (argc > 1 && argv[1][0] != '-' && !has_command(app, argv[1])) throw no_command(app, argv[1]);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : USAGE_STATUS;
+    std::ostringstream asked;
+    std::ostringstream problem;
+    if (app.exit(error, asked, problem) == 0) return print(asked.str());
+    const auto commands = app.get_subcommands();
+    const std::string command = commands.empty() ? "" : commands.front()->get_name() + " ";
+    throw UsageError(printable(error.what()) + "\nTry 'path-filter " + command + "--help'.");
   }
 
-  if (*list_command) {
-    if (production) list.surface = program::Surface::production;
-    if (tests) list.surface = program::Surface::tests;
-    return program::list(list);
-  }
-  if (*check_command) {
+  if (app.got_subcommand("list")) return program::list(list);
+  if (app.got_subcommand("check")) {
     check.paths = paths->results();
     if (check.paths.empty() && !check.read_stdin) {
-      throw program::UsageError("check: no paths; name some, or give --stdin");
+      throw UsageError("check: no paths; name some, or give --stdin");
     }
     return program::check(check);
   }
   if (*summary_command) return program::summarize(summary);
-  return program::print_languages(languages_json);
+  if (*languages_command) return program::print_languages(languages);
+  if (*rules_command) return program::print_rules(rules);
+  if (subject.empty()) return print(app.help());
+  if (!has_command(app, subject)) throw no_command(app, subject);
+  return print(app.get_subcommand(subject)->help("path-filter"));
 }
 
 }  // namespace
@@ -138,8 +269,11 @@ int main(int argc, char** argv) {
   });
   try {
     return run(argc, argv);
+  } catch (const UsageError& error) {
+    std::cerr << "path-filter: " + std::string(error.what()) + "\n";
+    return USAGE_STATUS;
   } catch (const std::exception& error) {
-    std::cerr << "path-filter: " << printable(error.what()) << '\n';
+    std::cerr << "path-filter: " + printable(error.what()) + "\n";
     return USAGE_STATUS;
   }
 }

@@ -2,12 +2,33 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <system_error>
 
 #include "utils/path_filter/test_code.h"
 
 namespace program {
+
+Output::Output(Color color) : _colored(color == Color::always) {
+  if (color != Color::automatic || ::isatty(STDOUT_FILENO) != 1) return;
+  const auto variable = [](const char* name) {
+    const char* value = std::getenv(name);
+    return std::string_view(value == nullptr ? "" : value);
+  };
+  _colored = variable("NO_COLOR").empty() && variable("TERM") != "dumb";
+}
+
+std::string Output::styled(Style style, std::string_view text) const {
+  if (!_colored) return std::string(text);
+  const std::string_view on = style == Style::in    ? "\033[32m"
+                              : style == Style::out ? "\033[31m"
+                                                    : "\033[1m";
+  return std::string(on) + std::string(text) + "\033[0m";
+}
 
 void Output::flush() {
   std::string_view rest = _buffer;
@@ -26,38 +47,111 @@ void Output::flush() {
   _buffer.clear();
 }
 
+std::string column(std::string_view text) {
+  const bool plain = is_printable(text) && text.find_first_of("\"\\") == std::string_view::npos;
+  return plain ? std::string(text) : c_quoted(text);
+}
+
+std::optional<std::string> unquoted(std::string_view line) {
+  constexpr std::string_view LETTERS = "abtnvfr\"\\";
+  constexpr std::string_view MEANINGS = "\a\b\t\n\v\f\r\"\\";
+  std::string text;
+  for (std::size_t at = 1; at < line.size(); ++at) {
+    if (line[at] == '"') return at + 1 == line.size() ? std::optional(text) : std::nullopt;
+    if (line[at] != '\\') {
+      text += line[at];
+      continue;
+    }
+    const std::string_view escape = line.substr(++at);
+    const std::size_t letter = escape.empty() ? LETTERS.npos : LETTERS.find(escape[0]);
+    if (letter != LETTERS.npos) {
+      text += MEANINGS[letter];
+      continue;
+    }
+    const auto digits = std::min(escape.find_first_not_of("01234567"), escape.size());
+    if (digits < 3 || escape[0] > '3') return std::nullopt;
+    text += static_cast<char>((escape[0] - '0') * 64 + (escape[1] - '0') * 8 + (escape[2] - '0'));
+    if (text.back() == '\0') return std::nullopt;  // which no path holds
+    at += 2;
+  }
+  return std::nullopt;
+}
+
+std::string readable_size(std::size_t bytes) {
+  constexpr std::array<std::string_view, 4> UNITS{"KiB", "MiB", "GiB", "TiB"};
+  if (bytes < 1024) return std::to_string(bytes) + " B";
+  auto size = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  // What would be written as 1024.0 is one of the next unit.
+  for (; size >= 1023.95 && unit + 1 < UNITS.size(); ++unit) size /= 1024;
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.1f ", size);
+  return text.data() + std::string(UNITS[unit]);
+}
+
 std::string grouped(std::size_t number) {
   std::string digits = std::to_string(number);
   for (std::size_t at = digits.size(); at > 3;) digits.insert(at -= 3, 1, ',');
   return digits;
 }
 
-Json json_of_path(std::string_view path) {
-  Json object;
-  object["path"] = path;
-  if (path_filter::internal::find_invalid_utf8(path)) {
+void JsonLine::add_key(std::string_view key) {
+  if (_text.size() > 1) _text += ',';
+  _text += '"';
+  _text += key;
+  _text += "\":";
+}
+
+void JsonLine::append(std::string_view value) {
+  const bool plain = std::ranges::all_of(value, [](char character) {
+    return character >= ' ' && character < '\177' && character != '"' && character != '\\';
+  });
+  if (!plain) return append_json(Json(value));
+  _text += '"';
+  _text += value;
+  _text += '"';
+}
+
+void JsonLine::append_json(const Json& value) {
+  std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  if (!is_printable(text)) text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
+  _text += text;
+}
+
+JsonLine& JsonLine::add(std::string_view key, std::string_view value) {
+  add_key(key);
+  append(value);
+  return *this;
+}
+
+JsonLine& JsonLine::add_json(std::string_view key, const Json& value) {
+  add_key(key);
+  append_json(value);
+  return *this;
+}
+
+JsonLine& JsonLine::add_path(std::string_view path) {
+  add("path", path);
+  if (!path_filter::internal::is_ascii(path) && path_filter::internal::find_invalid_utf8(path)) {
     constexpr std::string_view DIGITS = "0123456789abcdef";
     std::string hex;
     for (const char character : path) {
       hex += DIGITS[static_cast<unsigned char>(character) >> 4];
       hex += DIGITS[static_cast<unsigned char>(character) & 15];
     }
-    object["path_hex"] = hex;
+    add("path_hex", hex);
   }
-  return object;
+  return *this;
 }
 
-void add_decision(Json& object, std::string_view path, const path_filter::Decision& decision) {
-  object["indexable"] = decision.indexable();
-  object["kind"] = decision.kind() ? Json(to_string(*decision.kind())) : Json(nullptr);
-  object["reason"] = decision.reason();
-  object["language"] = decision.language() ? Json(*decision.language()) : Json(nullptr);
-  object["test"] = path_filter::is_test_path(path);
-}
-
-std::string json_line(const Json& object) {
-  const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace);
-  return is_printable(line) ? line : object.dump(-1, ' ', true, Json::error_handler_t::replace);
+JsonLine& JsonLine::add_decision(std::string_view path, const path_filter::Decision& decision) {
+  _text += decision ? R"(,"indexable":true,"kind":)" : R"(,"indexable":false,"kind":)";
+  decision.kind() ? append(to_string(*decision.kind())) : void(_text += "null");
+  add("reason", decision.reason());
+  _text += R"(,"language":)";
+  decision.language() ? append(*decision.language()) : void(_text += "null");
+  _text += path_filter::is_test_path(path) ? R"(,"test":true)" : R"(,"test":false)";
+  return *this;
 }
 
 }  // namespace program

@@ -3,13 +3,17 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
 #include <iostream>
 #include <sstream>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
-#include "program/excludes_file.h"
+#include "program/suggestion.h"
+#include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/file_system.h"
 #include "utils/path_filter/internal/text.h"
 
@@ -37,6 +41,34 @@ ConfigValue value_of(const toml::node& node) {
   return {ConfigValue::Other{literal.str()}};
 }
 
+void warn(const std::string& file, const std::string& problem) {
+  std::cerr << "path-filter: warning: " + printable(file) + ": " + problem + "\n";
+}
+
+/// What --max-file-size-mb says, in MiB.
+double megabytes(std::string_view text) {
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
+  if (unit == "k" || unit == "K") number /= 1024;
+  if (unit == "g" || unit == "G") number *= 1024;
+  constexpr std::array<std::string_view, 7> UNITS{"", "k", "K", "m", "M", "g", "G"};
+  // Less than a byte would be no limit that anybody means.
+  if (error != std::errc() || std::ranges::find(UNITS, unit) == UNITS.end() ||
+      !std::isfinite(number) || number * 1024 * 1024 < 1) {
+    throw UsageError("--max-file-size-mb: '" + printable(text) +
+                     "' is not a size; write 2 or 0.5 for MiB, or 10k, 2M, 1G");
+  }
+  return number;
+}
+
+/// "no language 'x'" and what may have been meant; nothing for a language of the registry.
+std::optional<std::string> unknown_language(std::string_view name) {
+  if (!language_registry::tier_of(name).empty()) return std::nullopt;
+  return "no language '" + printable(name) + "'" + did_you_mean(nearest_language(name)) +
+         " ('path-filter languages' lists them)";
+}
+
 IndexConfig read_config(const std::string& file) {
   constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
   const auto content = path_filter::internal::read_file(
@@ -50,13 +82,22 @@ IndexConfig read_config(const std::string& file) {
   } catch (const toml::parse_error& error) {
     std::ostringstream message;
     message << printable(file) << ":" << error.source().begin.line << ":"
-            << error.source().begin.column << ": " << error.description();
+            << error.source().begin.column << ": " << printable(error.description());
     throw UsageError(message.str());
   }
   const toml::table* index = table["index"].as_table();
   if (index == nullptr) {
     throw UsageError(printable(file) +
                      ": has no section [index]; write one, with max_file_size_mb or languages");
+  }
+  // The section is the host's, whose other keys are its own: only a slip of the pen is named.
+  constexpr std::array<std::string_view, 2> KEYS{"max_file_size_mb", "languages"};
+  for (const auto& [key, value] : *index) {
+    const std::string_view name = key.str();
+    if (std::ranges::find(KEYS, name) != KEYS.end()) continue;
+    if (const auto suggestion = nearest(name, KEYS)) {
+      warn(file, "[index] has no key '" + printable(name) + "'" + did_you_mean(suggestion));
+    }
   }
   // What the file leaves out has its default.
   IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, ConfigValue{}};
@@ -67,96 +108,45 @@ IndexConfig read_config(const std::string& file) {
 
 }  // namespace
 
+std::vector<std::string> split_at_commas(const std::string& text) {
+  std::vector<std::string> parts;
+  std::istringstream rest(text);
+  for (std::string part; std::getline(rest, part, ',');) {
+    if (!part.empty()) parts.push_back(part);
+  }
+  return parts;
+}
+
 std::optional<IndexLimits> read_limits(const Settings& settings) {
   if (!settings.config && !settings.max_file_size_mb && !settings.languages) {
     return std::nullopt;
   }
   IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, ConfigValue{}};
   if (settings.config) config = read_config(*settings.config);
-  if (settings.max_file_size_mb) config.max_file_size_mb = ConfigValue{*settings.max_file_size_mb};
+  if (settings.max_file_size_mb) {
+    config.max_file_size_mb = ConfigValue{megabytes(*settings.max_file_size_mb)};
+  }
   if (settings.languages) {
     ConfigValue::List names;
-    std::istringstream list(*settings.languages);
-    for (std::string name; std::getline(list, name, ',');) {
-      if (!name.empty()) names.push_back({name});
+    for (const std::string& name : split_at_commas(*settings.languages)) {
+      if (const auto problem = unknown_language(name)) {
+        throw UsageError("--languages: " + *problem);
+      }
+      names.push_back({name});
     }
     config.languages = ConfigValue{std::move(names)};
   }
   try {
-    return IndexLimits::from_config(config);
+    IndexLimits limits = IndexLimits::from_config(config);
+    if (limits.languages() && !settings.languages) {
+      for (const std::string& name : *limits.languages()) {
+        if (const auto problem = unknown_language(name)) warn(*settings.config, *problem);
+      }
+    }
+    return limits;
   } catch (const std::invalid_argument& error) {
     throw UsageError((settings.config ? printable(*settings.config) + ": " : "") + error.what());
   }
-}
-
-path_filter::IndexScopeOptions scope_options(const Settings& settings,
-                                             std::string* relative_excludes_file) {
-  const auto warn = [](std::string_view problem) {
-    std::cerr << "path-filter: " << problem << '\n';
-  };
-  const auto find = [=](const std::filesystem::path& root) {
-    auto file = find_excludes_file(root, warn);
-    if (file && file->is_relative()) {
-      if (relative_excludes_file != nullptr) *relative_excludes_file = file->native();
-      file = root / *file;
-    }
-    return file;
-  };
-  return {.limits = read_limits(settings), .excludes_file = find};
-}
-
-namespace {
-
-void require_directory(const std::filesystem::path& directory) {
-  std::error_code error;
-  const auto status = std::filesystem::status(directory, error);
-  if (std::filesystem::is_directory(status)) return;
-  if (!error && std::filesystem::exists(status)) {
-    error = std::make_error_code(std::errc::not_a_directory);
-  } else if (!error) {
-    error = std::make_error_code(std::errc::no_such_file_or_directory);
-  }
-  throw UsageError(printable(directory.native().empty() ? "''" : directory.native()) + ": " +
-                   error.message());
-}
-
-}  // namespace
-
-Place find_place(const std::string& directory, const std::optional<std::string>& root) {
-  require_directory(directory);
-  const auto asked = std::filesystem::canonical(directory);
-  Place place{asked, "", directory};
-  if (root) {
-    require_directory(*root);
-    place.root = std::filesystem::canonical(*root);
-  } else {
-    for (auto top = asked;; top = top.parent_path()) {
-      std::error_code unexamined;
-      if (std::filesystem::exists(top / ".git", unexamined)) {
-        place.root = top;
-        break;
-      }
-      if (top == top.parent_path()) break;
-    }
-  }
-  if (auto below = path_filter::IndexScope(place.root).relative(asked)) {
-    place.below = std::move(*below);
-  } else if (asked != place.root) {
-    throw UsageError(printable(directory) + ": outside the root " + printable(*root));
-  }
-  if (place.prefix == "." || place.prefix == "./") place.prefix.clear();
-  if (!place.prefix.empty() && !place.prefix.ends_with('/')) place.prefix += '/';
-  return place;
-}
-
-std::string Place::shown(std::string_view path) const {
-  const std::size_t cut = below.empty() ? 0 : below.size() + 1;
-  const std::string name = prefix + std::string(path.substr(std::min(cut, path.size())));
-  return name.empty() ? "./" : name;
-}
-
-std::string Place::shown(const std::filesystem::filesystem_error& error) const {
-  return shown(path_filter::IndexScope(root).relative(error.path1()).value_or(""));
 }
 
 }  // namespace program

@@ -13,9 +13,8 @@
 #include <vector>
 
 #include "program/commands.h"
-#include "program/directory.h"
-#include "program/file_size.h"
 #include "program/output.h"
+#include "program/repository.h"
 #include "utils/path_filter/internal/file_system.h"
 #include "utils/path_filter/test_code.h"
 #include "utils/path_filter/tree_walk.h"
@@ -112,7 +111,7 @@ std::vector<std::pair<Key, Count>> by_files(const std::map<Key, Count>& counts) 
 }
 
 constexpr std::size_t NUMBER_WIDTH = 12;
-constexpr std::size_t BYTES_WIDTH = 18;
+constexpr std::size_t BYTES_WIDTH = 12;
 
 std::string right(std::string text, std::size_t width) {
   text.insert(0, width - std::min(text.size(), width), ' ');
@@ -120,97 +119,146 @@ std::string right(std::string text, std::size_t width) {
 }
 
 void print_row(Output& output, const Count& count, std::string_view title) {
-  output << right(grouped(count.files), NUMBER_WIDTH) << right(grouped(count.bytes), BYTES_WIDTH)
-         << "  " << title << '\n';
+  output << right(grouped(count.files), NUMBER_WIDTH)
+         << right(readable_size(count.bytes), BYTES_WIDTH) << "  " << title << '\n';
 }
 
 void print_heading(Output& output, std::string_view title) {
-  output << right("files", NUMBER_WIDTH) << right("bytes", BYTES_WIDTH) << "  " << title << '\n';
+  output << right("files", NUMBER_WIDTH) << right("size", BYTES_WIDTH) << "  "
+         << output.styled(Style::heading, title) << '\n';
 }
 
-}  // namespace
+Json json_of(const Count& count) { return {{"files", count.files}, {"bytes", count.bytes}}; }
 
-int summarize(const SummaryOptions& options) {
-  constexpr std::size_t MOST_PRUNED = 10;
-  const Place place = find_place(options.settings.directory, options.settings.root);
-  const IndexScope scope(place.root, scope_options(options.settings));
-  if (const auto excluded = exclusion_of(scope, place.below)) {
-    throw UsageError(printable(options.settings.directory) +
-                     " is left out: " + std::string(excluded->decision.reason()));
-  }
-  int status = 0;
+/// `object` with the two fields of a count.
+Json with(Json object, const Count& count) {
+  object.update(json_of(count));
+  return object;
+}
+
+/// All that is counted below one directory.
+struct Summary {
   Count in;
   Count out;
   Count tests;
   std::map<std::string, Count> languages;
   std::map<Exclusion, Count> exclusions;
-  std::vector<PrunedDirectory> pruned;
+  std::vector<PrunedDirectory> pruned;  // the largest first
+  int status = 0;
+};
 
-  {
-    Progress progress;
-    const auto complain = [&](std::string_view path, std::string_view problem) {
-      std::cerr << "path-filter: " << printable(path) << ": " << problem << '\n';
-      status = 1;
-    };
-    path_filter::Walk walk = scope.walk(
-        [&](const std::filesystem::filesystem_error& error) {
-          complain(place.shown(error), error.code().message());
-        },
-        {.on_pruned =
-             [&](std::string_view rel_dir, Exclusion kind) {
-               pruned.push_back(
-                   {place.shown(rel_dir), kind, count_below(scope, rel_dir, progress)});
-             },
-         .below = place.below});
-    for (const std::string& path : walk) {
-      progress.step();
-      try {
-        const auto size = file_size(scope, path);
-        const auto bytes = static_cast<std::size_t>(size.value_or(0));
-        const Decision decision = walk.decide({.size = size});
-        (decision ? in : out).add(bytes);
-        if (decision && path_filter::is_test_path(path)) tests.add(bytes);
-        (decision ? languages[*decision.language()] : exclusions[*decision.kind()]).add(bytes);
-      } catch (const std::invalid_argument& error) {
-        complain(place.shown(path), error.what());
-      } catch (const FileSizeError& error) {
-        complain(place.shown(path), error.what());
-      }
+Summary count(const Repository& repository) {
+  const IndexScope& scope = repository.scope;
+  const Place& place = repository.place;
+  Summary summary;
+  Progress progress;
+  const auto complain = [&](std::string_view path, std::string_view problem) {
+    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
+    summary.status = 1;
+  };
+  path_filter::Walk walk = scope.walk(
+      [&](const std::filesystem::filesystem_error& error) {
+        complain(place.shown(error), error.code().message());
+      },
+      {.on_pruned =
+           [&](std::string_view rel_dir, Exclusion kind) {
+             summary.pruned.push_back(
+                 {std::string(rel_dir), kind, count_below(scope, rel_dir, progress)});
+           },
+       .below = place.below});
+  for (const std::string& path : walk) {
+    progress.step();
+    try {
+      const auto size = repository.size(path);
+      const auto bytes = static_cast<std::size_t>(size.value_or(0));
+      const Decision decision = walk.decide({.size = size});
+      (decision ? summary.in : summary.out).add(bytes);
+      if (decision && path_filter::is_test_path(path)) summary.tests.add(bytes);
+      (decision ? summary.languages[*decision.language()] : summary.exclusions[*decision.kind()])
+          .add(bytes);
+    } catch (const std::invalid_argument& error) {
+      complain(place.shown(path), error.what());
+    } catch (const FileSizeError& error) {
+      complain(place.shown(path), error.what());
     }
   }
-
-  for (const PrunedDirectory& directory : pruned) {
-    for (Count* count : {&out, &exclusions[directory.kind]}) {
+  for (const PrunedDirectory& directory : summary.pruned) {
+    for (Count* count : {&summary.out, &summary.exclusions[directory.kind]}) {
       count->files += directory.count.files;
       count->bytes += directory.count.bytes;
     }
   }
   std::ranges::stable_sort(
-      pruned, [](const auto& a, const auto& b) { return a.count.bytes > b.count.bytes; });
+      summary.pruned, [](const auto& a, const auto& b) { return a.count.bytes > b.count.bytes; });
+  return summary;
+}
 
-  Output output;
+void print_text(Output& output, const Summary& summary, const Place& place) {
+  constexpr std::size_t MOST_PRUNED = 10;
   print_heading(output, "indexed, by language");
-  for (const auto& [language, count] : by_files(languages)) print_row(output, count, language);
-  print_row(output, in, "in all");
-  print_row(output, tests, "of it test code");
+  for (const auto& [language, count] : by_files(summary.languages)) {
+    print_row(output, count, language);
+  }
+  print_row(output, summary.in, "in all");
+  print_row(output, summary.tests, "of it test code");
   output << '\n';
   print_heading(output, "left out, by kind");
-  for (const auto& [kind, count] : by_files(exclusions)) {
+  for (const auto& [kind, count] : by_files(summary.exclusions)) {
     print_row(output, count, to_string(kind));
   }
-  print_row(output, out, "in all");
-  if (!pruned.empty()) {
-    output << '\n';
-    print_heading(output, "largest pruned directories");
-    for (std::size_t index = 0; index < std::min(pruned.size(), MOST_PRUNED); ++index) {
-      const PrunedDirectory& directory = pruned[index];
-      print_row(
-          output, directory.count,
-          printable(directory.path + "/") + "  (" + std::string(to_string(directory.kind)) + ")");
-    }
+  print_row(output, summary.out, "in all");
+  if (summary.pruned.empty()) return;
+  output << '\n';
+  print_heading(output, "largest pruned directories");
+  for (std::size_t index = 0; index < std::min(summary.pruned.size(), MOST_PRUNED); ++index) {
+    const PrunedDirectory& directory = summary.pruned[index];
+    print_row(output, directory.count,
+              column(place.shown(directory.path + "/")) + "  (" +
+                  std::string(to_string(directory.kind)) + ")");
+  }
+}
+
+void print_json(Output& output, const Summary& summary) {
+  Json languages = Json::array();
+  for (const auto& [language, count] : by_files(summary.languages)) {
+    languages.push_back(with({{"language", language}}, count));
+  }
+  Json kinds = Json::array();
+  for (const auto& [kind, count] : by_files(summary.exclusions)) {
+    kinds.push_back(with({{"kind", to_string(kind)}}, count));
+  }
+  Json pruned = Json::array();
+  for (const PrunedDirectory& directory : summary.pruned) {
+    pruned.push_back(
+        with({{"path", directory.path}, {"kind", to_string(directory.kind)}}, directory.count));
+  }
+  JsonLine line;
+  Json indexed = json_of(summary.in);
+  indexed["test"] = json_of(summary.tests);
+  indexed["languages"] = languages;
+  Json excluded = json_of(summary.out);
+  excluded["kinds"] = kinds;
+  excluded["pruned_directories"] = pruned;
+  output << line.add_json("indexed", indexed).add_json("excluded", excluded).text() << '\n';
+}
+
+}  // namespace
+
+int summarize(const SummaryOptions& options) {
+  const Repository repository(options.settings);
+  if (const auto excluded = repository.exclusion_of(repository.place.below)) {
+    throw UsageError(printable(options.settings.directory) +
+                     " is left out: " + std::string(excluded->decision.reason()));
+  }
+  const Summary summary = count(repository);
+  Output output(options.color);
+  if (options.json) {
+    print_json(output, summary);
+  } else {
+    print_text(output, summary, repository.place);
   }
   output.flush();
-  return status;
+  return summary.status;
 }
 
 }  // namespace program

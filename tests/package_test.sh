@@ -29,7 +29,8 @@ while read -r way shared type compiler; do
   if [ "$way" = pkg-config ]; then
     [ "$shared" = ON ] && static= || static=-static
     mkdir "$out" && "$compiler" -std=c++20 $static "$source/examples/embedding/main.cpp" -o "$out/embedding" \
-      $(pkg-config ${static:+--static} --cflags --libs path_filter-language_registry path_filter)
+      $(pkg-config ${static:+--static} --cflags --libs \
+        path_filter-language_registry path_filter-git_config path_filter)
   else
     "$cmake" -S "$source/examples/embedding" -B "$out" -G Ninja -DPATH_FILTER_FROM="$way" \
       -DBUILD_SHARED_LIBS="$shared" -Dpath_filter_ROOT="$prefix" -DCMAKE_BUILD_TYPE="$type" \

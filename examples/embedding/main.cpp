@@ -7,10 +7,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "utils/git_config/git_config.h"
 #include "utils/path_filter/path_filter.h"
 
 int main(int argc, char** argv) try {
-  const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".");
+  // Who wants git's own ignore rules and none of the user's leaves the lookup out.
+  const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".",
+                                      {.excludes_file = git_config::excludes_file_lookup()});
   std::map<std::string, int> files;
   int excluded = 0;
   for (const std::string& path : scope.walk()) try {

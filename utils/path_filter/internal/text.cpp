@@ -118,6 +118,36 @@ bool shows_as_itself(char32_t code) {
          !within(0x2066, 0x2069);
 }
 
+/// `text` between `quote`s, a backslash before those and before itself: what does not show as
+/// itself by the letter for it, or else byte by byte by `append_byte`.
+template <typename AppendByte>
+std::string in_quotes(std::string_view text, char quote, std::string_view named,
+                      std::string_view letters, AppendByte append_byte) {
+  std::string out(1, quote);
+  for (std::size_t at = 0; at < text.size();) {
+    const Unit unit = unit_at(text, at);
+    const std::string_view bytes = text.substr(at, unit.size);
+    at += unit.size;
+    const auto name = named.find(bytes);
+    if (bytes[0] == '\\' || bytes[0] == quote) {
+      out += '\\';
+      out += bytes;
+    } else if (shows_as_itself(unit.code)) {
+      out += bytes;
+    } else if (name != std::string_view::npos) {
+      out += '\\';
+      out += letters[name];
+    } else {
+      for (const char byte : bytes) {
+        out += '\\';
+        append_byte(out, static_cast<unsigned char>(byte));
+      }
+    }
+  }
+  out += quote;
+  return out;
+}
+
 /// Whether a character of a pattern can be more than itself, or belong to what is.
 bool is_special(char character) {
   return character == '*' || character == '?' || character == '[' || character == ']';
@@ -248,38 +278,23 @@ bool is_printable(std::string_view text) {
 }
 
 std::string quoted(std::string_view text) {
-  constexpr std::string_view HEX = "0123456789abcdef";
-  std::string out = "'";
-  for (std::size_t at = 0; at < text.size();) {
-    const Unit unit = unit_at(text, at);
-    const std::string_view bytes = text.substr(at, unit.size);
-    at += unit.size;
-    if (unit.code == '\\' || unit.code == '\'') {
-      out += '\\';
-      out += bytes;
-    } else if (shows_as_itself(unit.code)) {
-      out += bytes;
-    } else if (unit.code == '\n') {
-      out += "\\n";
-    } else if (unit.code == '\r') {
-      out += "\\r";
-    } else if (unit.code == '\t') {
-      out += "\\t";
-    } else {
-      for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        out += "\\x";
-        out += HEX[byte >> 4];
-        out += HEX[byte & 15];
-      }
-    }
-  }
-  out += '\'';
-  return out;
+  static constexpr std::string_view HEX = "0123456789abcdef";
+  return in_quotes(text, '\'', "\n\r\t", "nrt", [](std::string& out, unsigned char byte) {
+    out += {'x', HEX[byte >> 4], HEX[byte & 15]};
+  });
+}
+
+std::string c_quoted(std::string_view text) {
+  return in_quotes(text, '"', "\a\b\t\n\v\f\r", "abtnvfr",
+                   [](std::string& out, unsigned char byte) {
+                     for (const int shift : {6, 3, 0}) {
+                       out += static_cast<char>('0' + ((byte >> shift) & 7));
+                     }
+                   });
 }
 
 std::string printable(std::string_view text) {
-  return is_printable(text) ? std::string(text) : quoted(text);
+  return is_printable(text) ? std::string(text) : c_quoted(text);
 }
 
 bool shell_glob_matches(std::string_view pattern, std::string_view text) {

@@ -51,7 +51,11 @@ bool is_printable(std::string_view text);
 /// is not printable as \n, \r, \t or byte by byte as \xNN.
 std::string quoted(std::string_view text);
 
-/// `text` for a message: as it is, or quoted when it is not printable.
+/// `text` in double quotes, as git writes file names: quotes and backslashes after a backslash,
+/// and what is not printable as \a, \b, \t, \n, \v, \f, \r or byte by byte in octal, as \ooo.
+std::string c_quoted(std::string_view text);
+
+/// `text` for a message: as it is, or c_quoted when it is not printable.
 std::string printable(std::string_view text);
 
 /// Shell-style matching of the whole `text`, case-sensitive: "*" matches any run of

@@ -1,4 +1,4 @@
-#include "program/excludes_file.h"
+#include "utils/git_config/git_config.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,17 +16,15 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
-
-#include "utils/path_filter/internal/file_system.h"
 
 extern char** environ;
 
-namespace program {
+namespace git_config {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using path_filter::internal::FileDescriptor;
 
 constexpr std::chrono::seconds LONGEST_WAIT{2};
 
@@ -48,6 +46,24 @@ constexpr std::array<std::string_view, 15> REPOSITORY_VARIABLES{"GIT_ALTERNATE_O
                                                                 "GIT_REPLACE_REF_BASE",
                                                                 "GIT_SHALLOW_FILE",
                                                                 "GIT_WORK_TREE"};
+
+/// A file descriptor, which is closed with this object.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : _number(number) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { close(); }
+
+  int number() const { return _number; }
+  void close() {
+    if (_number >= 0) ::close(_number);
+    _number = -1;
+  }
+
+ private:
+  int _number;
+};
 
 /// The environment without those; it points into the process's own.
 std::vector<char*> git_environment() {
@@ -110,7 +126,7 @@ class Child {
 };
 
 /// Reads `from` to its end. False when that has not come by `deadline`.
-bool read_all(const FileDescriptor& from, Clock::time_point deadline, std::string& text) {
+bool read_all(const Descriptor& from, Clock::time_point deadline, std::string& text) {
   std::array<char, 4096> buffer{};
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
@@ -132,8 +148,8 @@ struct GitAnswer {
 GitAnswer ask_git(std::vector<std::string> arguments, Clock::time_point deadline) {
   std::array<int, 2> pipe{};
   if (::pipe2(pipe.data(), O_CLOEXEC) != 0) return {-1, {}};
-  const FileDescriptor from(pipe[0]);
-  FileDescriptor to(pipe[1]);
+  const Descriptor from(pipe[0]);
+  Descriptor to(pipe[1]);
 
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -145,7 +161,7 @@ GitAnswer ask_git(std::vector<std::string> arguments, Clock::time_point deadline
   if (number == 0) become_git(argv.data(), environment.data(), to.number(), parent);
 
   Child child(number);
-  to = {};
+  to.close();
   GitAnswer answer;
   if (read_all(from, deadline, answer.output)) answer.status = child.wait(deadline);
   return answer;
@@ -161,8 +177,8 @@ std::optional<std::filesystem::path> default_excludes_file() {
 
 }  // namespace
 
-std::optional<std::filesystem::path> find_excludes_file(
-    const std::filesystem::path& root, const std::function<void(std::string_view)>& warn) {
+std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
+                                                   const WarningHandler& warn) {
   const Clock::time_point deadline = Clock::now() + LONGEST_WAIT;
   const std::string directory = root.empty() ? "." : root.string();
   GitAnswer answer = ask_git(
@@ -173,7 +189,7 @@ std::optional<std::filesystem::path> find_excludes_file(
     answer = ask_git({"git", "config", "--global", "-z", "--path", "--get", "core.excludesFile"},
                      deadline);
   }
-  if (!answer.status) {
+  if (!answer.status && warn) {
     warn("git does not say which file core.excludesFile names; its default place is read");
   }
   if (answer.status != 0) return default_excludes_file();
@@ -182,4 +198,13 @@ std::optional<std::filesystem::path> find_excludes_file(
   return file;
 }
 
-}  // namespace program
+std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
+excludes_file_lookup(WarningHandler warn) {
+  return [warn = std::move(warn)](const std::filesystem::path& root) {
+    auto file = excludes_file(root, warn);
+    if (file && file->is_relative()) file = root / *file;
+    return file;
+  };
+}
+
+}  // namespace git_config

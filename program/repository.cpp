@@ -1,0 +1,130 @@
+#include "program/repository.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+#include "program/output.h"
+#include "utils/git_config/git_config.h"
+#include "utils/path_filter/internal/file_system.h"
+
+namespace program {
+
+using path_filter::Explanation;
+using path_filter::IndexScope;
+
+namespace {
+
+void require_directory(const std::filesystem::path& directory) {
+  std::error_code error;
+  const auto status = std::filesystem::status(directory, error);
+  if (std::filesystem::is_directory(status)) return;
+  if (!error && std::filesystem::exists(status)) {
+    error = std::make_error_code(std::errc::not_a_directory);
+  } else if (!error) {
+    error = std::make_error_code(std::errc::no_such_file_or_directory);
+  }
+  throw UsageError(printable(directory.native().empty() ? "''" : directory.native()) + ": " +
+                   error.message());
+}
+
+}  // namespace
+
+Place find_place(const std::string& directory, const std::optional<std::string>& root) {
+  require_directory(directory);
+  const auto asked = std::filesystem::canonical(directory);
+  Place place{asked, "", directory};
+  if (root) {
+    require_directory(*root);
+    place.root = std::filesystem::canonical(*root);
+  } else {
+    for (auto top = asked;; top = top.parent_path()) {
+      std::error_code unexamined;
+      if (std::filesystem::exists(top / ".git", unexamined)) {
+        place.root = top;
+        break;
+      }
+      if (top == top.parent_path()) break;
+    }
+  }
+  if (auto below = IndexScope(place.root).relative(asked)) {
+    place.below = std::move(*below);
+  } else if (asked != place.root) {
+    throw UsageError(printable(directory) + ": outside the root " + printable(*root));
+  }
+  if (place.prefix == "." || place.prefix == "./") place.prefix.clear();
+  if (!place.prefix.empty() && !place.prefix.ends_with('/')) place.prefix += '/';
+  return place;
+}
+
+std::string Place::shown(std::string_view path) const {
+  const std::size_t cut = below.empty() ? 0 : below.size() + 1;
+  const std::string name = prefix + std::string(path.substr(std::min(cut, path.size())));
+  return name.empty() ? "./" : name;
+}
+
+std::string Place::shown(const std::filesystem::filesystem_error& error) const {
+  return shown(IndexScope(root).relative(error.path1()).value_or(""));
+}
+
+Repository::Repository(const Settings& settings)
+    : place(find_place(settings.directory, settings.root)),
+      scope(place.root, {.limits = read_limits(settings),
+                         .excludes_file = [this](const std::filesystem::path& root) {
+                           auto file =
+                               git_config::excludes_file(root, [](std::string_view problem) {
+                                 std::cerr << "path-filter: warning: " << problem << '\n';
+                               });
+                           if (file && file->is_relative()) {
+                             const std::lock_guard lock(_mutex);
+                             _relative_excludes_file = file->native();
+                             file = root / *file;
+                           }
+                           return file;
+                         }}) {}
+
+std::optional<std::int64_t> Repository::size(std::string_view path) const {
+  std::string file = scope.root.native();
+  if (!file.empty() && !file.ends_with('/')) file += '/';
+  file += path;
+  const auto size = path_filter::internal::file_size(file);
+  if (const auto* bytes = std::get_if<std::int64_t>(&size)) return *bytes;
+  const auto& error = std::get<path_filter::internal::ReadError>(size);
+  switch (error.code) {
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP:
+    case ENAMETOOLONG:  // of one component: no file has that name
+      return std::nullopt;
+    default:
+      throw FileSizeError("cannot tell its size: " + error.message);
+  }
+}
+
+std::optional<std::int64_t> Repository::size_for_limits(std::string_view path) const {
+  if (!scope.limits) return std::nullopt;
+  return size(path);
+}
+
+Explanation Repository::explain(std::string_view path, path_filter::FileFacts facts) const {
+  Explanation explanation = scope.explain(path, facts);
+  const std::lock_guard lock(_mutex);
+  if (explanation.rule && !_relative_excludes_file.empty() &&
+      explanation.rule->source == (scope.root / _relative_excludes_file).native()) {
+    explanation.rule->source = _relative_excludes_file;
+  }
+  return explanation;
+}
+
+std::optional<Explanation> Repository::exclusion_of(const std::string& rel_dir) const {
+  if (scope.admits_directory(rel_dir)) return std::nullopt;
+  // What leaves out a file of a known language in it is the rule for the directory.
+  Explanation explanation = explain(rel_dir + "/a.c", {});
+  explanation.decision = path_filter::_excluded(*explanation.decision.kind());
+  return explanation;
+}
+
+}  // namespace program

@@ -1,0 +1,83 @@
+// The repository that a command is asked about.
+
+#ifndef PROGRAM_REPOSITORY_H_
+#define PROGRAM_REPOSITORY_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "program/settings.h"
+#include "utils/path_filter/index_scope.h"
+
+namespace program {
+
+/// Where a command works.
+struct Place {
+  /// Of the scope: what --root says, or else the nearest directory, at or above the one asked
+  /// about, that has a `.git`, or else that directory itself.
+  /// Absolute, without links.
+  std::filesystem::path root;
+  /// The directory asked about, relative to the root; "" for the root.
+  std::string below;
+  /// What stands before a path below that directory, as the user named it: nothing for ".",
+  /// or else the directory with a "/" at its end.
+  std::string prefix;
+
+  /// A path below that directory, relative to the root, as the user would name it.
+  std::string shown(std::string_view path) const;
+  /// A directory that a walk could not list.
+  std::string shown(const std::filesystem::filesystem_error& error) const;
+};
+
+/// Throws UsageError when the directory or the root is no directory, or the one is not at or
+/// below the other.
+Place find_place(const std::string& directory, const std::optional<std::string>& root);
+
+/// The size of a file could not be had; the text says why.
+class FileSizeError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// The scope of a repository, with the limits of the settings, and git asked for
+/// core.excludesFile; and what is to be known of its files. Any number of threads may ask.
+class Repository {
+ public:
+  /// Throws UsageError as find_place and read_limits do.
+  explicit Repository(const Settings& settings);
+  Repository(const Repository&) = delete;
+  Repository& operator=(const Repository&) = delete;
+
+  const Place place;
+
+ private:
+  // Of the ignore file that git names relative to the root, that name. Before the scope, which
+  // asks for it.
+  mutable std::mutex _mutex;
+  std::string _relative_excludes_file;
+
+ public:
+  const path_filter::IndexScope scope;
+
+  /// The size in bytes of the file at `path` below the root; absent when there is none. Throws
+  /// FileSizeError when that cannot be told.
+  std::optional<std::int64_t> size(std::string_view path) const;
+
+  /// The same when there are limits, absent without looking when there are none.
+  std::optional<std::int64_t> size_for_limits(std::string_view path) const;
+
+  /// What the scope says of the file at `path`, with the ignore files named as git names them.
+  path_filter::Explanation explain(std::string_view path, path_filter::FileFacts facts) const;
+
+  /// Why a walk does not go into the directory at `rel_dir`, and what decided; absent when it
+  /// does.
+  std::optional<path_filter::Explanation> exclusion_of(const std::string& rel_dir) const;
+};
+
+}  // namespace program
+
+#endif  // PROGRAM_REPOSITORY_H_

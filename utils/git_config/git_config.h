@@ -1,0 +1,49 @@
+// What git's configuration says, for who decides about paths as git does. path_filter reads no
+// configuration: it is given a lookup, and this is one, as a library of its own that asks git.
+//
+//   IndexScope scope(root, {.excludes_file = git_config::excludes_file_lookup()});
+
+#ifndef UTILS_GIT_CONFIG_GIT_CONFIG_H_
+#define UTILS_GIT_CONFIG_GIT_CONFIG_H_
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#ifndef PATH_FILTER_STATIC
+#pragma GCC visibility push(default)  // what a shared library shows
+#endif
+
+namespace git_config {
+
+/// Told in a sentence what went wrong, for a log. Called from the thread that asks.
+using WarningHandler = std::function<void(std::string_view problem)>;
+
+/// The file that core.excludesFile names for the repository at `root`, as git gives it: a
+/// relative path is relative to the root, "~" is replaced. git's default place for it
+/// ($XDG_CONFIG_HOME/git/ignore, or else $HOME/.config/git/ignore) when none is configured;
+/// absent when git is set to use none, or there is no home. Whether there is such a file is not
+/// looked at.
+///
+/// git itself is asked, as a child process that gets two seconds, ends with the calling thread
+/// (on Linux) and does not see the variables, such as GIT_DIR, that would point it to another
+/// repository. `warn` is told when it does not answer in time; the default place stands in then,
+/// as it does where there is no git. Never throws but for `warn` and std::bad_alloc. Some
+/// milliseconds. Any number of threads may ask at once; the environment must not change
+/// meanwhile.
+std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
+                                                   const WarningHandler& warn = nullptr);
+
+/// The same as a lookup for path_filter::IndexScopeOptions::excludes_file: what is relative to
+/// the root is joined with it.
+std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
+excludes_file_lookup(WarningHandler warn = nullptr);
+
+}  // namespace git_config
+
+#ifndef PATH_FILTER_STATIC
+#pragma GCC visibility pop
+#endif
+
+#endif  // UTILS_GIT_CONFIG_GIT_CONFIG_H_
