@@ -75,6 +75,8 @@ using Json = nlohmann::ordered_json;
 /// the library, which takes three times as long as the rest of a question for a whole object.
 class JsonLine {
  public:
+  JsonLine() { _text.reserve(256); }  // most lines
+
   JsonLine& add(std::string_view key, std::string_view value);
   JsonLine& add_json(std::string_view key, const Json& value);
 
