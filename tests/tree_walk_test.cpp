@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -21,20 +22,42 @@ struct Walked {
   std::vector<std::string> paths;
   std::vector<std::string> errors;
   std::map<std::string, Exclusion> pruned;
+
+  WalkErrorHandler on_error() {
+    return [this](const std::filesystem::filesystem_error& error) {
+      errors.push_back(error.path1().string() + ": " + error.code().message());
+    };
+  }
+  PruneHandler on_pruned() {
+    return [this](std::string_view rel_dir, Exclusion kind) { pruned.emplace(rel_dir, kind); };
+  }
 };
 
 Walked walk(const IndexScope& scope) {
   Walked walked;
-  for (const std::string& path : scope.walk(
-           [&](const std::filesystem::filesystem_error&error) {
-             walked.errors.push_back(error.path1().string() + ": " + error.code().message());
-           },
-           {.on_pruned = [&](std::string_view rel_dir, Exclusion kind) {
-             walked.pruned.emplace(rel_dir, kind);
-           }})) {
+  for (const std::string& path : scope.walk(walked.on_error(), {.on_pruned = walked.on_pruned()})) {
     walked.paths.push_back(path);
   }
   return walked;
+}
+
+/// Lists the tree with two listers that take turns, in another order than a walk's.
+void expect_listers_find(Walked walked, const std::filesystem::path& root) {
+  Walked listed;
+  const IndexScope scope(root);
+  DirectoryLister lister(scope, listed.on_error(), listed.on_pruned());
+  DirectoryLister other(scope, listed.on_error(), listed.on_pruned());
+  for (std::vector<std::string> queue{""}; !queue.empty(); std::swap(lister, other)) {
+    lister.list(std::exchange(queue.back(), {}));
+    queue.pop_back();
+    while (const std::string* path = lister.next_file()) listed.paths.push_back(*path);
+    while (auto below = lister.next_directory()) queue.push_back(*std::move(below));
+  }
+  std::ranges::sort(walked.paths);
+  std::ranges::sort(listed.paths);
+  EXPECT_TRUE(listed.paths == walked.paths && listed.errors == walked.errors &&
+              listed.pruned == walked.pruned)
+      << root << testing::PrintToString(listed.paths) << testing::PrintToString(listed.errors);
 }
 
 TEST(Walk, PrunesAndProduces) {
@@ -65,6 +88,7 @@ TEST(Walk, PrunesAndProduces) {
   tops.erase(std::unique(tops.begin(), tops.end()), tops.end());
   EXPECT_EQ(tops.front(), "");
   EXPECT_EQ(std::set(tops.begin(), tops.end()).size(), tops.size());
+  expect_listers_find(walked, tree.root());
 }
 
 // That a walk decides as its scope does, on any tree, is what fuzz/tree_fuzzer.cpp shows.
@@ -100,6 +124,7 @@ TEST(Walk, Errors) {
         Row{"file", {}, {"/file: Not a directory"}},
         Row{"root", {"a.py"}, {"/root/\\absolute: Invalid argument"}}}) {
     Walked walked = walk(IndexScope(tree / root));
+    expect_listers_find(walked, tree / root);
     EXPECT_EQ(walked.paths, paths) << root;
     for (std::string& error : walked.errors) error.erase(0, tree.root().native().size());
     EXPECT_EQ(walked.errors, errors) << root;
@@ -129,6 +154,7 @@ TEST(Walk, FollowsNoLinkBelowTheRoot) {
     std::filesystem::create_directory_symlink("../outside", tree / "real/a");
   }
   EXPECT_EQ(errors.size(), 1U);
+  EXPECT_FALSE(DirectoryLister(scope).list("a"));
 }
 
 TEST(Walk, HoldsNothingOpenBetweenPathsAndIsLazy) {

@@ -58,6 +58,7 @@
 #include "utils/path_filter/path_argument.h"
 
 namespace path_filter::internal {
+class Lister;
 class ScopeState;
 }
 
@@ -157,7 +158,7 @@ class IndexScope {
   std::optional<IgnoreRule> deciding_ignore_rule(PathArgument rel_path) const;
 
  private:
-  friend class Walk;
+  friend class internal::Lister;
 
   const std::unique_ptr<internal::ScopeState> _state;
 };

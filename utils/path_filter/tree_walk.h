@@ -1,4 +1,5 @@
-// The walk of a tree that git does not list.
+// The walk of a tree that git does not list, and the listing of one directory at a time for
+// who walks it on threads or in an order of their own.
 
 #ifndef UTILS_PATH_FILTER_TREE_WALK_H_
 #define UTILS_PATH_FILTER_TREE_WALK_H_
@@ -8,6 +9,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +20,10 @@
 #ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
 #endif
+
+namespace path_filter::internal {
+class Lister;
+}
 
 namespace path_filter {
 
@@ -114,6 +120,52 @@ class Walk {
 
   class State;
   std::unique_ptr<State> _state;
+};
+
+/// What a walk finds in a directory, for one directory after the other, as the caller says:
+///
+///   path_filter::DirectoryLister lister(scope, on_error);  // one for each thread
+///   lister.list(rel_dir);                                  // "" to begin with
+///   while (auto below = lister.next_directory()) queue.push(*std::move(below));
+///   while (const std::string* path = lister.next_file()) print(*path, lister.decide());
+///
+/// Who lists "" and each directory that is given, once, has the files of a walk: the same
+/// paths, decisions, errors and directories left out, in any order and on any threads. What
+/// Walk says of links, names and rules holds here too; the handlers are called within `list`.
+///
+/// A directory costs its listing and one way down to it from the root. What was listed is
+/// kept until the next `list`, for less than a new lister would take; nothing is open between
+/// two calls. One thread at a time uses a lister; any number of listers, walks and questions
+/// may use one scope, which must outlive them.
+class DirectoryLister {
+ public:
+  explicit DirectoryLister(const IndexScope& scope, WalkErrorHandler on_error = nullptr,
+                           PruneHandler on_pruned = nullptr);
+  explicit DirectoryLister(const IndexScope&& scope, WalkErrorHandler on_error = nullptr,
+                           PruneHandler on_pruned = nullptr) = delete;
+  ~DirectoryLister();
+  DirectoryLister(DirectoryLister&& other) noexcept;
+  DirectoryLister& operator=(DirectoryLister&& other) noexcept;
+
+  /// Lists the directory at `rel_dir`: one that was given, or where to begin, as
+  /// WalkOptions::below has it. Has nothing to give, and returns false, when it cannot be
+  /// listed, which is told to `on_error`. Throws what a handler or the scope throws, and then
+  /// has nothing to give either.
+  bool list(std::string_view rel_dir);
+
+  /// The next subdirectory to list, in the order of the file system: its path relative to the
+  /// root. Absent at the end.
+  std::optional<std::string> next_directory();
+
+  /// The next file, in that order too: its path relative to the root, valid until the next
+  /// call of this or of `list`. Null at the end.
+  const std::string* next_file();
+
+  /// What Walk::decide answers, about the file that next_file gave last.
+  Decision decide(FileFacts facts = {}) const;
+
+ private:
+  std::unique_ptr<internal::Lister> _lister;
 };
 
 }  // namespace path_filter
