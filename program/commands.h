@@ -3,6 +3,7 @@
 #ifndef PROGRAM_COMMANDS_H_
 #define PROGRAM_COMMANDS_H_
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -22,13 +23,15 @@ struct ListOptions {
   bool excluded = false;
   bool verbose = false;
   bool sorted = false;
+  std::size_t threads = 1;
   /// Which kinds of what is left out; empty: all.
   std::vector<path_filter::Exclusion> kinds = {};
   Surface surface = Surface::all;
   Color color = Color::automatic;
 };
 
-/// Exit status 1 when a directory could not be read or a name not be asked about.
+/// The same lines with any number of threads. Exit status 1 when a directory could not be read or a
+/// name not be asked about.
 int list(const ListOptions& options);
 
 struct CheckOptions {

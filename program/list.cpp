@@ -1,14 +1,21 @@
 #include <algorithm>
+#include <atomic>
+#include <exception>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "program/commands.h"
 #include "program/decider.h"
+#include "program/directory_queue.h"
 #include "program/output.h"
 #include "program/repository.h"
 #include "utils/path_filter/test_code.h"
@@ -22,11 +29,101 @@ using path_filter::Explanation;
 
 namespace {
 
-/// Prints what the options ask for, at once or sorted at the end.
+/// What is printed for a path, which is relative to the root.
+struct Line {
+  std::string path;
+  std::string text;
+};
+
+/// What the threads of a listing share.
+class Lines {
+ public:
+  explicit Lines(Color color) : _output(color) {}
+
+  std::string styled(Style style, std::string_view text) const {
+    return _output.styled(style, text);
+  }
+
+  /// Prints whole lines; false when nobody reads them any more.
+  bool print(std::string_view text) {
+    const std::lock_guard lock(_mutex);
+    _output << text;
+    return !_output.closed();
+  }
+
+  /// Keeps lines that are printed at the end, in the order of their paths if they are `sorted`.
+  void keep(std::vector<Line>&& lines) {
+    const std::lock_guard lock(_mutex);
+    std::ranges::move(lines, std::back_inserter(_kept));
+  }
+
+  void finish(bool sorted) {
+    if (sorted) std::ranges::sort(_kept, {}, &Line::path);
+    for (const Line& line : _kept) _output << line.text;
+    _output.flush();
+  }
+
+  std::atomic<int> status = 0;
+  std::atomic<bool> has_production = false;
+
+ private:
+  std::mutex _mutex;  // of what follows
+  Output _output;
+  std::vector<Line> _kept;
+};
+
+/// Finds and prints what the options ask for, on one thread.
 class Lister {
  public:
-  Lister(const ListOptions& options, const Repository& repository)
-      : _options(options), _repository(repository), _output(options.color) {}
+  Lister(const ListOptions& options, const Repository& repository, Lines& lines)
+      : _options(options),
+        _repository(repository),
+        _lines(lines),
+        _files(
+            repository.scope,
+            [this](const std::filesystem::filesystem_error& error) {
+              complain(_repository.place.shown(error), error.code().message());
+            },
+            [this](std::string_view rel_dir, Exclusion kind) { print_pruned(rel_dir, kind); }) {}
+
+  /// Lists the directories of the queue, and puts into it what is below them.
+  void run(DirectoryQueue& queue) {
+    std::optional<std::string> directory;
+    while ((directory = queue.take(directory.has_value()))) {
+      std::vector<std::string> below;
+      if (_files.list(*directory)) {
+        while (auto next = _files.next_directory()) below.push_back(std::move(*next));
+      }
+      std::ranges::reverse(below);
+      queue.add(std::move(below));
+      while (const std::string* path = _files.next_file()) print_file(*path);
+      if (!flush(BUFFER_BYTES)) queue.stop();
+    }
+    flush(0);
+    // Kept until the end, or until somebody finds a file that is none.
+    if (!_lines.has_production) _lines.keep(std::move(_only_tests));
+    _lines.keep(std::move(_sorted));
+  }
+
+  /// Prints the directory asked about, which is left out as a whole.
+  void print_excluded(const Explanation& explanation) {
+    if (wants(explanation.decision)) {
+      print(_repository.place.below + '/', explanation);
+    } else if (!_options.excluded) {
+      std::cerr << "path-filter: " + printable(_options.settings.directory) + ": " +
+                       std::string(explanation.decision.reason()) + "\n";
+    }
+    flush(0);
+    _lines.keep(std::move(_sorted));
+  }
+
+ private:
+  static constexpr std::size_t BUFFER_BYTES = 16 * 1024;
+
+  void complain(std::string_view path, std::string_view problem) {
+    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
+    _lines.status = 1;
+  }
 
   /// Whether the options ask for what has this decision.
   bool wants(const Decision& decision) const {
@@ -35,24 +132,63 @@ class Lister {
            std::ranges::find(_options.kinds, *decision.kind()) != _options.kinds.end();
   }
 
-  /// `path` is relative to the root.
-  void print(std::string_view path, const Explanation& explanation) {
-    if (_options.sorted) {
-      _sorted.emplace_back(path, line(path, explanation));
-    } else {
-      _output << line(path, explanation);
+  /// All that a directory holds is left out with it: one line names it.
+  void print_pruned(std::string_view rel_dir, Exclusion kind) {
+    Explanation explanation{path_filter::_excluded(kind)};
+    if (!wants(explanation.decision)) return;
+    if (_options.verbose) {
+      explanation = _repository.exclusion_of(std::string(rel_dir)).value_or(explanation);
+    }
+    print(std::string(rel_dir) + '/', explanation);
+  }
+
+  void print_file(const std::string& path) {
+    // The next program in a pipe would wait for a FIFO.
+    if (!_files.is_regular_file()) return;
+    try {
+      const path_filter::FileFacts facts{.size = _repository.size_for_limits(path)};
+      Explanation explanation{_files.decide(facts)};
+      if (!wants(explanation.decision)) return;
+      if (_options.verbose) {
+        // A walk does not take a "\" in a name for a way through a link: there it may differ.
+        Explanation asked = _repository.explain(path, facts);
+        if (asked.decision == explanation.decision) explanation = std::move(asked);
+      }
+      const bool is_test = _options.surface != Surface::all && path_filter::is_test_path(path);
+      if (_options.surface == Surface::tests && !is_test) return;
+      if (_options.surface == Surface::production) {
+        // A repository that is nothing but tests has them as its production surface: they
+        // are kept until the first file that is none.
+        if (!is_test) _lines.has_production = true;
+        if (_lines.has_production) _only_tests = {};
+        if (is_test && !_lines.has_production)
+          _only_tests.push_back({path, line(path, explanation)});
+        if (is_test) return;
+      }
+      print(path, explanation);
+    } catch (const std::invalid_argument& error) {
+      complain(_repository.place.shown(path), error.what());
+    } catch (const FileSizeError& error) {
+      complain(_repository.place.shown(path), error.what());
     }
   }
 
-  void finish() {
-    std::ranges::sort(_sorted, {}, &std::pair<std::string, std::string>::first);
-    for (const auto& [path, text] : _sorted) _output << text;
-    _output.flush();
+  void print(std::string_view path, const Explanation& explanation) {
+    if (_options.sorted) {
+      _sorted.push_back({std::string(path), line(path, explanation)});
+    } else {
+      _buffer += line(path, explanation);
+    }
   }
 
-  bool closed() const { return _output.closed(); }
+  /// Prints what is found when it is more than `bytes`; false when nobody reads it any more.
+  bool flush(std::size_t bytes) {
+    if (_buffer.size() <= bytes) return true;
+    const bool is_read = _lines.print(_buffer);
+    _buffer.clear();
+    return is_read;
+  }
 
- private:
   std::string line(std::string_view path, const Explanation& explanation) const {
     const Decision& decision = explanation.decision;
     if (_options.json) {
@@ -70,7 +206,7 @@ class Lister {
     };
     if (_options.excluded) {
       const std::string_view kind = to_string(*decision.kind());
-      add(raw ? kind : _output.styled(Style::out, kind));
+      add(raw ? kind : _lines.styled(Style::out, kind));
       add(decision.reason());
       if (_options.verbose) add(decider(explanation, path, _repository.scope, raw));
     }
@@ -79,8 +215,11 @@ class Lister {
 
   const ListOptions& _options;
   const Repository& _repository;
-  Output _output;
-  std::vector<std::pair<std::string, std::string>> _sorted;
+  Lines& _lines;
+  path_filter::DirectoryLister _files;
+  std::string _buffer;
+  std::vector<Line> _sorted;
+  std::vector<Line> _only_tests;
 };
 
 }  // namespace
@@ -88,74 +227,34 @@ class Lister {
 int list(const ListOptions& options) {
   const Repository repository(options.settings);
   const Place& place = repository.place;
-  Lister lister(options, repository);
-  int status = 0;
-
-  const auto complain = [&](std::string_view path, std::string_view problem) {
-    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
-    status = 1;
-  };
-
+  Lines lines(options.color);
   if (const auto excluded = repository.exclusion_of(place.below)) {
-    if (lister.wants(excluded->decision)) {
-      lister.print(place.below + '/', *excluded);
-    } else if (!options.excluded) {
-      std::cerr << "path-filter: " + printable(options.settings.directory) + ": " +
-                       std::string(excluded->decision.reason()) + "\n";
-    }
-    lister.finish();
-    return status;
-  }
-  path_filter::Walk walk = repository.scope.walk(
-      [&](const std::filesystem::filesystem_error& error) {
-        complain(place.shown(error), error.code().message());
-      },
-      {.on_pruned =
-           [&](std::string_view rel_dir, Exclusion kind) {
-             // All that a directory holds is left out with it: one line names it.
-             Explanation explanation{path_filter::_excluded(kind)};
-             if (!lister.wants(explanation.decision)) return;
-             if (options.verbose) {
-               explanation = repository.exclusion_of(std::string(rel_dir)).value_or(explanation);
-             }
-             lister.print(std::string(rel_dir) + '/', explanation);
-           },
-       .below = place.below});
-  // A repository that is nothing but tests has them as its production surface: they
-  // are kept until the first file that is none.
-  std::vector<std::pair<std::string, Explanation>> only_tests;
-  bool has_production = false;
-  for (const std::string& path : walk) {
-    try {
-      const path_filter::FileFacts facts{.size = repository.size_for_limits(path)};
-      Explanation explanation{walk.decide(facts)};
-      if (!lister.wants(explanation.decision)) continue;
-      if (options.verbose) {
-        // A walk does not take a "\\" in a name for a way through a link: there it may differ.
-        Explanation asked = repository.explain(path, facts);
-        if (asked.decision == explanation.decision) explanation = std::move(asked);
+    Lister(options, repository, lines).print_excluded(*excluded);
+  } else {
+    DirectoryQueue queue(place.below);
+    std::exception_ptr failure;
+    std::mutex failing;
+    const auto run = [&] {
+      try {
+        Lister(options, repository, lines).run(queue);
+      } catch (...) {
+        const std::lock_guard lock(failing);
+        failure = std::current_exception();
+        queue.stop();
       }
-      if (options.surface != Surface::all) {
-        const bool is_test = path_filter::is_test_path(path);
-        if (options.surface == Surface::tests && !is_test) continue;
-        if (options.surface == Surface::production) {
-          if (is_test && !has_production) only_tests.emplace_back(path, std::move(explanation));
-          if (is_test) continue;
-          has_production = true;
-          only_tests.clear();
-        }
+    };
+    {
+      std::vector<std::jthread> others;
+      try {
+        for (std::size_t count = 1; count < options.threads; ++count) others.emplace_back(run);
+      } catch (const std::system_error&) {  // the system gives no more: it goes without
       }
-      lister.print(path, explanation);
-    } catch (const std::invalid_argument& error) {
-      complain(place.shown(path), error.what());
-    } catch (const FileSizeError& error) {
-      complain(place.shown(path), error.what());
+      run();
     }
-    if (lister.closed()) return status;
+    if (failure) std::rethrow_exception(failure);
   }
-  for (const auto& [path, explanation] : only_tests) lister.print(path, explanation);
-  lister.finish();
-  return status;
+  lines.finish(options.sorted);
+  return lines.status;
 }
 
 }  // namespace program

@@ -3,12 +3,15 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "program/commands.h"
@@ -98,8 +101,24 @@ Exclusion kind_named(const std::string& name) {
   throw UsageError("--kind: no kind '" + printable(name) + "'; there are " + kinds);
 }
 
+/// How many threads that asks for.
+std::size_t threads(const std::string& number) {
+  // More than these do not help a listing, whose work is the kernel's.
+  constexpr std::size_t MOST_BY_ITSELF = 8;
+  constexpr std::size_t MOST = 256;
+  std::size_t count = 0;
+  const char* const end = number.data() + number.size();
+  const auto parsed = std::from_chars(number.data(), end, count);
+  if (parsed.ec != std::errc() || parsed.ptr != end || count > MOST) {
+    throw UsageError("--threads: '" + printable(number) + "' is no number from 0 to 256");
+  }
+  if (count > 0) return count;
+  return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, MOST_BY_ITSELF);
+}
+
 void add_list(CLI::App& app, program::ListOptions& list) {
   auto* command = app.add_subcommand("list", "Print the indexable files below DIR");
+  list.threads = threads("0");
   add_directory(*command, list.settings);
   command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
   command->add_flag("--json", list.json, "Print each decision as one line of JSON");
@@ -135,6 +154,12 @@ void add_list(CLI::App& app, program::ListOptions& list) {
           },
           "Print when all is found, by the bytes of the paths; else as the walk finds them")
       ->type_name("path")
+      ->take_last();
+  command
+      ->add_option_function<std::string>(
+          "-j,--threads", [&list](const std::string& number) { list.threads = threads(number); },
+          "How many threads to use; 0, the default, is one for each processor, and at most 8")
+      ->type_name("NUMBER")
       ->take_last();
   add_color(*command, list.color);
   add_limits(*command, list.settings);

@@ -168,6 +168,7 @@ Summary count(const Repository& repository) {
        .below = place.below});
   for (const std::string& path : walk) {
     progress.step();
+    if (!walk.is_regular_file()) continue;  // as `list` has it
     try {
       const auto size = repository.size(path);
       const auto bytes = static_cast<std::size_t>(size.value_or(0));

@@ -47,6 +47,7 @@ class Lister {
   /// The file's path.
   const std::string& path() const { return _path; }
   Decision decide(FileFacts facts) const { return _listed->decide(_path, facts); }
+  bool is_regular_file() const { return _listing[_next_file - 1].is_regular; }
 
  private:
   void judge(const Directory* parent, const FileDescriptor& directory);
@@ -222,6 +223,7 @@ const std::string* DirectoryLister::next_file() {
 }
 
 Decision DirectoryLister::decide(FileFacts facts) const { return _lister->decide(facts); }
+bool DirectoryLister::is_regular_file() const { return _lister->is_regular_file(); }
 
 // --- The walk ----------------------------------------------------------------------
 
@@ -233,6 +235,7 @@ class Walk::State {
 
   const std::string& path() const { return _lister.path(); }
   Decision decide(FileFacts facts) const { return _lister.decide(facts); }
+  bool is_regular_file() const { return _lister.is_regular_file(); }
 
   bool advance() {
     try {
@@ -278,6 +281,7 @@ Walk& Walk::operator=(Walk&& other) noexcept = default;
 const std::string& Walk::path() const { return _state->path(); }
 bool Walk::advance() { return _state->advance(); }
 Decision Walk::decide(FileFacts facts) const { return _state->decide(facts); }
+bool Walk::is_regular_file() const { return _state->is_regular_file(); }
 
 bool Walk::State::step() {
   // The directory that this step listed last, open until its end: one without files is gone

@@ -108,6 +108,11 @@ class Walk {
   /// called between begin() and the end.
   Decision decide(FileFacts facts = {}) const;
 
+  /// Whether the file that the walk has come to is a regular one or a link to one, and no
+  /// FIFO, device, socket or dangling link: whether a program that reads files can read it. As
+  /// it was when its directory was listed. To be called when decide may be.
+  bool is_regular_file() const;
+
  private:
   friend class IndexScope;
 
@@ -163,6 +168,9 @@ class DirectoryLister {
 
   /// What Walk::decide answers, about the file that next_file gave last.
   Decision decide(FileFacts facts = {}) const;
+
+  /// What Walk::is_regular_file answers, about that file.
+  bool is_regular_file() const;
 
  private:
   std::unique_ptr<internal::Lister> _lister;

@@ -245,16 +245,17 @@ void Listing::add(const FileDescriptor& directory, const char* name, unsigned ch
   if (text == "." || text == "..") return;
   bool is_directory = type == DT_DIR;
   bool is_link = type == DT_LNK;
+  bool is_regular = type == DT_REG;
   struct stat status {};
-  if (type == DT_UNKNOWN &&
-      ::fstatat(directory.number(), name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
-    is_directory = S_ISDIR(status.st_mode);
-    is_link = S_ISLNK(status.st_mode);
-  }
-  if (is_link) {
-    is_directory = ::fstatat(directory.number(), name, &status, 0) == 0 && S_ISDIR(status.st_mode);
-  }
-  _records.push_back({_names.size(), text.size(), is_directory, is_link});
+  const auto look = [&](int flags) {
+    const bool there = ::fstatat(directory.number(), name, &status, flags) == 0;
+    is_directory = there && S_ISDIR(status.st_mode);
+    is_regular = there && S_ISREG(status.st_mode);
+    return there && S_ISLNK(status.st_mode);
+  };
+  if (type == DT_UNKNOWN) is_link = look(AT_SYMLINK_NOFOLLOW);
+  if (is_link) look(0);
+  _records.push_back({_names.size(), text.size(), is_directory, is_link, is_regular});
   _names += text;
 }
 

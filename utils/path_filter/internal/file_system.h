@@ -96,6 +96,7 @@ class Listing {
     std::string_view name;
     bool is_directory;  // a symbolic link to a directory counts as one
     bool is_link;
+    bool is_regular;  // or a link to what is
   };
 
   /// Reads the listing of `directory` from where it stands to its end, in place of what was
@@ -106,7 +107,10 @@ class Listing {
   std::size_t size() const { return _records.size(); }
   Entry operator[](std::size_t index) const {
     const Record& record = _records[index];
-    return {{_names.data() + record.begin, record.size}, record.is_directory, record.is_link};
+    return {{_names.data() + record.begin, record.size},
+            record.is_directory,
+            record.is_link,
+            record.is_regular};
   }
   bool contains(std::string_view name) const;
   void clear();
@@ -117,6 +121,7 @@ class Listing {
     std::size_t size;
     bool is_directory;
     bool is_link;
+    bool is_regular;
   };
   /// Adds what the system gives as one entry; `type` is its d_type (DT_UNKNOWN and the others).
   void add(const FileDescriptor& directory, const char* name, unsigned char type);
