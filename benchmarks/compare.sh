@@ -127,23 +127,31 @@ if part process; then
   cd "$tree"
   find . ! -type d -printf '%P\0' >"$results/names"
   compare_processes list \
-    list "'$path_filter' list" rg "$rg_command" fd "$fd_command" \
-    ls-files "$list_files_command" find "find ." bfs "bfs ."
-  process_row "list / rg --files --hidden -j1" list rg "<= 0.5"
-  process_row "list / fdfind -H -j1 -t f" list fd "<= 0.5"
-  process_row "list / git ls-files -o --exclude-standard" list ls-files "<= 0.7"
-  process_row "list / find" list find "<= 1.5"
-  process_row "list / bfs" list bfs ""
+    list "'$path_filter' list -j1" rg "$rg_command" fd "$fd_command" \
+    ls-files "$list_files_command" find "find ." bfs "bfs ." \
+    list-json "'$path_filter' list -j1 --json" list-all "'$path_filter' list" \
+    rg-all "rg --files --hidden" fd-all "fdfind -H -t f ."
+  process_row "list -j1 / rg --files --hidden -j1" list rg "<= 0.5"
+  process_row "list -j1 / fdfind -H -j1 -t f" list fd "<= 0.5"
+  process_row "list -j1 / git ls-files -o --exclude-standard" list ls-files "<= 0.7"
+  process_row "list -j1 / find" list find "<= 1.5"
+  process_row "list -j1 / bfs" list bfs ""
+  process_row "list / list -j1 ($(nproc) processors)" list-all list "<= 0.6"
+  process_row "list / rg --files --hidden" list-all rg-all "<= 0.4"
+  process_row "list / fdfind -H -t f" list-all fd-all "<= 0.4"
+  process_row "list -j1 --json / list -j1" list-json list "<= 1.5"
 
   progress "whole processes: check"
   # A shell gives each its input and becomes it: a millisecond that both sides have.
   names_to() { echo "sh -c \"exec $1 <'$results/names'\""; }
   compare_processes check \
     check "$(names_to "'$path_filter' check --stdin -0")" \
+    check-json "$(names_to "'$path_filter' check --stdin -0 --json")" \
     check-ignore "$(names_to "$git_command check-ignore --no-index --stdin -z")" \
     check-ignore-all "$(names_to "$git_command check-ignore --no-index --stdin -z -v -n")"
   process_row "check --stdin -0 / git check-ignore --stdin -z -v -n" check check-ignore-all "<= 0.25"
   process_row "check --stdin -0 / git check-ignore --stdin -z" check check-ignore "<= 0.25"
+  process_row "check --stdin -0 --json / check --stdin -0" check-json check "<= 1.5"
 fi
 
 # --- Functions.
@@ -235,9 +243,9 @@ if part memory; then
     done
     echo "$least"
   }
-  ours=$(peak "$path_filter" list)
+  ours=$(peak "$path_filter" list -j1)
   theirs=$(peak rg --files -j1)
-  row "a million files: peak memory, list / rg --files -j1" "$ours KiB" "$theirs KiB" \
+  row "a million files: peak memory, list -j1 / rg --files -j1" "$ours KiB" "$theirs KiB" \
     "$(divide "$ours" "$theirs")" "<= 1"
 fi
 
@@ -284,7 +292,7 @@ if part calls; then
       $4 ~ /^[0-9]+$/ && $NF != "total" && $4 > directories / 10 { often = often " " $NF " " $4 }
       END { print often }' "$results/calls.$name"
   }
-  calls list "$path_filter" list
+  calls list "$path_filter" list -j1
   calls find find .
   calls bfs bfs .
   # shellcheck disable=SC2086 # a list of words
