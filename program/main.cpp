@@ -120,8 +120,9 @@ void add_list(CLI::App& app, program::ListOptions& list) {
   auto* command = app.add_subcommand("list", "Print the indexable files below DIR");
   list.threads = threads("0");
   add_directory(*command, list.settings);
-  command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
-  command->add_flag("--json", list.json, "Print each decision as one line of JSON");
+  auto* null =
+      command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
+  command->add_flag("--json", list.json, "Print each decision as one line of JSON")->excludes(null);
   auto* excluded = command->add_flag("--excluded", list.excluded,
                                      "Print what is left out instead, with its kind and reason");
   command
@@ -209,6 +210,29 @@ bool has_command(const CLI::App& app, const std::string& name) {
                              [&](const CLI::App* command) { return command->get_name() == name; });
 }
 
+/// The arguments, "--option=" as "--option" and "": the parser would take the next argument for
+/// its value.
+std::vector<std::string> with_empty_values(CLI::App& app, int argc, char** argv) {
+  std::vector<std::string> arguments;
+  const auto* command = argc > 1 && has_command(app, argv[1]) ? app.get_subcommand(argv[1]) : &app;
+  for (int index = 1; index < argc; ++index) {
+    std::string argument = argv[index];
+    const bool is_option = argument.starts_with("--") && argument.size() > 3 &&
+                           std::ranges::find(arguments, "--") == arguments.end();
+    if (is_option && argument.ends_with('=')) {
+      const std::string name = argument.substr(0, argument.size() - 1);
+      const auto* option = command->get_option_no_throw(name);
+      if (option != nullptr && option->get_type_size() > 0) {
+        arguments.push_back(name);
+        arguments.emplace_back();
+        continue;
+      }
+    }
+    arguments.push_back(std::move(argument));
+  }
+  return arguments;
+}
+
 /// Prints a text that was asked for.
 int print(std::string_view text) {
   program::Output output;
@@ -224,7 +248,7 @@ int run(int argc, char** argv) {
   app.name("path-filter");
   app.formatter(std::make_shared<Formatter>());
   app.set_version_flag("-V,--version", "path-filter " PATH_FILTER_VERSION);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
 
   program::ListOptions list;
   add_list(app, list);
@@ -258,7 +282,9 @@ int run(int argc, char** argv) {
 
   if (argc > 1 && argv[1][0] != '-' && !has_command(app, argv[1])) throw no_command(app, argv[1]);
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> arguments = with_empty_values(app, argc, argv);
+    std::ranges::reverse(arguments);  // as the parser takes them
+    app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
     std::ostringstream asked;
     std::ostringstream problem;
@@ -279,7 +305,10 @@ int run(int argc, char** argv) {
   if (*summary_command) return program::summarize(summary);
   if (*languages_command) return program::print_languages(languages);
   if (*rules_command) return program::print_rules(rules);
-  if (subject.empty()) return print(app.help());
+  if (!*help_command) throw UsageError("no command given\nTry 'path-filter --help'.");
+  if (subject.empty()) {
+    return print(app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
+  }
   if (!has_command(app, subject)) throw no_command(app, subject);
   return print(app.get_subcommand(subject)->help("path-filter"));
 }

@@ -1,5 +1,6 @@
 #include "program/output.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,6 +39,9 @@ void Output::flush() {
       rest.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno == EPIPE) {
       _closed = true;
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {  // another process made it so
+      pollfd writable{STDOUT_FILENO, POLLOUT, 0};
+      ::poll(&writable, 1, -1);
     } else if (errno != EINTR) {
       const int code = errno;
       _buffer.clear();
@@ -71,7 +75,6 @@ std::optional<std::string> unquoted(std::string_view line) {
     const auto digits = std::min(escape.find_first_not_of("01234567"), escape.size());
     if (digits < 3 || escape[0] > '3') return std::nullopt;
     text += static_cast<char>((escape[0] - '0') * 64 + (escape[1] - '0') * 8 + (escape[2] - '0'));
-    if (text.back() == '\0') return std::nullopt;  // which no path holds
     at += 2;
   }
   return std::nullopt;

@@ -1,49 +1,44 @@
 # bash completion for path-filter
 
+# The words of a shape, an extended regular expression, at the left of a command's help.
+_path_filter_help() {
+  path-filter ${1:+"$1"} --help 2>/dev/null | sed -nE "s/^  (-.,)? *($2)( .*)?$/\2/p"
+}
+
+# "=" is a word of its own in COMP_WORDS, "," is not.
 _path_filter() {
-  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local limits="--config --max-file-size-mb --languages --help"
-  local command="" word
-  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-    case $word in list | check | summary | languages)
-      command=$word
-      break
-      ;;
-    esac
-  done
+  local current=$2 option=$3 command="" words="" files="" prefix=""
+  ((COMP_CWORD > 1)) && command=${COMP_WORDS[1]}
+  [[ $option == = ]] && option=${COMP_WORDS[COMP_CWORD - 2]}
 
-  COMPREPLY=()
-  case $previous in
-    --root)
-      mapfile -t COMPREPLY < <(compgen -d -- "$current")
-      return
-      ;;
-    --config)
-      mapfile -t COMPREPLY < <(compgen -f -- "$current")
-      return
-      ;;
-    --max-file-size-mb) return ;;
-    --languages)
-      mapfile -t COMPREPLY < <(compgen -W "$(path-filter languages 2>/dev/null |
-        sed -n 's/^\([a-z][^	]*\)	.*/\1/p')" -- "$current")
-      return
+  case $option in
+    --root) files=-d ;;
+    --config) files=-f ;;
+    --max-file-size-mb | --threads | -j) ;;
+    --languages) words=$(path-filter languages 2>/dev/null | cut -sf 1) ;;
+    --kind) words=$(path-filter rules 2>/dev/null | grep '^[a-z]') ;;
+    --color) words="auto always never" ;;
+    --sort) words=path ;;
+    *)
+      case $command:$current in
+        *:-*) words=$(_path_filter_help "$command" '--[a-z-]+') ;;
+        :* | help:*) words=$(_path_filter_help "" '[a-z]+') ;;
+        check:*) files=-f ;;
+        list:* | summary:*) files=-d ;;
+        languages:*) words=$(path-filter languages 2>/dev/null | cut -sf 1) ;;
+      esac
       ;;
   esac
 
-  local words=""
-  case $command in
-    "") words="list check summary languages --help --version" ;;
-    list) words="--root --null --json --excluded --production --tests $limits" ;;
-    check) words="--root --stdin --null --json --verbose $limits" ;;
-    summary) words="--root $limits" ;;
-    languages) words="--json --help" ;;
-  esac
-  if [[ -z $command || $current == -* ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-  elif [[ $command == check ]]; then
-    mapfile -t COMPREPLY < <(compgen -f -- "$current")
+  if [[ -n $files ]]; then
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen "$files" -- "$current")
   else
-    mapfile -t COMPREPLY < <(compgen -d -- "$current")
+    if [[ $option == --languages || $option == --kind ]]; then
+      compopt -o nospace 2>/dev/null # a comma may follow
+      prefix=${current%"${current##*,}"}
+    fi
+    mapfile -t COMPREPLY < <(compgen -P "$prefix" -W "$words" -- "${current#"$prefix"}")
   fi
 }
-complete -o filenames -F _path_filter path-filter
+complete -F _path_filter path-filter

@@ -18,28 +18,25 @@ using path_filter::IndexScope;
 
 namespace {
 
-void require_directory(const std::filesystem::path& directory) {
+/// The directory's path, absolute and without links.
+std::filesystem::path resolved(const std::string& directory) {
   std::error_code error;
-  const auto status = std::filesystem::status(directory, error);
-  if (std::filesystem::is_directory(status)) return;
-  if (!error && std::filesystem::exists(status)) {
+  auto path = std::filesystem::canonical(directory, error);
+  if (directory.empty()) error = std::make_error_code(std::errc::no_such_file_or_directory);
+  if (!error && !std::filesystem::is_directory(path, error) && !error) {
     error = std::make_error_code(std::errc::not_a_directory);
-  } else if (!error) {
-    error = std::make_error_code(std::errc::no_such_file_or_directory);
   }
-  throw UsageError(printable(directory.native().empty() ? "''" : directory.native()) + ": " +
-                   error.message());
+  if (!error) return path;
+  throw UsageError(printable(directory.empty() ? "''" : directory) + ": " + error.message());
 }
 
 }  // namespace
 
 Place find_place(const std::string& directory, const std::optional<std::string>& root) {
-  require_directory(directory);
-  const auto asked = std::filesystem::canonical(directory);
+  const auto asked = resolved(directory);
   Place place{asked, "", directory};
   if (root) {
-    require_directory(*root);
-    place.root = std::filesystem::canonical(*root);
+    place.root = resolved(*root);
   } else {
     for (auto top = asked;; top = top.parent_path()) {
       std::error_code unexamined;
@@ -72,19 +69,19 @@ std::string Place::shown(const std::filesystem::filesystem_error& error) const {
 
 Repository::Repository(const Settings& settings)
     : place(find_place(settings.directory, settings.root)),
-      scope(place.root, {.limits = read_limits(settings),
-                         .excludes_file = [this](const std::filesystem::path& root) {
-                           auto file =
-                               git_config::excludes_file(root, [](std::string_view problem) {
-                                 std::cerr << "path-filter: warning: " << problem << '\n';
-                               });
-                           if (file && file->is_relative()) {
-                             const std::lock_guard lock(_mutex);
-                             _relative_excludes_file = file->native();
-                             file = root / *file;
-                           }
-                           return file;
-                         }}) {}
+      scope(place.root,
+            {.limits = read_limits(settings),
+             .excludes_file = [this](const std::filesystem::path& root) {
+               auto file = git_config::excludes_file(root, [](std::string_view problem) {
+                 std::cerr << "path-filter: warning: " + std::string(problem) + "\n";
+               });
+               if (file && file->is_relative()) {
+                 const std::lock_guard lock(_mutex);
+                 _relative_excludes_file = file->native();
+                 file = root / *file;
+               }
+               return file;
+             }}) {}
 
 std::optional<std::int64_t> Repository::size(std::string_view path) const {
   std::string file = scope.root.native();

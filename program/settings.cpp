@@ -38,7 +38,7 @@ ConfigValue value_of(const toml::node& node) {
   }
   std::ostringstream literal;
   node.visit([&](const auto& value) { literal << value; });
-  return {ConfigValue::Other{literal.str()}};
+  return {ConfigValue::Other{printable(literal.str())}};
 }
 
 void warn(const std::string& file, const std::string& problem) {

@@ -61,7 +61,7 @@ std::optional<std::string_view> nearest_language(std::string_view word) {
   auto suggestion = nearest(word, names);
   // "js" is nearer to "j" than to "javascript", but nobody means that.
   if (const auto language = language_registry::detect_language("a." + lower(word));
-      language && suggestion != lower(word)) {
+      language && word.size() > 1 && suggestion != lower(word)) {
     suggestion = language;
   }
   return suggestion;

@@ -27,6 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds LONGEST_WAIT{2};
+constexpr int NO_GIT = 127;  // the exit status where there is none
 
 /// What binds git to a repository other than that of its directory. `git rev-parse
 /// --local-env-vars` lists them; the two that carry the settings of `git -c` are the
@@ -92,7 +93,7 @@ std::vector<char*> git_environment() {
   ::dup2(null, STDIN_FILENO);
   ::dup2(null, STDERR_FILENO);
   ::execvpe("git", arguments, environment);
-  ::_exit(127);
+  ::_exit(NO_GIT);
 }
 
 /// A child process, which does not outlive this object.
@@ -186,10 +187,12 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
   // git refuses the configuration of a repository that belongs to somebody else; the
   // user's own counts all the same.
   if (answer.status > 1) {
-    answer = ask_git({"git", "config", "--global", "-z", "--path", "--get", "core.excludesFile"},
-                     deadline);
+    answer = ask_git(
+        {"git", "-C", "/", "config", "--global", "-z", "--path", "--get", "core.excludesFile"},
+        deadline);
   }
-  if (!answer.status && warn) {
+  const bool has_said = answer.status == 0 || answer.status == 1 || answer.status == NO_GIT;
+  if (!has_said && warn) {
     warn("git does not say which file core.excludesFile names; its default place is read");
   }
   if (answer.status != 0) return default_excludes_file();

@@ -28,8 +28,8 @@ using WarningHandler = std::function<void(std::string_view problem)>;
 ///
 /// git itself is asked, as a child process that gets two seconds, ends with the calling thread
 /// (on Linux) and does not see the variables, such as GIT_DIR, that would point it to another
-/// repository. `warn` is told when it does not answer in time; the default place stands in then,
-/// as it does where there is no git. Never throws but for `warn` and std::bad_alloc. Some
+/// repository. `warn` is told when it does not answer in time or fails; the default place stands
+/// in then, as it does where there is no git. Never throws but for `warn` and std::bad_alloc. Some
 /// milliseconds. Any number of threads may ask at once; the environment must not change
 /// meanwhile.
 std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
