@@ -22,7 +22,6 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -33,6 +32,7 @@
 #include <vector>
 
 #include "utils/path_filter/internal/hash.h"
+#include "utils/path_filter/internal/text.h"
 
 namespace path_filter::internal {
 
@@ -77,17 +77,7 @@ class AnswerMemo {
     /// Whether an entry has no room for it. It is looked for under the lock: longer paths are few.
     bool is_long() const { return text.size() > WORDS * WORD; }
     std::size_t words() const { return (text.size() + WORD - 1) / WORD; }
-    /// Eight bytes of the text; behind its end they are zero.
-    std::uint64_t word(std::size_t number) const {
-      const std::size_t at = number * WORD;
-      std::uint64_t word = 0;
-      if (at + WORD <= text.size()) {
-        std::memcpy(&word, text.data() + at, WORD);
-      } else {
-        std::memcpy(&word, text.data() + at, text.size() - at);
-      }
-      return word;
-    }
+    std::uint64_t word(std::size_t number) const { return word_at(text, number * WORD); }
 
     std::string_view text;
     std::uint64_t hash;

@@ -120,7 +120,12 @@ bool shows_as_itself(char32_t code) {
 
 /// Whether a character of a pattern can be more than itself, or belong to what is.
 bool is_special(char character) {
-  return character == '*' || character == '?' || character == '[' || character == ']';
+  static constexpr auto SPECIAL = [] {
+    std::array<bool, 256> special{};
+    for (const unsigned char byte : {'*', '?', '[', ']'}) special[byte] = true;
+    return special;
+  }();
+  return SPECIAL[static_cast<unsigned char>(character)];
 }
 
 /// Matches `code` against the set whose inside is `set` ("!" included).
