@@ -122,7 +122,7 @@ bool shows_as_itself(char32_t code) {
 bool is_special(char character) {
   static constexpr auto SPECIAL = [] {
     std::array<bool, 256> special{};
-    for (const unsigned char byte : {'*', '?', '[', ']'}) special[byte] = true;
+    for (const char byte : {'*', '?', '[', ']'}) special[static_cast<unsigned char>(byte)] = true;
     return special;
   }();
   return SPECIAL[static_cast<unsigned char>(character)];
