@@ -60,7 +60,7 @@
 namespace path_filter::internal {
 class Lister;
 class ScopeState;
-}
+}  // namespace path_filter::internal
 
 #ifndef PATH_FILTER_STATIC
 #pragma GCC visibility push(default)  // what a shared library shows
