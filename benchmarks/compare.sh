@@ -176,18 +176,18 @@ best() {
       else map(.[$field]) | max end' "$measured" || fail "no $1 of $2 in $measured"
 }
 
+shown() { awk -v t="$1" 'BEGIN { printf t < 0.1 ? "%.4f ms\n" : "%.2f ms\n", t }'; }
 function_row() {  # WHAT OURS THEIRS TARGET
   local ours theirs
   ours=$(best time "$2")
   theirs=$(best time "$3")
-  row "$1" "$(awk -v t="$ours" 'BEGIN { printf "%.2f ms\n", t }')" \
-    "$(awk -v t="$theirs" 'BEGIN { printf "%.2f ms\n", t }')" "$(divide "$ours" "$theirs")" "$4"
+  row "$1" "$(shown "$ours")" "$(shown "$theirs")" "$(divide "$ours" "$theirs")" "$4"
 }
 
 if part scope; then
   run_benchmark scope_benchmark
   function_row "warm is_indexable / lookup of the whole path" \
-    Warm/shuffled:0 MapLookup/shuffled:0 "<= 3"
+    Warm/shuffled:0 MapLookup/shuffled:0 "<= 2.5"
   function_row "the same, the paths in a random order" Warm/shuffled:1 MapLookup/shuffled:1 "<= 3"
   function_row "libgit2's ignore query / warm is_indexable" \
     Libgit2/iterations:1 Warm/shuffled:0 ">= 40"
@@ -246,13 +246,18 @@ if part memory; then
   ours=$(peak "$path_filter" list -j1)
   theirs=$(peak rg --files -j1)
   row "a million files: peak memory, list -j1 / rg --files -j1" "$ours KiB" "$theirs KiB" \
-    "$(divide "$ours" "$theirs")" "<= 1"
+    "$(divide "$ours" "$theirs")" "<= 1.3"
 fi
 
 if part scope; then
   allocations=$(best allocations Indexed)
   row "allocations of a warm decision \"indexed\"" "$allocations" "" "$allocations" "<= 0"
   function_row "is_test_path / language and lock-file steps" IsTestPath LanguageAndLockfile "<= 2"
+  function_row "refresh, 100,000 directories known / none" \
+    Refresh/directories:100000/rules:0/iterations:5 Refresh/directories:0/rules:0/iterations:5 ""
+  function_row "the first question after it, 100,000 known / one" \
+    FirstAfter/directories:100000/refreshed:1/iterations:5 \
+    FirstAfter/directories:1/refreshed:1/iterations:5 ""
 fi
 
 # --- The table, and what has no ratio.

@@ -10,6 +10,9 @@
 //   Threads    Questions per second of threads that ask one scope, or (own) each its own: what
 //              the machine has to give at that moment.
 //   Indexed    Warm questions about the files that are in; counts their allocations.
+//   Refresh    Of a scope that knows so many directories, 10,000 of them with an ignore file
+//              (`rules`) or none; and FirstAfter, one question about the directory that came
+//              last, before a refresh (known) and after it.
 //   IsTestPath Against LanguageAndLockfile, the registry's share of is_indexable.
 
 #include <benchmark/benchmark.h>
@@ -22,6 +25,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <latch>
 #include <memory>
 #include <new>
@@ -244,8 +248,9 @@ void Threads(benchmark::State& state) {
         }
       });
     }
-    ready.arrive_and_wait();
+    // Not behind the wait: this thread may be the last to go on.
     const auto begin = std::chrono::steady_clock::now();
+    ready.arrive_and_wait();
     threads.clear();
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
     state.SetIterationTime(time.count());
@@ -276,6 +281,74 @@ void Indexed(benchmark::State& state) {
   state.counters["decisions"] = static_cast<double>(indexed.size());
 }
 BENCHMARK(Indexed)->Unit(benchmark::kMillisecond);
+
+/// A tree in memory with 10,000 ignore files.
+class TreeOfRules {
+ public:
+  TreeOfRules() {
+    std::string name = "/dev/shm/scope_benchmark.XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
+    root = name;
+    for (int number = 0; number < 10'000; ++number) {
+      const std::filesystem::path directory = root / std::to_string(number);
+      std::filesystem::create_directory(directory);
+      std::ofstream(directory / ".gitignore") << "*.o\n*.log\n/build/\n";
+    }
+  }
+  ~TreeOfRules() {
+    std::error_code ignored;
+    std::filesystem::remove_all(root, ignored);
+  }
+  TreeOfRules(const TreeOfRules&) = delete;
+  TreeOfRules& operator=(const TreeOfRules&) = delete;
+
+  std::filesystem::path root;
+};
+
+/// Makes so many directories known; the first 10,000 of a tree of rules have an ignore file.
+void ask_about(const IndexScope& scope, std::int64_t directories) {
+  for (std::int64_t number = 0; number < directories; ++number) {
+    benchmark::DoNotOptimize(scope.is_indexable(std::to_string(number) + "/a.py"));
+  }
+}
+
+void Refresh(benchmark::State& state) {
+  static const TreeOfRules tree;
+  IndexScope scope(state.range(1) != 0 ? tree.root : "/nowhere");
+  for (auto _ : state) {
+    state.PauseTiming();
+    ask_about(scope, state.range(0));
+    state.ResumeTiming();
+    scope.refresh();
+  }
+}
+BENCHMARK(Refresh)
+    ->ArgNames({"directories", "rules"})
+    ->Args({0, 0})
+    ->Args({100'000, 0})
+    ->Args({100'000, 1})
+    ->Iterations(5)
+    ->Unit(benchmark::kMicrosecond);
+
+void FirstAfter(benchmark::State& state) {
+  const bool refreshed = state.range(1) != 0;
+  IndexScope scope("/nowhere");
+  const std::string path = std::to_string(state.range(0) - 1) + "/a.py";
+  for (auto _ : state) {
+    state.PauseTiming();
+    ask_about(scope, state.range(0));
+    if (refreshed) scope.refresh();
+    state.ResumeTiming();
+    benchmark::DoNotOptimize(scope.is_indexable(path));
+  }
+}
+BENCHMARK(FirstAfter)
+    ->ArgNames({"directories", "refreshed"})
+    ->Args({1, 1})
+    ->Args({100'000, 0})
+    ->Args({100'000, 1})
+    ->Iterations(5)
+    ->Unit(benchmark::kMicrosecond);
 
 void IsTestPath(benchmark::State& state) {
   run(state, [] {

@@ -7,7 +7,7 @@ case "${1:-build}" in
   build)
     packages="git cmake ninja-build g++ clang-14 clang-format-14 libclang-rt-14-dev pkg-config
       libutf8proc-dev libxxhash-dev libcli11-dev libtomlplusplus-dev
-      nlohmann-json3-dev libgtest-dev libsqlite3-dev libboost-dev python3-dev
+      nlohmann-json3-dev libgtest-dev libsqlite3-dev python3-dev
       sqlite3 dpkg-dev file python3-venv zsh fish"
     ;;
   mutants) packages="python3 lld" ;;

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "tests/support.h"
+#include "utils/path_filter/answer_memo.h"
 #include "utils/path_filter/test_code_sql.h"
 
 namespace path_filter {
@@ -98,6 +101,24 @@ TEST(Memo, EvictsExactlyTheLeastRecentlyUsed) {
   const std::string longest = "tests/" + std::string(4087, 'x') + ".py";
   EXPECT_TRUE(asks_the_registry(longest) && !asks_the_registry(longest));
   EXPECT_TRUE(asks_the_registry("/" + longest) && asks_the_registry("/" + longest));
+}
+
+/// Against a list in the order of use; the texts end on either side of what an entry has.
+TEST(Memo, IsInTheOrderOfUseWhateverItIsAsked) {
+  internal::AnswerMemo<4> memo;
+  std::vector<std::size_t> in_order;  // the last used first
+  std::mt19937 random(1);             // NOLINT: the same each time
+  const std::size_t sizes[] = {0, 1, 7, 8, 9, 111, 112, 113, 500};
+  for (int question = 0; question < 20000; ++question) {
+    const std::size_t number = random() % 10;
+    const std::string text(number < 9 ? sizes[number] : 0, 'x');
+    bool asked = false;
+    const auto ask = [&] { return asked = true, number % 2 == 1; };
+    ASSERT_EQ(memo.answer(number < 9 ? std::optional(text) : std::nullopt, ask), number % 2 == 1);
+    ASSERT_EQ(asked, std::ranges::count(in_order, number) == 0) << question;
+    if (std::erase(in_order, number) == 0 && in_order.size() == 4) in_order.pop_back();
+    in_order.insert(in_order.begin(), number);
+  }
 }
 
 TEST(Registration, ReplacesTheEarlierOneUnlessAStatementRuns) {

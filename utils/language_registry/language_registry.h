@@ -41,7 +41,7 @@
 namespace language_registry {
 
 /// An immutable set of texts that is asked on hot paths. Nearly all texts that are not
-/// members are told by their length and their first two characters, without a hash.
+/// members are told by their length, their first two characters and their last, without a hash.
 class TextSet {
  public:
   TextSet(std::initializer_list<std::string_view> members)
@@ -52,8 +52,9 @@ class TextSet {
     for (; begin != end; ++begin) {
       const std::string_view member = *begin;
       _members.emplace(member);
-      _sizes[letter(member, 0)] |= bit(member.size());
+      _sizes[letter(member, 0)] |= bit(size_class(member));
       _seconds[letter(member, 0)] |= bit(letter(member, 1));
+      _lasts[letter(member, 0)] |= bit(letter(member, member.size() - 1));
     }
   }
 
@@ -64,7 +65,9 @@ class TextSet {
   /// False when neither `text`, which is ASCII, nor `text` in another case is a member.
   bool may_contain_in_some_case(std::string_view text) const {
     const std::size_t first = letter(text, 0);
-    return (_sizes[first] & bit(text.size())) != 0 && (_seconds[first] & bit(letter(text, 1))) != 0;
+    return (_sizes[first] & bit(size_class(text))) != 0 &&
+           (_seconds[first] & bit(letter(text, 1))) != 0 &&
+           (_lasts[first] & bit(letter(text, text.size() - 1))) != 0;
   }
 
   std::size_t size() const { return _members.size(); }
@@ -84,14 +87,16 @@ class TextSet {
   static std::size_t letter(std::string_view text, std::size_t at) {
     return at < text.size() ? static_cast<unsigned char>(text[at]) & 31U : 0;
   }
-  static std::uint32_t bit(std::size_t number) {
-    return std::uint32_t{1} << (number < 31 ? number : 31);
+  static std::size_t size_class(std::string_view text) {
+    return text.size() < 31 ? text.size() : 31;
   }
+  static std::uint32_t bit(std::size_t number) { return std::uint32_t{1} << number; }
 
   std::unordered_set<std::string, Hash, std::equal_to<>> _members;
-  // By the first character: which sizes members have, and which second characters.
+  // By the first character: which sizes members have, and which second and last characters.
   std::array<std::uint32_t, 32> _sizes{};
   std::array<std::uint32_t, 32> _seconds{};
+  std::array<std::uint32_t, 32> _lasts{};
 };
 
 /// What the registry knows of the language of a file.

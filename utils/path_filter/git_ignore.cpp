@@ -339,12 +339,8 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     return false;
   };
   const LiteralIndex& literals = _index->literals;
-  literals.find_whole(Place::name, name, ask);
-  literals.find_whole(Place::path, path, ask);
-  literals.find_parts(Place::name_head, name, ask);
-  literals.find_parts(Place::name_tail, name, ask);
-  literals.find_parts(Place::path_head, path, ask);
-  literals.find_parts(Place::path_tail, path, ask);
+  literals.find(LiteralIndex::IN_NAME, name, ask);
+  literals.find(LiteralIndex::IN_PATH, path, ask);
   for (std::size_t at = _index->others.size(); at-- > 0;) {
     const RuleNumber rule = _index->others[at];
     if (rule <= best) break;

@@ -39,7 +39,8 @@ class LiteralIndex {
   explicit LiteralIndex(std::size_t rules)
       : _pairs(std::clamp<std::size_t>(std::bit_ceil(rules / 4), 32, 1024)),
         _rules_end(static_cast<Rule>(std::bit_ceil(rules + 1))),
-        _buckets(rules / 8 + 2) {}
+        _buckets(rules / 8 + 2),
+        _sizes(_pairs) {}
 
   /// The first round: says that `file` will be called with this literal.
   void count(Place place, std::string_view key) { ++_buckets[bucket(placed_hash(place, key))]; }
@@ -56,34 +57,38 @@ class LiteralIndex {
   void file(Place place, std::string_view key, Rule rule) {
     const std::uint64_t hash = placed_hash(place, key);
     _filed[--_buckets[bucket(hash)]] = tag(hash) | rule;
-    _filters[static_cast<std::size_t>(place)].add(key, outer_end(place), _pairs);
+    add_size(place, key);
   }
 
-  /// Calls `ask` with the rules that are filed under the whole text `key`, and perhaps with
-  /// others, from the last back, as long as it returns true. The text is hashed only when
-  /// some literal in `place` has its length and its last bytes.
-  template <typename Ask>
-  void find_whole(Place place, std::string_view key, Ask ask) const {
-    const Filter& known = _filters[static_cast<std::size_t>(place)];
-    if (known.sizes.empty() || key.empty()) return;
-    if ((known.sizes[pair(key, End::back) & (_pairs - 1)] & size_bit(key.size())) == 0) return;
-    find(place, key, ask);
-  }
+  /// The three places in a text of one kind.
+  struct Places {
+    Place whole;
+    Place head;
+    Place tail;
+  };
+  static constexpr Places IN_NAME{Place::name, Place::name_head, Place::name_tail};
+  static constexpr Places IN_PATH{Place::path, Place::path_head, Place::path_tail};
 
-  /// The same for each head (or tail) of `text`. Only the sizes that occur together with
-  /// the text's outermost bytes are tried, and of those only the ones whose innermost byte
-  /// fits: for the suffixes of a template that is one or two.
+  /// Calls `ask` with the rules that are filed under the whole `text`, a head or a tail of it,
+  /// and perhaps with others; of each literal from the last back, as long as it returns true.
+  /// Only the sizes that occur together with the text's outermost bytes are tried, and of
+  /// heads and tails only those whose innermost byte fits: for the suffixes of a template
+  /// that is one or two. Most texts are hashed not once.
   template <typename Ask>
-  void find_parts(Place place, std::string_view text, Ask ask) const {
-    const Filter& known = _filters[static_cast<std::size_t>(place)];
-    if (known.sizes.empty() || text.empty()) return;
-    const bool tail = outer_end(place) == End::back;
-    std::uint64_t sizes = known.sizes[pair(text, outer_end(place)) & (_pairs - 1)];
-    if (text.size() < LONGEST_PART) sizes &= (std::uint64_t{2} << text.size()) - 1;
-    for (; sizes != 0; sizes &= sizes - 1) {
-      const auto size = static_cast<std::size_t>(std::countr_zero(sizes));
-      const std::string_view part = text.substr(tail ? text.size() - size : 0, size);
-      if (known.inner_bytes.test(inner_byte(part, outer_end(place)))) find(place, part, ask);
+  void find(Places places, std::string_view text, Ask ask) const {
+    if (text.empty()) return;
+    const Sizes& front = _sizes[pair(text, End::front) & (_pairs - 1)];
+    const Sizes& back = _sizes[pair(text, End::back) & (_pairs - 1)];
+    const std::uint64_t longest = size_bit(text.size());
+    if ((of(back, places.whole) & longest) != 0) find_key(places.whole, text, ask);
+    const std::uint64_t fitting = longest | (longest - 1);
+    for (std::uint64_t left = of(front, places.head) & fitting; left != 0; left &= left - 1) {
+      const std::string_view head = text.substr(0, size_of(left));
+      if (has_inner_byte(places.head, head.back())) find_key(places.head, head, ask);
+    }
+    for (std::uint64_t left = of(back, places.tail) & fitting; left != 0; left &= left - 1) {
+      const std::string_view tail = text.substr(text.size() - size_of(left));
+      if (has_inner_byte(places.tail, tail.front())) find_key(places.tail, tail, ask);
     }
   }
 
@@ -92,22 +97,34 @@ class LiteralIndex {
   /// either.
   enum class End : std::uint8_t { front, back };
 
-  /// What can be said of the keys of one place without looking for one.
-  struct Filter {
-    std::vector<std::uint64_t> sizes;  // by the pair of outermost bytes; bit n: n bytes
-    std::bitset<256> inner_bytes;      // those at the other end
+  /// Of each place the sizes of its literals: bit n for n bytes.
+  using Sizes = std::array<std::uint64_t, PLACES>;
 
-    void add(std::string_view key, End outer, std::size_t pairs) {
-      if (sizes.empty()) sizes.resize(pairs);
-      // A literal of one byte goes with any neighbour.
-      const std::size_t last = key.size() == 1 ? pairs : (pair(key, outer) & (pairs - 1)) + 1;
-      const std::size_t step = key.size() == 1 ? 32 : pairs;
-      for (std::size_t at = pair(key, outer) & (pairs - 1); at < last; at += step) {
-        sizes[at] |= size_bit(key.size());
-      }
-      inner_bytes.set(inner_byte(key, outer));
+  static std::uint64_t& of(Sizes& sizes, Place place) {
+    return sizes[static_cast<std::size_t>(place)];
+  }
+  static std::uint64_t of(const Sizes& sizes, Place place) {
+    return sizes[static_cast<std::size_t>(place)];
+  }
+  static std::size_t size_of(std::uint64_t sizes) {
+    return static_cast<std::size_t>(std::countr_zero(sizes));
+  }
+
+  bool has_inner_byte(Place place, char byte) const {
+    return _inner_bytes[static_cast<std::size_t>(place)].test(static_cast<unsigned char>(byte));
+  }
+
+  void add_size(Place place, std::string_view key) {
+    const End outer = outer_end(place);
+    const std::size_t own = pair(key, outer) & (_pairs - 1);
+    // A literal of one byte goes with any neighbour.
+    const std::size_t step = key.size() == 1 ? 32 : _pairs;
+    for (std::size_t at = own % step; at < _pairs; at += step) {
+      of(_sizes[at], place) |= size_bit(key.size());
     }
-  };
+    const char inner = outer == End::back ? key.front() : key.back();
+    _inner_bytes[static_cast<std::size_t>(place)].set(static_cast<unsigned char>(inner));
+  }
 
   /// The low bits of the outermost byte, and above them those of its neighbour.
   static std::size_t pair(std::string_view text, End outer) {
@@ -126,10 +143,6 @@ class LiteralIndex {
     return place == Place::name_head || place == Place::path_head ? End::front : End::back;
   }
 
-  static std::size_t inner_byte(std::string_view key, End outer) {
-    return static_cast<unsigned char>(outer == End::back ? key.front() : key.back());
-  }
-
   static std::uint64_t placed_hash(Place place, std::string_view key) {
     return hash_text(key) + static_cast<std::uint64_t>(place) * 0x9E3779B97F4A7C15U;
   }
@@ -144,8 +157,9 @@ class LiteralIndex {
     return (hash >> 32) * (_buckets.size() - 1) >> 32;
   }
 
+  /// Kept apart from `find`, which seldom comes to it.
   template <typename Ask>
-  void find(Place place, std::string_view key, Ask ask) const {
+  [[gnu::noinline]] void find_key(Place place, std::string_view key, Ask ask) const {
     const std::uint64_t hash = placed_hash(place, key);
     const std::uint32_t tagged = tag(hash);
     const std::size_t at = bucket(hash);
@@ -159,7 +173,8 @@ class LiteralIndex {
   Rule _rules_end;     // over all rules: a power of two
   std::vector<std::uint32_t> _buckets;  // where each begins in _filed
   std::vector<std::uint32_t> _filed;    // tags and rules; in a bucket the last comes first
-  std::array<Filter, PLACES> _filters;
+  std::vector<Sizes> _sizes;            // by the pair of outermost bytes
+  std::array<std::bitset<256>, PLACES> _inner_bytes;
 };
 
 }  // namespace path_filter::internal

@@ -1,6 +1,8 @@
 #include "utils/path_filter/test_code.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/paths.h"
@@ -26,23 +28,30 @@ bool is_test_path(PathArgument argument) {
     if (internal::shell_glob_matches(glob, name)) return true;
   }
 
-  const auto& test_dir_names = LANGUAGES.test_dir_names();
   // `name` is a view into `path`: what stands before it are the directories. Without
   // a name there are none.
-  const std::string_view directories =
-      name.empty() ? name : path.substr(0, static_cast<std::size_t>(name.data() - path.data()));
-  const bool ascii = internal::is_ascii(directories);
+  const std::string_view directories(
+      path.data(), name.empty() ? 0 : static_cast<std::size_t>(name.data() - path.data()));
+  const auto& test_dir_names = LANGUAGES.test_dir_names();
   std::string lower;
   std::size_t begin = 0;
-  for (std::size_t at = 0; at < directories.size(); ++at) {
-    if (directories[at] != '/') continue;
-    const std::string_view directory = directories.substr(begin, at - begin);
-    begin = at + 1;
-    if (ascii && !test_dir_names.may_contain_in_some_case(directory)) continue;
-    if (directory.empty() || directory == ".") continue;
-    lower.clear();
-    internal::append_lower(directory, lower);
-    if (test_dir_names.contains(lower)) return true;
+  std::uint64_t bytes = 0;  // whether those so far are ASCII
+  for (std::size_t at = 0; at < directories.size(); at += sizeof bytes) {
+    const std::uint64_t word = internal::word_at(directories, at);
+    bytes |= word;
+    std::uint64_t slashes = internal::places_in_word(word, '/');
+    for (; slashes != 0; slashes &= slashes - 1) {
+      const std::size_t end = at + static_cast<std::size_t>(std::countr_zero(slashes)) / 8;
+      const std::string_view directory(directories.data() + begin, end - begin);
+      begin = end + 1;
+      if (internal::word_is_ascii(bytes) && !test_dir_names.may_contain_in_some_case(directory)) {
+        continue;
+      }
+      if (directory.empty() || directory == ".") continue;
+      lower.clear();
+      internal::append_lower(directory, lower);
+      if (test_dir_names.contains(lower)) return true;
+    }
   }
   return false;
 }

@@ -2,18 +2,12 @@
 
 #include <pthread.h>
 
-#include <boost/multi_index/hashed_index.hpp>
-#include <boost/multi_index/member.hpp>
-#include <boost/multi_index/sequenced_index.hpp>
-#include <boost/multi_index_container.hpp>
 #include <exception>
-#include <functional>
-#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
-#include "utils/path_filter/internal/hash.h"
+#include "utils/path_filter/answer_memo.h"
 #include "utils/path_filter/test_code.h"
 
 // A loadable extension calls SQLite through the table that the program passes which loads
@@ -28,61 +22,8 @@ SQLITE_EXTENSION_INIT3
 namespace path_filter {
 namespace {
 
-namespace mi = boost::multi_index;
-
 using Argument = std::optional<std::string_view>;
-
-/// The answers of the SQL function that were used last.
-class Memo {
- public:
-  Memo() { _by_path.reserve(internal::SQL_PATH_CACHE_SIZE + 1); }
-
-  void lock() { _lock.lock(); }
-  void unlock() { _lock.unlock(); }
-
-  std::optional<bool> find(Argument path) {
-    const std::lock_guard hold(_lock);
-    const auto found = _by_path.find(path);
-    if (found == _by_path.end()) return std::nullopt;
-    _by_use.relocate(_by_use.begin(), _entries.project<0>(found));
-    return found->is_test;
-  }
-
-  void store(Argument path, bool is_test) {
-    Entry entry{path ? std::make_optional<std::string>(*path) : std::nullopt, is_test};
-    const std::lock_guard hold(_lock);
-    const auto [place, inserted] = _by_use.push_front(std::move(entry));
-    // Another thread may have stored the same answer since this one asked.
-    if (!inserted) _by_use.relocate(_by_use.begin(), place);
-    if (_by_use.size() > internal::SQL_PATH_CACHE_SIZE) _by_use.pop_back();
-  }
-
- private:
-  struct Entry {
-    std::optional<std::string> path;
-    bool is_test;
-  };
-
-  struct Hash {
-    std::size_t operator()(const Argument& path) const {
-      return path ? internal::hash_text(*path) : 0;
-    }
-  };
-
-  // One container with both orders, so that no second structure has to be kept in step
-  // by hand. It is asked with a view, builds no string for that, and moves an entry to
-  // the front without allocating.
-  using Entries = boost::multi_index_container<
-      Entry,
-      mi::indexed_by<mi::sequenced<>,  // the most recently used first
-                     mi::hashed_unique<mi::member<Entry, std::optional<std::string>, &Entry::path>,
-                                       Hash, std::equal_to<>>>>;
-
-  std::mutex _lock;  // of the entries; never held while the predicate runs
-  Entries _entries;
-  Entries::nth_index<0>::type& _by_use = _entries.get<0>();
-  Entries::nth_index<1>::type& _by_path = _entries.get<1>();
-};
+using Memo = internal::AnswerMemo<internal::SQL_PATH_CACHE_SIZE>;
 
 /// The memo of the process. It is never destroyed: a thread may still run queries while
 /// the process ends.
@@ -124,10 +65,7 @@ Argument path_argument(sqlite3_value* value) {
 
 bool _sql_is_test_path(Argument path) {
   if (path && path->size() > internal::SQL_LONGEST_REMEMBERED) return is_test_path(*path);
-  if (const std::optional<bool> known = memo().find(path)) return *known;
-  const bool is_test = path && !path->empty() && is_test_path(*path);
-  memo().store(path, is_test);
-  return is_test;
+  return memo().answer(path, [&] { return path && !path->empty() && is_test_path(*path); });
 }
 
 namespace {

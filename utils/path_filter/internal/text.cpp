@@ -150,7 +150,12 @@ std::string in_quotes(std::string_view text, char quote, std::string_view named,
 
 /// Whether a character of a pattern can be more than itself, or belong to what is.
 bool is_special(char character) {
-  return character == '*' || character == '?' || character == '[' || character == ']';
+  static constexpr auto SPECIAL = [] {
+    std::array<bool, 256> special{};
+    for (const char byte : {'*', '?', '[', ']'}) special[static_cast<unsigned char>(byte)] = true;
+    return special;
+  }();
+  return SPECIAL[static_cast<unsigned char>(character)];
 }
 
 /// Matches `code` against the set whose inside is `set` ("!" included).

@@ -5,7 +5,10 @@
 #ifndef UTILS_PATH_FILTER_INTERNAL_TEXT_H_
 #define UTILS_PATH_FILTER_INTERNAL_TEXT_H_
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,11 +20,39 @@ namespace path_filter::internal {
 /// U+0085, the blanks), and every space separator (category Zs).
 std::string_view trim(std::string_view text);
 
-/// Whether all of `text` is ASCII.
+/// Eight bytes of `text` from `at` on, the first of them lowest; those behind the end are zero.
+/// Texts are as short as paths and names: a loop over words takes a quarter of the
+/// instructions of one over bytes.
+inline std::uint64_t word_at(std::string_view text, std::size_t at) {
+  constexpr std::size_t WORD = sizeof(std::uint64_t);
+  const auto load = [&](std::size_t from) {
+    std::uint64_t word;
+    std::memcpy(&word, text.data() + from, WORD);
+    return std::endian::native == std::endian::big ? __builtin_bswap64(word) : word;
+  };
+  if (at + WORD <= text.size()) return load(at);
+  if (text.size() >= WORD) return load(text.size() - WORD) >> (8 * (at + WORD - text.size()));
+  std::uint64_t word = 0;
+  for (std::size_t from = text.size(); from > at; --from) {
+    word = word << 8 | static_cast<unsigned char>(text[from - 1]);
+  }
+  return word;
+}
+
+/// The bytes of `word` that are `byte`: of each the highest bit.
+inline std::uint64_t places_in_word(std::uint64_t word, char byte) {
+  constexpr std::uint64_t EACH = 0x0101010101010101;
+  constexpr std::uint64_t LOW_BITS = 0x7F * EACH;
+  const std::uint64_t differences = word ^ EACH * static_cast<unsigned char>(byte);
+  return ~(((differences & LOW_BITS) + LOW_BITS) | differences | LOW_BITS);
+}
+
+/// Whether the eight bytes, or all of `text`, are ASCII.
+inline bool word_is_ascii(std::uint64_t word) { return (word & 0x8080808080808080) == 0; }
 inline bool is_ascii(std::string_view text) {
-  unsigned bytes = 0;  // no branch in the loop: it is done sixteen bytes at a time
-  for (const char byte : text) bytes |= static_cast<unsigned char>(byte);
-  return bytes < 0x80;
+  std::uint64_t bytes = 0;
+  for (std::size_t at = 0; at < text.size(); at += sizeof bytes) bytes |= word_at(text, at);
+  return word_is_ascii(bytes);
 }
 
 /// The size, in bytes, of the first character of `text`, which is not empty.
