@@ -9,10 +9,11 @@ from npm (some GB, kept in DATA/trees, so later runs take minutes; an own tree c
 too). The second opinion is `cloc`, which counts lines of code and names the language of each file
 that it counts; what it says of a tree is kept as well. Needs apt-get, dpkg-source, npm and cloc.
 
-Of each tree the table gives the files that are listed, those of no language, the percentage of the
-listed that are binary (a NUL in the first 8 KiB; UTF-16 is text), the files that cloc counts by
-their name, the percentage of them that are of no language here, and how many are of another
-language here than there. Below it stands what the figures are made of, by file extension.
+Of each tree the table gives the files that are listed; those of no language; the percentage of the
+listed that are binary (a NUL in the first 8 KiB; UTF-16 and UTF-32 with a mark are text); the files
+whose language cloc knows by their name; the percentage of them that are of no language here; and
+how many are of another language here than there. Below it stands what the figures are made of, by
+file extension, and what looks like a lock or like minified code and is listed.
 """
 
 import argparse
@@ -38,11 +39,79 @@ NPM = {
     "npm-styles": "bootstrap bulma font-awesome sass tailwindcss katex mathjax",
 }
 
-# What cloc's languages are called here, where that is not the same in lower case with hyphens. A
-# language of cloc's may be several here; one that is not code here is given as "-".
-EQUAL = dict(line.split(" = ") for line in """\
+# What cloc's languages are called here, where that is not the same in lower case with hyphens.
+EQUAL = {theirs: ours.split() for theirs, ours in (line.split(" = ") for line in """\
+ANTLR Grammar = antlr
+ASP.NET = aspnet
+Ant = ant
+Bazel = starlark
+Bourne Again Shell = shell
+Bourne Shell = shell
+C Shell = tcsh
+C# = csharp
+C# Designer = csharp
+C# Generated = csharp
+C++ = cpp
 C/C++ Header = c cpp
-C++ = cpp""".splitlines())
+Cucumber = gherkin
+DOS Batch = batchfile
+Delphi Form = pascal
+EEx = eex
+ERB = erb javascript-erb
+Expect = tcl
+F# = fsharp
+F# Script = fsharp
+Fortran 77 = fortran
+Fortran 90 = fortran
+Fortran 95 = fortran
+Freemarker Template = freemarker
+Glade = xml
+Gradle = gradle kotlin
+IDL = interface-idl
+JSON = json jsonc
+JSP = jsp
+JSX = javascript
+Jupyter Notebook = jupyter
+Lisp = common-lisp emacs-lisp
+MSBuild script = xml
+Mathematica = wolfram
+Maven = maven-pom xml
+Objective-C++ = objective-cpp
+Oracle PL/SQL = plsql
+PO File = gettext-catalog
+Properties = java-properties
+Protocol Buffers = protobuf
+Qt = xml
+Qt Project = qmake
+ReasonML = reason
+Rmd = rmarkdown
+SaltStack = salt
+Tcl/Tk = tcl
+TeX = tex bibtex bibtex-style
+Text = text meson requirements robots
+TypeScript = typescript tsx
+Vala Header = vala
+Velocity Template Language = velocity
+Verilog-SystemVerilog = verilog systemverilog
+Visual Basic = vb6 vba vbnet
+Visual Basic .NET = vbnet xml
+Visual Basic Script = vbscript
+Visual Studio Solution = vs-solution
+Web Services Description = xml
+WiX include = xml
+WiX source = xml
+WiX string localization = xml
+Windows Message File = windows-mc
+Windows Resource File = windows-rc
+XAML = xml
+XHTML = html
+XML = xml ant maven-pom
+XSD = xml
+builder = ruby
+make = makefile
+reStructuredText = rst
+vim script = vimscript
+zsh = shell""".splitlines())}
 
 # Names of locks, as a second opinion on is_lockfile.
 LOCK = re.compile(r"(^|[-._])(lock|locked|lockfile|shrinkwrap|freeze|resolved)([-._]|$)", re.I)
@@ -91,12 +160,11 @@ def extension(name):
 
 def names_of_cloc(data):
     """The extensions and file names by which cloc knows a language, without a look at the file."""
-    definitions, names = data / "cloc.txt", set()
+    definitions = data / "cloc.txt"
     run("cloc", f"--write-lang-def={definitions}")
-    for line in definitions.read_text(encoding="utf-8").splitlines():
-        if match := re.fullmatch(r" +(extension|filename) (\S+)", line):
-            names.add(("." if match[1] == "extension" else "") + match[2])
-    return names
+    names = re.findall(r"^ +filename (\S+)", definitions.read_text(encoding="utf-8"), re.M)
+    names += ["." + suffix for suffix in re.findall(r"^(\S+) +->", run("cloc", "--show-ext"), re.M)]
+    return set(names)
 
 
 def languages_by_cloc(data, tree):
@@ -128,8 +196,8 @@ def survey(tree, program, data, cloc_names):
         counts["listed", file["language"]] += 1
         with open(root / path, "rb") as content:
             head = content.read(8192)
-            if head.startswith((b"\xff\xfe", b"\xfe\xff")):
-                counts["utf-16", extension(name)] += 1
+            if head.startswith((b"\xff\xfe", b"\xfe\xff", b"\0\0\xfe\xff")):
+                counts["utf-16/32", extension(name)] += 1
             elif b"\0" in head:
                 counts["binary", extension(name)] += 1
             if file["language"] in ("javascript", "css"):
@@ -148,7 +216,7 @@ def survey(tree, program, data, cloc_names):
         ours = files[path]["language"]
         if ours is None:
             counts["cloc-unknown", f"{extension(name)} {theirs}"] += 1
-        elif ours not in EQUAL.get(theirs, theirs.lower().replace(" ", "-")).split():
+        elif ours not in EQUAL.get(theirs, [theirs.lower().replace(" ", "-")]):
             counts["differ", f"{extension(name)} {theirs} / {ours}"] += 1
     return counts
 
@@ -166,7 +234,7 @@ def show(trees, details):
               f"| {100 * total(counts, 'binary') / max(listed, 1):.3f} | {cloc:,} "
               f"| {100 * total(counts, 'cloc-unknown') / max(cloc, 1):.2f} "
               f"| {total(counts, 'differ'):,} |")
-    for kind in ("binary", "utf-16", "cloc-unknown", "differ", "unknown", "lock?", "minified?"):
+    for kind in ("binary", "utf-16/32", "cloc-unknown", "differ", "unknown", "lock?", "minified?"):
         keys, where = collections.Counter(), collections.defaultdict(collections.Counter)
         for tree, counts in trees.items():
             for (of, key), count in counts.items():
@@ -209,7 +277,8 @@ def main():
     cloc_names = names_of_cloc(data)
     trees = {name: survey(name, options.program, data, cloc_names) for name in names}
     show(trees, options.details)
-    figures = {(tree, *key): count for tree, counts in trees.items() for key, count in counts.items()}
+    figures = {(tree, *key): count
+               for tree, counts in trees.items() for key, count in counts.items()}
     if options.against:
         earlier = read_table(options.against)
         print("\nMoved:")

@@ -29,7 +29,9 @@ TEST(LanguageRegistry, ChoosesAmongThoseThatClaimAName) {
       a.h.in c  a.min.js javascript  a.b.c.d.py python  .eslintrc.json jsonc  .a.yml yaml
       theme.sublime-color-scheme jsonc  a.xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx.sublime-color-scheme jsonc
       CMakeLists.txt cmake  requirements.txt requirements  Makefile.PL perl  BUILD starlark  go.mod go-module
-      LICENSE text  Dockerfile.dev dockerfile  dev.Dockerfile dockerfile  Dockerfile.md markdown)");
+      LICENSE text  Dockerfile.dev dockerfile  dev.Dockerfile dockerfile  Dockerfile.md markdown
+      a.tar.1 roff  a.P prolog  a.p openedge-abl  makefile.vc makefile  a.rb.tt ruby  a.tt erb
+      a.1.in roff  a.h_shipped c  .env.example dotenv  example.env dotenv  a.b.yml.example yaml)");
   for (std::string file, language; rows >> file >> language;)
     EXPECT_EQ(detect_language(file), language) << file;
 }
@@ -48,6 +50,17 @@ TEST(LanguageRegistry, KnowsNoLanguageForOtherNames) {
   for (const std::string& name : {many + ".py", dots + "py", "\xff\xfe.py"s})
     EXPECT_EQ(detect_language(name), "python");
   for (const char* language : {"", "no-such-language"}) EXPECT_EQ(tier_of(language), "");
+}
+
+TEST(LanguageRegistry, KnowsNoLanguageForWhatHoldsSecretsOrIsBinary) {
+  // Though most of them end in an extension of a language, or are claimed by one in the data.
+  std::istringstream names(R"(
+      .env .env.local .env.production a.env .envrc .npmrc .netrc .pypirc .htpasswd .my.cnf id_rsa
+      .git-credentials .bash_history .Rhistory a.tfstate a.tfstate.backup a.tfvars a.tfvars.json
+      credentials.json client_secret.json secrets.json secrets.yml secrets.yaml .secrets.toml a.key
+      key.properties a.pem a.p8 a.mo a.mod a.res a.boot liba.so.1 LIBA.SO.2 a.log.9 a.exe.sig)");
+  for (std::string name; names >> name;)
+    EXPECT_TRUE(!detect_language(name) && !LANGUAGES.classify(name)) << name;
 }
 
 TEST(LanguageRegistry, FindsWhatTheCatalogLists) {

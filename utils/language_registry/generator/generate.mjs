@@ -67,7 +67,7 @@ function defaultOwner(extension, claimants) {
     compare(left.name, right.name))[0];
 }
 
-/** Maps each key to its language, or to null, given the rows of overrides and a rule for the others. */
+/** Maps each key to its language or to null, given the rows of overrides and a rule for others. */
 function resolve(languages, keysOf, rows, rule) {
   const claims = new Map();
   for (const language of languages.values()) {
@@ -205,8 +205,8 @@ const header = `\
 // License, Copyright (c) Ika, as is GitHub Linguist, its source, Copyright (c) GitHub, Inc. Do not
 // edit: change generator/overrides.mjs and generate again.
 //
-// {name, tier, extensions, file names, file-name stems}, the lists separated by spaces. The last row
-// has no name: what it lists is of no language, though it ends in an extension of one.
+// {name, tier, extensions, file names, file-name stems}, the lists separated by spaces. The last
+// row has no name: what it lists is of no language, though it ends in an extension of one.
 `;
 writeFileSync(new URL('../languages.inc', import.meta.url),
   header + rows.map(format).join('\n') + '\n');

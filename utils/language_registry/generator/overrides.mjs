@@ -117,8 +117,8 @@ export const tiers = [
 ];
 
 // What scripts/survey.py counts in source trees decides the rows below where it has an opinion: an
-// extension whose files are mostly binary in two trees or more, or of another kind than the data has
-// it, goes to that kind or to none.
+// extension whose files are mostly binary in two trees or more, or of another kind than the data
+// has it, goes to that kind or to none.
 
 // What holds passwords, keys and tokens by its purpose is of no language: a search index that
 // answers with a password is a leak.
@@ -139,6 +139,7 @@ export const extensions = [
   ['.tfstate', null, secret + ': Terraform writes all values into it'],
   ['.tfstate.backup', null, secret],
   ['.tfvars', null, 'what Terraform is told and not to be committed, as its ignore template says'],
+  ['.tfvars.json', null, 'the same in JSON'],
   ['.boot', null, 'boot images of Erlang and Chez Scheme; the script of Boot has a name'],
   ['.es', null, 'texts in Spanish (README.es)'],
   ['.fr', null, 'texts in French'],
@@ -153,6 +154,8 @@ export const extensions = [
   ['.exe.sig', null, 'a signature'],
   ...digits.map((digit) => [`.log.${digit}`, null, 'a rotated log']),
   ...digits.map((digit) => [`.so.${digit}`, null, 'a shared library with its version']),
+  ['.ac', 'M4', 'parts of what configure is made from'],
+  ['.am', 'Makefile', 'parts of what Automake reads'],
   ['.appup', 'Erlang', 'how a release goes from one version to another, in Erlang terms'],
   ['.asc', 'AsciiDoc', 'the text form worth reading; signatures and keys share the extension'],
   ['.b', 'Brainfuck', commonest],
@@ -164,6 +167,7 @@ export const extensions = [
   ['.cgi', 'Perl', commonest],
   ['.cl', 'OpenCL', commonest],
   ['.cls', 'TeX', 'classes of LaTeX, 11 of 11'],
+  ['.comp', 'GLSL', 'compute shaders'],
   ['.conf', 'INI', 'sections or keys in most dialects'],
   ['.config', 'XML', '.NET configuration, before Erlang\'s and fragments of Kconfig'],
   ['.cp', 'C++', 'GCC takes it for C++'],
@@ -207,6 +211,7 @@ export const extensions = [
   ['.mlg', 'OCaml', 'grammars of Coq with OCaml in them'],
   ['.mqh', 'MQL5', 'the current version'],
   ['.ms', 'Roff', 'the ms macros'],
+  ['.msbuild', 'XML', project],
   ['.msg', 'ROS Interface', commonest],
   ['.n', 'Roff', 'man pages of Tcl, 125 of 125'],
   ['.nb', 'Wolfram Language', commonest],
@@ -232,6 +237,7 @@ export const extensions = [
   ['.rakutest', 'Raku', 'test files, which were ".t" before the language had its name'],
   ['.rs', 'Rust', commonest],
   ['.scd', 'SuperCollider', 'its own document extension'],
+  ['.sitemap', 'XML', 'the pages of an ASP.NET site'],
   ['.spec', 'RPM Spec', commonest],
   ['.sql', 'SQL', 'the dialects cannot be told apart by name'],
   ['.srt', 'SubRip Text', commonest],
@@ -239,6 +245,7 @@ export const extensions = [
   ['.strings', 'OpenStep Property List', 'texts of macOS and iOS programs'],
   ['.t', 'Perl', commonest],
   ['.tc', 'Shell', 'the kernel\'s test cases for ftrace'],
+  ['.tfvars.example', 'HCL', 'an example that people commit'],
   ['.tld', 'XML', 'tag libraries of JSP'],
   ['.toc', 'World of Warcraft Addon Data', 'the TeX one is build output'],
   ['.tt', 'HTML+ERB', 'what Rails\' generators fill in; T4 of .NET is rarer'],
@@ -298,6 +305,7 @@ export const fileNames = [
     (name) => ['toml', 'yaml', 'yml'].map((format) => [`${name}.${format}`, null, secret])),
   ['.envrc', null, secret + ', as .env is'],
   ['.my.cnf', null, secret + ': the passwords of MySQL'],
+  ['.mylogin.cnf', null, secret + ': the passwords of MySQL'],
   ['.npmrc', null, secret + ': the tokens of npm'],
   ['key.properties', null, secret + ': the passwords of Android\'s signing keys'],
   ['keystore.properties', null, secret + ': the passwords of Android\'s signing keys'],
