@@ -20,19 +20,23 @@ import argparse
 import collections
 import csv
 import json
+import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 DEBIAN = """
-    autoconf bash busybox cargo cmake curl dracut ecl elixir-lang emacs erlang fmtlib fpc ghdl git
-    golang-1.19 gradle groovy gtk4 hugo jquery keepass2 kotlin lapack libmojolicious-perl
-    libspring-java lua5.4 luajit luarocks maven mono nim node-typescript node-webpack nodejs ocaml
-    ocaml-dune pandoc perl phpunit poco postgresql-15 python-django qtbase-opensource-src r-base
-    r-cran-ggplot2 rabbitmq-server racket rails rust-clap scala swi-prolog symfony systemd tcl8.6
-    tomcat9 u-boot vala wine wordpress wxwidgets3.2""".split()
+    agda auctex autoconf bash busybox cargo cmake coq curl dracut ecl elixir-lang emacs erlang
+    feynmf fish fmtlib fpc ghdl git gnuplot golang-1.19 gradle groovy gtk4 guava-libraries hugo
+    jquery junit4 keepass2 kotlin lapack libmojolicious-perl libspring-java lua5.4 luajit luarocks
+    maven mono neovim netty nim node-typescript node-webpack nodejs ocaml ocaml-batteries
+    ocaml-dune pandoc perl phpunit poco postgresql-15 python-django qtbase-opensource-src
+    quantum-espresso r-base r-cran-ggplot2 rabbitmq-server racket rails ruby3.1 rust-clap scala
+    swi-prolog symfony systemd tcl8.6 texinfo texlive-bin tomcat9 u-boot vala vim wine wordpress
+    wxwidgets3.2 zsh""".split()
 NPM = {
     "npm-frameworks": "@angular/core next react react-dom svelte vue nuxt express @nestjs/core",
     "npm-tools": "eslint jest-cli prettier rollup typescript vite webpack pnpm serverless",
@@ -40,78 +44,31 @@ NPM = {
 }
 
 # What cloc's languages are called here, where that is not the same in lower case with hyphens.
-EQUAL = {theirs: ours.split() for theirs, ours in (line.split(" = ") for line in """\
-ANTLR Grammar = antlr
-ASP.NET = aspnet
-Ant = ant
-Bazel = starlark
-Bourne Again Shell = shell
-Bourne Shell = shell
-C Shell = tcsh
-C# = csharp
-C# Designer = csharp
-C# Generated = csharp
-C++ = cpp
-C/C++ Header = c cpp
-Cucumber = gherkin
-DOS Batch = batchfile
-Delphi Form = pascal
-EEx = eex
-ERB = erb javascript-erb
-Expect = tcl
-F# = fsharp
-F# Script = fsharp
-Fortran 77 = fortran
-Fortran 90 = fortran
-Fortran 95 = fortran
-Freemarker Template = freemarker
-Glade = xml
-Gradle = gradle kotlin
-IDL = interface-idl
-JSON = json jsonc
-JSP = jsp
-JSX = javascript
-Jupyter Notebook = jupyter
-Lisp = common-lisp emacs-lisp
-MSBuild script = xml
-Mathematica = wolfram
-Maven = maven-pom xml
-Objective-C++ = objective-cpp
-Oracle PL/SQL = plsql
-PO File = gettext-catalog
-Properties = java-properties
-Protocol Buffers = protobuf
-Qt = xml
-Qt Project = qmake
-ReasonML = reason
-Rmd = rmarkdown
-SaltStack = salt
-Tcl/Tk = tcl
-TeX = tex bibtex bibtex-style
-Text = text meson requirements robots
-TypeScript = typescript tsx
-Vala Header = vala
-Velocity Template Language = velocity
-Verilog-SystemVerilog = verilog systemverilog
-Visual Basic = vb6 vba vbnet
-Visual Basic .NET = vbnet xml
-Visual Basic Script = vbscript
-Visual Studio Solution = vs-solution
-Web Services Description = xml
-WiX include = xml
-WiX source = xml
-WiX string localization = xml
-Windows Message File = windows-mc
-Windows Resource File = windows-rc
-XAML = xml
-XHTML = html
-XML = xml ant maven-pom
-XSD = xml
-builder = ruby
-make = makefile
-reStructuredText = rst
-vim script = vimscript
-zsh = shell""".splitlines())}
+EQUAL = """
+    ANTLR Grammar = antlr | ASP.NET = aspnet | Ant = ant | Bazel = starlark |
+    Bourne Again Shell = shell | Bourne Shell = shell | C Shell = tcsh | C# = csharp |
+    C# Designer = csharp | C# Generated = csharp | C++ = cpp | C/C++ Header = c cpp |
+    Cucumber = gherkin | DOS Batch = batchfile | Delphi Form = pascal | EEx = eex |
+    ERB = erb javascript-erb | Expect = tcl | F# = fsharp | F# Script = fsharp |
+    Fortran 77 = fortran | Fortran 90 = fortran | Fortran 95 = fortran |
+    Freemarker Template = freemarker | Glade = xml | Gradle = gradle kotlin |
+    IDL = interface-idl | JSON = json jsonc | JSP = jsp | JSX = javascript |
+    Jupyter Notebook = jupyter | Lisp = common-lisp emacs-lisp | MSBuild script = xml |
+    Mathematica = wolfram | Maven = maven-pom xml | Objective-C++ = objective-cpp |
+    Oracle PL/SQL = plsql | PO File = gettext-catalog | Properties = java-properties |
+    Protocol Buffers = protobuf | Qt = xml | Qt Project = qmake | ReasonML = reason |
+    Rmd = rmarkdown | SaltStack = salt | Tcl/Tk = tcl | TeX = tex bibtex bibtex-style |
+    Text = text meson requirements robots | TypeScript = typescript tsx | Vala Header = vala |
+    Velocity Template Language = velocity | Verilog-SystemVerilog = verilog systemverilog |
+    Visual Basic = vb6 vba vbnet | Visual Basic .NET = vbnet xml |
+    Visual Basic Script = vbscript | Visual Studio Solution = vs-solution |
+    Web Services Description = xml | WiX include = xml | WiX source = xml |
+    WiX string localization = xml | Windows Message File = windows-mc |
+    Windows Resource File = windows-rc | XAML = xml | XHTML = html | XML = xml ant maven-pom |
+    XSD = xml | builder = ruby | make = makefile | reStructuredText = rst |
+    vim script = vimscript | zsh = shell"""
+EQUAL = {theirs: ours.split()
+         for theirs, ours in (pair.strip().split(" = ") for pair in EQUAL.split("|"))}
 
 # Names of locks, as a second opinion on is_lockfile.
 LOCK = re.compile(r"(^|[-._])(lock|locked|lockfile|shrinkwrap|freeze|resolved)([-._]|$)", re.I)
@@ -140,9 +97,10 @@ def fetch_from_debian(data, names):
         try:
             run("apt-get", *options, "source", "--download-only", name, cwd=package)
             run("dpkg-source", "--no-check", "--no-copy", "--skip-patches", "-x",
-                *(str(file) for file in package.glob("*.dsc")), data / "trees" / name)
+                *package.glob("*.dsc"), data / "trees" / name)
         except subprocess.CalledProcessError:
             print(f"{name} cannot be had and is left out", file=sys.stderr)
+        shutil.rmtree(package)
 
 
 def fetch_from_npm(data, name, packages):
@@ -273,7 +231,7 @@ def main():
             fetch_from_debian(data, debian)
         for name in set(wanted) & set(NPM):
             fetch_from_npm(data, name, NPM[name])
-    names = options.trees or sorted(path.name for path in (data / "trees").iterdir())
+    names = filter(is_there, options.trees) if options.trees else sorted(os.listdir(data / "trees"))
     cloc_names = names_of_cloc(data)
     trees = {name: survey(name, options.program, data, cloc_names) for name in names}
     show(trees, options.details)
