@@ -26,10 +26,12 @@ TEST(LanguageRegistry, ChoosesAmongThoseThatClaimAName) {
       a.t perl  a.md markdown  a.v verilog  a.r r  a.d d  a.fs fsharp  a.php php  a.html html  a.1 roff
       a.MD markdown  Foo.JAVA java  a.s assembly  a.S assembly  a.C cpp  a.H cpp  a.c c  a.R r
       a.d.ts typescript  a.blade.php blade  a.Blade.PHP blade  a.sword.php php  a.gradle.kts kotlin
-      a.tfstate.backup json  a.min.js javascript  a.b.c.d.py python  .eslintrc.json jsonc  .a.yml yaml
+      a.h.in c  a.min.js javascript  a.b.c.d.py python  .eslintrc.json jsonc  .a.yml yaml
       theme.sublime-color-scheme jsonc  a.xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx.sublime-color-scheme jsonc
       CMakeLists.txt cmake  requirements.txt requirements  Makefile.PL perl  BUILD starlark  go.mod go-module
-      LICENSE text  Dockerfile.dev dockerfile  dev.Dockerfile dockerfile  Dockerfile.md markdown)");
+      LICENSE text  Dockerfile.dev dockerfile  dev.Dockerfile dockerfile  Dockerfile.md markdown
+      a.tar.1 roff  a.P prolog  a.p openedge-abl  makefile.vc makefile  a.rb.tt ruby  a.tt erb
+      a.1.in roff  a.h_shipped c  .env.example dotenv  example.env dotenv  a.b.yml.example yaml)");
   for (std::string file, language; rows >> file >> language;)
     EXPECT_EQ(detect_language(file), language) << file;
 }
@@ -48,6 +50,17 @@ TEST(LanguageRegistry, KnowsNoLanguageForOtherNames) {
   for (const std::string& name : {many + ".py", dots + "py", "\xff\xfe.py"s})
     EXPECT_EQ(detect_language(name), "python");
   for (const char* language : {"", "no-such-language"}) EXPECT_EQ(tier_of(language), "");
+}
+
+TEST(LanguageRegistry, KnowsNoLanguageForWhatHoldsSecretsOrIsBinary) {
+  // Though most of them end in an extension of a language, or are claimed by one in the data.
+  std::istringstream names(R"(
+      .env .env.local .env.production a.env .envrc .npmrc .netrc .pypirc .htpasswd .my.cnf id_rsa
+      .git-credentials .bash_history .Rhistory a.tfstate a.tfstate.backup a.tfvars a.tfvars.json
+      credentials.json client_secret.json secrets.json secrets.yml secrets.yaml .secrets.toml a.key
+      key.properties a.pem a.p8 a.mo a.mod a.res a.boot liba.so.1 LIBA.SO.2 a.log.9 a.exe.sig)");
+  for (std::string name; names >> name;)
+    EXPECT_TRUE(!detect_language(name) && !LANGUAGES.classify(name)) << name;
 }
 
 TEST(LanguageRegistry, FindsWhatTheCatalogLists) {
@@ -69,7 +82,7 @@ TEST(LanguageRegistry, FindsWhatTheCatalogLists) {
         expect(std::string(size, 'x').append(extension));
       std::string capitals = "x" + std::string(extension);
       for (char& c : capitals) c = static_cast<char>(std::toupper(c));
-      if (extension != ".c" && extension != ".h") expect(capitals);
+      if (std::string_view(".c.h.p").find(extension) == std::string_view::npos) expect(capitals);
     }
     for (const std::string_view name : language.file_names) expect(std::string(name));
     for (const std::string_view stem : language.file_name_stems) expect(std::string(stem) + ".zzz");

@@ -53,7 +53,8 @@ constexpr auto test_directories = std::to_array<std::string_view>({
 
 // ---- The tables as they are searched -----------------------------------------------------------
 
-constexpr std::size_t language_count = language_rows.size();
+// The last row has no name: it lists what is of no language.
+constexpr std::size_t language_count = language_rows.size() - 1;
 constexpr std::size_t no_language = language_count;
 
 /// Calls `use(word)` for each word of a list.
@@ -72,7 +73,7 @@ template <std::size_t count>
 struct WordsByLanguage {
   std::array<std::string_view, count> words{};
   std::array<std::uint16_t, count> language_of{};
-  std::array<std::uint16_t, language_count + 1> begin_of{};
+  std::array<std::uint16_t, language_rows.size() + 1> begin_of{};
 
   constexpr std::span<const std::string_view> of(std::size_t language) const {
     const std::size_t begin = begin_of[language];
@@ -95,7 +96,7 @@ consteval WordsByLanguage<word_count> split(
   WordsByLanguage<word_count> result;
   std::size_t list = 0;
   std::size_t end = 0;
-  for (std::size_t language = 0; language < language_count; ++language) {
+  for (std::size_t language = 0; language < language_rows.size(); ++language) {
     for (; list < list_count && language_of[list] == language_rows[language].name; ++list) {
       for_each_word(lists[list], [&](std::string_view word) {
         result.words[end] = word;
@@ -112,7 +113,7 @@ consteval WordsByLanguage<word_count> split(
 /// One member of all rows.
 template <std::string_view LanguageRow::*member>
 consteval auto column() {
-  std::array<std::string_view, language_count> result;
+  std::array<std::string_view, language_rows.size()> result;
   std::ranges::transform(language_rows, result.begin(), member);
   return result;
 }
@@ -129,7 +130,11 @@ consteval auto words_by_language() {
   return split<count_words(column<list>())>(column<list>(), column<language>());
 }
 
-constexpr auto names = column<&LanguageRow::name>();
+constexpr auto names = [] {
+  std::array<std::string_view, language_count> result;
+  std::ranges::copy_n(column<&LanguageRow::name>().begin(), language_count, result.begin());
+  return result;
+}();
 constexpr auto extensions = words_by_language<&LanguageRow::extensions, &LanguageRow::name>();
 constexpr auto file_names = words_by_language<&LanguageRow::file_names, &LanguageRow::name>();
 constexpr auto stems = words_by_language<&LanguageRow::file_name_stems, &LanguageRow::name>();

@@ -67,7 +67,7 @@ function defaultOwner(extension, claimants) {
     compare(left.name, right.name))[0];
 }
 
-/** Maps each key to its one language, given the rows of overrides and a rule for the others. */
+/** Maps each key to its language or to null, given the rows of overrides and a rule for others. */
 function resolve(languages, keysOf, rows, rule) {
   const claims = new Map();
   for (const language of languages.values()) {
@@ -77,8 +77,12 @@ function resolve(languages, keysOf, rows, rule) {
   }
   const owners = new Map();
   for (const [key, name] of rows) {
-    const language = languages.get(name) ?? fail(`no language ${name}`);
+    if (owners.has(key)) fail(`${key} has two rows`);
+    const language = name === null ? null : languages.get(name) ?? fail(`no language ${name}`);
     const claimants = claims.get(key) ?? [];
+    if (language === null && claimants.length === 0 && !key.includes('.', 1)) {
+      fail(`${key} is of no language anyway`);
+    }
     if (claimants.length === 1 && claimants[0] === language) fail(`${key} is ${name}'s anyway`);
     owners.set(key, language);
   }
@@ -118,6 +122,29 @@ const fileNames = resolve(languages, (language) => language.fileNames, overrides
   (key, claimants) => claimants.length === 1 ? claimants[0] : fail(`${key} is contested`));
 const stems = resolve(languages, () => [], overrides.stems, undefined);
 
+for (const [suffix, , inner] of overrides.templates) {
+  for (const extension of inner) {
+    const language = extensions.get(extension) ?? fail(`${extension} is of no language`);
+    const key = extension + suffix;
+    if (extensions.get(key) === language) fail(`${key} is ${language.name}'s anyway`);
+    extensions.set(key, language);
+  }
+}
+
+/** Takes what is of no language out of `owners`, and returns what has to be said to be so. */
+function takeUnowned(owners, isOwnedOtherwise) {
+  const unowned = [...owners].filter(([, owner]) => owner === null).map(([key]) => key);
+  for (const key of unowned) owners.delete(key);
+  return unowned.filter(isOwnedOtherwise).sort(compare);
+}
+
+const endsInAnExtension = (text) => [...text.matchAll(/\./g)].some(({ index }) =>
+  index > 0 && extensions.has(text.slice(index).toLowerCase()));
+const unowned = {
+  extensions: takeUnowned(extensions, endsInAnExtension),
+  fileNames: takeUnowned(fileNames, endsInAnExtension),
+};
+
 // A language that lost all that it claimed has no row.
 const found = new Set([...extensions.values(), ...fileNames.values()]);
 const namesFound = new Set([...found].map((language) => language.name));
@@ -149,6 +176,8 @@ rows.forEach((row, index) => {
   }
 });
 
+rows.push({ name: '', tier: '', ...unowned, stems: [] });
+
 /** A C++ string literal, on several lines when it is long. */
 function literal(words) {
   const lines = [''];
@@ -176,12 +205,13 @@ const header = `\
 // License, Copyright (c) Ika, as is GitHub Linguist, its source, Copyright (c) GitHub, Inc. Do not
 // edit: change generator/overrides.mjs and generate again.
 //
-// {name, tier, extensions, file names, file-name stems}, the lists separated by spaces
+// {name, tier, extensions, file names, file-name stems}, the lists separated by spaces. The last
+// row has no name: what it lists is of no language, though it ends in an extension of one.
 `;
 writeFileSync(new URL('../languages.inc', import.meta.url),
   header + rows.map(format).join('\n') + '\n');
 console.log(
-  `${rows.length} languages, ${extensions.size} extensions, ${fileNames.size} file names`);
+  `${rows.length - 1} languages, ${extensions.size} extensions, ${fileNames.size} file names`);
 console.log('not in the table, having nothing that is not another language\'s:',
   [...languages.values()].filter((language) => !found.has(language))
     .map((language) => language.name).join(', '));
