@@ -149,7 +149,8 @@ const byId = (id) => document.getElementById(id);
 const allCounts = countTree(() => true);
 const state = {
   directory: 0,
-  measure: sum(allCounts.bytes, 0) > 0 ? "bytes" : "files",
+  // A tree of empty files has no areas by bytes.
+  measure: sum(allCounts.bytes, 0) > sum(allCounts.files, 0) ? "bytes" : "files",
   filter: null, // {key, title, matches}
   counts: allCounts, // under the filter
   marked: null, // a box that was searched for or chosen
@@ -922,9 +923,9 @@ function fillHead() {
   if (boxes > 0) {
     const small = counted(boxes, "small file or pruned directory",
       "small files and pruned directories");
-    const folded = directories === 0 ? "" : `, and what ${counted(directories,
+    const folded = directories === 0 ? "" : ` and what ${counted(directories,
       "small directory holds", "small directories hold")}`;
-    note(`So that this page stays quick, ${small}${folded}, are drawn together: one box for each ` +
+    note(`So that this page stays quick, ${small}${folded} are drawn together: one box for each ` +
       "verdict of a directory. All numbers count them; the search does not know their names, and " +
       "a box of several languages is not shown when the map is filtered by language.");
   }
