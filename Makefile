@@ -8,7 +8,7 @@ PYTHON ?= python3
 RELEASE = build/release/program/path-filter
 
 .PHONY: help run test build libraries install uninstall package packages test-clang test-posix \
-  test-tsan test-asan test-package test-python lint share mutants bench \
+  test-tsan test-asan test-package test-python test-report lint share mutants bench \
   bench-python fuzz fuzz-git clean
 
 run: build  ## list the indexable files of ROOT (.)
@@ -47,6 +47,13 @@ test-package: packages  ## install it, and build outer projects with it
 	[ -x build/cmake-3.22/bin/cmake ] || { python3 -m venv build/cmake-3.22 && \
 	  build/cmake-3.22/bin/pip install --quiet cmake==3.22.6; }
 	tests/package_test.sh build/cmake-3.22/bin/cmake build/package-test
+
+# Debian's Python, which has Debian's Selenium.
+test-report: packages  ## open the pages of `report` in headless Chromium
+	scripts/install-packages.sh report
+	cmake --preset gcc
+	cmake --build --preset gcc -j $(JOBS) --target path-filter
+	/usr/bin/python3 tests/report_test.py build/gcc/program/path-filter
 
 lint: packages  ## check the format, and that headers stand alone
 	scripts/lint.sh

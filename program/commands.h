@@ -4,6 +4,7 @@
 #define PROGRAM_COMMANDS_H_
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,15 @@ struct SummaryOptions {
 
 /// Exit status as for `list`.
 int summarize(const SummaryOptions& options);
+
+struct ReportOptions {
+  Settings settings;
+  std::optional<std::string> file;  // absent: standard output
+};
+
+/// Writes a page that shows all that is in and out. Exit status as for `list`. Throws UsageError
+/// when the program was built without it.
+int write_report(const ReportOptions& options);
 
 struct RegistryOptions {
   /// Languages, which are all when none is named.

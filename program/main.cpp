@@ -263,6 +263,15 @@ int run(int argc, char** argv) {
   add_color(*summary_command, summary.color);
   add_limits(*summary_command, summary.settings);
 
+  program::ReportOptions report;
+  auto* report_command =
+      app.add_subcommand("report", "Write a web page that shows what is in and out");
+  add_directory(*report_command, report.settings);
+  report_command->add_option("-o,--output", report.file, "Write to FILE, not to standard output")
+      ->type_name("FILE")
+      ->take_last();
+  add_limits(*report_command, report.settings);
+
   program::RegistryOptions languages;
   auto* languages_command =
       app.add_subcommand("languages", "Print the language registry, or some languages of it");
@@ -303,6 +312,7 @@ int run(int argc, char** argv) {
     return program::check(check);
   }
   if (*summary_command) return program::summarize(summary);
+  if (*report_command) return program::write_report(report);
   if (*languages_command) return program::print_languages(languages);
   if (*rules_command) return program::print_rules(rules);
   if (!*help_command) throw UsageError("no command given\nTry 'path-filter --help'.");

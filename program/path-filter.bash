@@ -13,7 +13,7 @@ _path_filter() {
 
   case $option in
     --root) files=-d ;;
-    --config) files=-f ;;
+    --config | --output | -o) files=-f ;;
     --max-file-size-mb | --threads | -j) ;;
     --languages) words=$(path-filter languages 2>/dev/null | cut -sf 1) ;;
     --kind) words=$(path-filter rules 2>/dev/null | grep '^[a-z]') ;;
@@ -24,7 +24,7 @@ _path_filter() {
         *:-*) words=$(_path_filter_help "$command" '--[a-z-]+') ;;
         :* | help:*) words=$(_path_filter_help "" '[a-z]+') ;;
         check:*) files=-f ;;
-        list:* | summary:*) files=-d ;;
+        list:* | summary:* | report:*) files=-d ;;
         languages:*) words=$(path-filter languages 2>/dev/null | cut -sf 1) ;;
       esac
       ;;

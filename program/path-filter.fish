@@ -25,6 +25,7 @@ set -l command complete -c path-filter -n '__path_filter_on "" help' -a
 $command list -d 'Print the indexable files below a directory'
 $command check -d 'Print the decision on each path'
 $command summary -d 'Count what is in and out, by language and kind'
+$command report -d 'Write a page that shows what is in and out'
 $command languages -d 'Print the language registry, or some languages of it'
 $command rules -d 'Print the fixed rules'
 $command help -d 'Print the help on a command'
@@ -33,7 +34,7 @@ set -l all complete -c path-filter -n '__path_filter_on list check summary langu
 $all -l json -d 'Print JSON'
 $all -l color -x -a 'auto always never' -d 'Use colours'
 
-set -l files complete -c path-filter -n '__path_filter_on list check summary'
+set -l files complete -c path-filter -n '__path_filter_on list check summary report'
 $files -l root -x -a '(__path_filter_directories)' -d 'The root of the repository'
 $files -l config -r -F -d 'A TOML file that has the limits'
 $files -l max-file-size-mb -x -d 'Leave out larger files'
@@ -56,5 +57,6 @@ $check -l stdin -d 'Read paths from standard input too'
 $check -s q -l quiet -d 'Print no decision'
 $check -F
 
-complete -c path-filter -n '__path_filter_on list summary' -a '(__path_filter_directories)'
+complete -c path-filter -n '__path_filter_on report' -s o -l output -r -F -d 'Write to a file'
+complete -c path-filter -n '__path_filter_on list summary report' -a '(__path_filter_directories)'
 complete -c path-filter -n '__path_filter_on languages' -a '(__path_filter_languages)'

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages that a purpose needs and that are missing: build (all of
-# `make run` and `make test`), mutants or bench.
+# `make run` and `make test`), mutants, bench or report.
 set -eu
 
 case "${1:-build}" in
@@ -8,15 +8,16 @@ case "${1:-build}" in
     packages="git cmake ninja-build g++ clang-14 clang-format-14 libclang-rt-14-dev pkg-config
       libutf8proc-dev libxxhash-dev libcli11-dev libtomlplusplus-dev
       nlohmann-json3-dev libgtest-dev libsqlite3-dev python3-dev
-      sqlite3 dpkg-dev file python3-venv zsh fish"
+      sqlite3 dpkg-dev file python3-venv node-d3-hierarchy zsh fish"
     ;;
   mutants) packages="python3 lld" ;;
   bench)
     packages="libbenchmark-dev libgit2-dev hyperfine ripgrep fd-find bfs strace linux-source-6.1
       xz-utils"
     ;;
+  report) packages="chromium chromium-driver python3-selenium" ;;
   *)
-    echo "usage: $0 [build|mutants|bench]" >&2
+    echo "usage: $0 [build|mutants|bench|report]" >&2
     exit 2
     ;;
 esac

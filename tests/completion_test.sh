@@ -44,7 +44,7 @@ while IFS='|' read -r line expected; do
   done
 done < <(
   cat << 'LINES'
-path-filter |check help languages list rules summary
+path-filter |check help languages list report rules summary
 path-filter help l|languages list
 path-filter list |src
 path-filter summary --root=|src
@@ -56,7 +56,7 @@ path-filter list --languages=go,pyth|go,python
 path-filter list --kind size,l|size,language size,lockfile
 path-filter rules --color=a|always auto
 LINES
-  for command in "" check help languages list rules summary; do
+  for command in "" check help languages list report rules summary; do
     options=$(path-filter $command --help | grep -oP '^  (-.,)?\K--[a-z-]+' | sort | paste -sd ' ')
     echo "path-filter ${command:+$command }--|$options"
   done

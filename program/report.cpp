@@ -1,0 +1,218 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "program/commands.h"
+#include "program/decider.h"
+#include "program/output.h"
+#include "program/report/page.h"
+#include "program/report/tree.h"
+#include "program/repository.h"
+#include "program/survey.h"
+#include "utils/path_filter/internal/file_system.h"
+
+namespace program {
+
+using path_filter::Exclusion;
+using path_filter::Explanation;
+
+namespace {
+
+report::Verdict verdict_of(Exclusion kind) {
+  return static_cast<report::Verdict>(2 + static_cast<unsigned>(kind));
+}
+
+/// `json` as it can stand inside a script element: nothing in it ends the element.
+std::string script_json(const Json& json) {
+  const std::string plain = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  std::string text;
+  text.reserve(plain.size());
+  std::size_t begin = 0;
+  const auto replace = [&](std::size_t at, std::size_t size, std::string_view escape) {
+    text.append(plain, begin, at - begin).append(escape);
+    begin = at + size;
+  };
+  for (std::size_t at = 0; at < plain.size(); ++at) {
+    if (plain[at] == '<') replace(at, 1, "\\u003c");
+    if (plain[at] != '\xE2') continue;
+    if (plain.compare(at, 3, "\u2028") == 0) replace(at, 3, "\\u2028");
+    if (plain.compare(at, 3, "\u2029") == 0) replace(at, 3, "\\u2029");
+  }
+  return text.append(plain, begin);
+}
+
+std::string html_text(std::string_view plain) {
+  std::string text;
+  for (const char character : plain) {
+    if (character == '<') {
+      text += "&lt;";
+    } else if (character == '&') {
+      text += "&amp;";
+    } else {
+      text += character;
+    }
+  }
+  return text;
+}
+
+/// What only the page itself can know, so that nothing else that gets into it can run.
+std::string nonce() {
+  std::random_device random;
+  std::string text;
+  std::array<char, 9> digits{};
+  for (int round = 0; round < 4; ++round) {
+    std::snprintf(digits.data(), digits.size(), "%08x", random());
+    text += digits.data();
+  }
+  return text;
+}
+
+/// `pattern` with the parts in place of their names in double braces.
+std::string filled(std::string_view pattern,
+                   const std::map<std::string_view, std::string_view>& parts) {
+  std::string text;
+  for (std::size_t begin; (begin = pattern.find("{{")) != pattern.npos;) {
+    const std::size_t end = pattern.find("}}", begin);
+    text += pattern.substr(0, begin);
+    text += parts.at(pattern.substr(begin + 2, end - begin - 2));
+    pattern.remove_prefix(end + 2);
+  }
+  return text += pattern;
+}
+
+std::string now() {
+  const std::time_t time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm parts{};
+  ::gmtime_r(&time, &parts);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M UTC", &parts);
+  return text.data();
+}
+
+std::system_error failure(const std::string& file) {
+  return {errno, std::generic_category(), "cannot write " + printable(file)};
+}
+
+void write_all(int descriptor, std::string_view text, const std::string& file) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      throw failure(file);
+    }
+  }
+}
+
+/// Writes `text` to a file that is there whole or as it was before; into what is no regular
+/// file, a device or a pipe, as it is. Throws std::system_error.
+void write_file(const std::string& file, std::string_view text) {
+  using path_filter::internal::FileDescriptor;
+  std::error_code unknown;
+  const auto status = std::filesystem::status(file, unknown);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    const FileDescriptor opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!opened.is_open()) throw failure(file);
+    return write_all(opened.number(), text, file);
+  }
+  // A link stays one: what it leads to is written.
+  const auto resolved = std::filesystem::weakly_canonical(file, unknown);
+  const std::string target = unknown ? file : resolved.native();
+  const std::string unfinished = target + "." + nonce().substr(0, 8);
+  const FileDescriptor opened(
+      ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!opened.is_open()) throw failure(file);
+  try {
+    write_all(opened.number(), text, file);
+    if (std::rename(unfinished.c_str(), target.c_str()) != 0) throw failure(file);
+  } catch (...) {
+    ::unlink(unfinished.c_str());
+    throw;
+  }
+}
+
+/// What decided about a file that is left out, where that is more than its name and kind.
+std::string decider_of(const SurveyedFile& file, const Repository& repository) {
+  if (file.decision || file.decision.kind() == Exclusion::unknown_language) return "";
+  const Explanation asked = repository.explain(file.path, {.size = file.size});
+  // A walk does not take a "\\" in a name for a way through a link: there it may differ.
+  if (asked.decision != file.decision || asked.directory) return "";
+  return decider(asked, file.path, repository.scope);
+}
+
+std::string decider_of(const PrunedDirectory& directory, const Repository& repository) {
+  if (directory.kind != Exclusion::gitignore) return "";
+  const auto excluded = repository.exclusion_of(directory.path);
+  return excluded && excluded->rule ? decider(*excluded, directory.path, repository.scope) : "";
+}
+
+}  // namespace
+
+int write_report(const ReportOptions& options) {
+  if (report::LIBRARY.empty()) {
+    throw UsageError("this path-filter was built without 'report': d3-hierarchy was missing");
+  }
+  const Repository repository(options.settings);
+  const Place& place = repository.place;
+  report::Tree tree(place.below);
+  const int status = survey(
+      repository, options.settings,
+      {.on_file =
+           [&](const SurveyedFile& file) {
+             const report::Verdict verdict =
+                 file.decision ? report::Verdict{file.is_test} : verdict_of(*file.decision.kind());
+             tree.add(file.path, report::Form::file, verdict,
+                      file.decision.language() ? std::string_view(*file.decision.language()) : "",
+                      decider_of(file, repository), {1, file.bytes()});
+           },
+       .on_pruned =
+           [&](const PrunedDirectory& directory) {
+             tree.add(directory.path, report::Form::pruned_directory, verdict_of(directory.kind),
+                      "", decider_of(directory, repository), directory.count);
+           }});
+  tree.fit();
+  Json data = tree.json();
+  data["verdicts"][0]["reason"] = data["verdicts"][1]["reason"] = "indexed";
+  for (const auto& [kind, reason] : path_filter::internal::REASONS) {
+    data["verdicts"][verdict_of(kind)]["reason"] = reason;
+  }
+  data["verdicts"][verdict_of(Exclusion::size)]["reason"] = "larger than the limit";
+  data["verdicts"][verdict_of(Exclusion::language)]["reason"] =
+      "of a language that is not asked for";
+  data["root"] = column(place.root.filename().native());
+  data["below"] = column(place.below);
+  data["made"] = now();
+  data["version"] = PATH_FILTER_VERSION;
+  data["complete"] = status == 0;
+
+  const std::string secret = nonce();
+  const std::string json = script_json(data);
+  const std::string page = filled(report::PAGE, {{"nonce", secret},
+                                                 {"style", report::STYLE},
+                                                 {"data", json},
+                                                 {"library", report::LIBRARY},
+                                                 {"notice", html_text(report::LIBRARY_NOTICE)},
+                                                 {"script", report::SCRIPT}});
+  if (options.file) {
+    write_file(*options.file, page);
+  } else {
+    Output output;
+    output << page;
+    output.flush();
+  }
+  return status;
+}
+
+}  // namespace program

@@ -1,0 +1,964 @@
+// The page of `path-filter report`: a map of the directories and tables beside it. All that
+// comes from the repository is text: it gets into the page by textContent and onto the canvas.
+// A tree may be 100,000 directories deep: nothing here recurses, and only what is seen of the
+// directory that is shown is laid out.
+
+const data = JSON.parse(document.getElementById("data").textContent);
+
+// --- The tree. A directory is a number, and comes after the one that holds it; a box is a
+// number, and those of a directory follow each other.
+
+const directoryNames = data.directories.name;
+const parents = data.directories.parent;
+const boxNames = data.boxes.name;
+const boxBytes = data.boxes.bytes;
+const boxFacts = data.boxes.fact;
+const boxFiles = new Float64Array(boxNames.length).fill(1);
+for (const [box, files] of data.boxes.files) boxFiles[box] = files;
+
+const DIRECTORIES = directoryNames.length;
+const VERDICTS = data.verdicts.length;
+const FIRST_LEFT_OUT = 2; // before it: production, test
+const FORM = { file: 0, pruned: 1, several: 2 };
+
+// What boxes have in common: the verdict, the language, the form, what decided.
+const facts = data.facts.map(([verdict, language, form, decider]) =>
+  ({ verdict, language, form, decider: data.deciders[decider] }));
+const factOf = (box) => facts[boxFacts[box]];
+
+/** Where the parts of each directory begin in one row of all; `sizes` are their numbers. */
+function beginnings(sizes) {
+  const begins = new Uint32Array(DIRECTORIES + 1);
+  for (let at = 0; at < DIRECTORIES; ++at) begins[at + 1] = begins[at] + sizes[at];
+  return begins;
+}
+
+const firstBox = beginnings(data.directories.boxes);
+const childCounts = new Uint32Array(DIRECTORIES);
+for (let at = 1; at < DIRECTORIES; ++at) ++childCounts[parents[at]];
+const firstChild = beginnings(childCounts);
+const children = new Uint32Array(DIRECTORIES);
+{
+  const next = firstChild.slice();
+  for (let at = 1; at < DIRECTORIES; ++at) children[next[parents[at]]++] = at;
+}
+const childrenOf = (directory) =>
+  children.subarray(firstChild[directory], firstChild[directory + 1]);
+
+function directoryOf(box) {
+  let [low, high] = [0, DIRECTORIES - 1]; // the last directory that begins at or before the box
+  while (low < high) {
+    const middle = Math.ceil((low + high) / 2);
+    if (firstBox[middle] <= box) low = middle;
+    else high = middle - 1;
+  }
+  return low;
+}
+
+/** How much of each verdict is below each directory, of the boxes that `matches` is true of. */
+function countTree(matches) {
+  const counts = {
+    files: new Float64Array(DIRECTORIES * VERDICTS),
+    bytes: new Float64Array(DIRECTORIES * VERDICTS),
+  };
+  for (let directory = DIRECTORIES - 1; directory >= 0; --directory) {
+    const row = directory * VERDICTS;
+    for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
+      if (!matches(box)) continue;
+      const at = row + factOf(box).verdict;
+      counts.files[at] += boxFiles[box];
+      counts.bytes[at] += boxBytes[box];
+    }
+    if (directory === 0) break;
+    const above = parents[directory] * VERDICTS;
+    for (let verdict = 0; verdict < VERDICTS; ++verdict) {
+      counts.files[above + verdict] += counts.files[row + verdict];
+      counts.bytes[above + verdict] += counts.bytes[row + verdict];
+    }
+  }
+  return counts;
+}
+
+/** The sum over the verdicts from `first` to before `end`; `numbers` are files or bytes. */
+function sum(numbers, directory, first = 0, end = VERDICTS) {
+  let total = 0;
+  for (let verdict = first; verdict < end; ++verdict) {
+    total += numbers[directory * VERDICTS + verdict];
+  }
+  return total;
+}
+
+// --- Texts.
+
+const grouped = (number) => number.toLocaleString("en-US");
+const counted = (number, thing, things = `${thing}s`) =>
+  `${grouped(number)} ${number === 1 ? thing : things}`;
+
+/** A size as the program prints it. */
+function readableSize(bytes) {
+  if (bytes < 1024) return `${bytes} B`;
+  const units = ["KiB", "MiB", "GiB", "TiB"];
+  let size = bytes / 1024;
+  let unit = 0;
+  for (; size >= 1023.95 && unit + 1 < units.length; ++unit) size /= 1024;
+  // Of two that are equally near the program takes the even one.
+  const tenths = Math.floor(size * 10);
+  const isBetween = Number.isInteger(size * 4) && !Number.isInteger(size * 2);
+  return `${isBetween ? ((tenths + (tenths % 2)) / 10).toFixed(1) : size.toFixed(1)} ${units[unit]}`;
+}
+
+const rootName = data.root || "/";
+
+/** The names from the page's first directory, which has none here, down to `directory`. */
+function namesTo(directory) {
+  const names = [];
+  for (let at = directory; at !== 0; at = parents[at]) names.push(directoryNames[at]);
+  return names.reverse();
+}
+
+/** A path below the repository's root; the middle of a very deep one is left out. */
+function pathText(directory, name = "") {
+  const [FIRST, LAST] = [4, 12];
+  const names = namesTo(directory);
+  if (names.length > FIRST + LAST + 1) {
+    const hidden = names.length - FIRST - LAST;
+    names.splice(FIRST, hidden, `(${counted(hidden, "directory", "directories")})`);
+  }
+  return [data.below, ...names].filter(Boolean).map((part) => `${part}/`).join("") + name;
+}
+
+const verdictTitle = (verdict) => data.verdicts[verdict].name.replace("_", " ");
+// What tells the verdicts apart without their colours.
+const LETTERS = ["P", "T", "D", "X", "U", "L", "M", "G", "S", "A"];
+
+/** An element with texts and elements in it; fields in `fields` are attributes. */
+function element(tag, fields = {}, ...content) {
+  const made = document.createElement(tag);
+  for (const [name, value] of Object.entries(fields)) {
+    if (name === "onclick") made.addEventListener("click", value);
+    else made.setAttribute(name, value);
+  }
+  made.append(...content); // texts become text nodes
+  return made;
+}
+
+const byId = (id) => document.getElementById(id);
+
+// --- What is shown.
+
+const allCounts = countTree(() => true);
+const state = {
+  directory: 0,
+  // A tree of empty files has no areas by bytes.
+  measure: sum(allCounts.bytes, 0) > sum(allCounts.files, 0) ? "bytes" : "files",
+  filter: null, // {key, title, matches}
+  counts: allCounts, // under the filter
+  marked: null, // a box that was searched for or chosen
+  focus: null, // the drawn box that the keyboard is at
+  hover: null,
+};
+
+const measured = (box) => (state.measure === "bytes" ? boxBytes[box] : boxFiles[box]);
+const matches = (box) => state.filter === null || state.filter.matches(box);
+
+// --- The layout: what is drawn, the outer before the inner.
+
+const LEAST_AREA = 12; // in square pixels; what would be smaller is drawn together
+const HEADER = 18;
+
+/** One square for each verdict of what is too small to be drawn apart. */
+function restOf(directory, parts) {
+  return parts
+    .map((part, verdict) => ({ type: "rest", directory, verdict, ...part }))
+    .filter((part) => part.value > 0);
+}
+
+/** All verdicts of a directory that is not opened. */
+function wholeOf(directory) {
+  return restOf(directory, Array.from({ length: VERDICTS }, (_, verdict) => {
+    const at = directory * VERDICTS + verdict;
+    return {
+      value: state.counts[state.measure][at],
+      files: state.counts.files[at],
+      bytes: state.counts.bytes[at],
+      isWhole: true,
+    };
+  }));
+}
+
+/** What stands in a directory that is drawn on `area` square pixels. */
+function partsOf(directory, area) {
+  const numbers = state.counts[state.measure];
+  const least = (LEAST_AREA * sum(numbers, directory)) / area;
+  const parts = [];
+  const rest = Array.from({ length: VERDICTS }, () => ({ value: 0, files: 0, bytes: 0 }));
+  for (const child of childrenOf(directory)) {
+    const value = sum(numbers, child);
+    if (value >= least && value > 0) parts.push({ type: "directory", directory: child, value });
+    else if (value > 0) {
+      for (const part of wholeOf(child)) {
+        rest[part.verdict].value += part.value;
+        rest[part.verdict].files += part.files;
+        rest[part.verdict].bytes += part.bytes;
+      }
+    }
+  }
+  for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
+    const value = matches(box) ? measured(box) : 0;
+    const { verdict } = factOf(box);
+    if (value >= least && value > 0) parts.push({ type: "box", directory, box, verdict, value });
+    else if (value > 0) {
+      rest[verdict].value += value;
+      rest[verdict].files += boxFiles[box];
+      rest[verdict].bytes += boxBytes[box];
+    }
+  }
+  return parts.concat(restOf(directory, rest));
+}
+
+/** Boxes with x, y, width, height and level for a map of this size. */
+function layOut(width, height) {
+  const drawn = [];
+  const pending = [
+    { type: "directory", directory: state.directory, x: 0, y: 0, width, height, level: 0 },
+  ];
+  while (pending.length > 0) {
+    const outer = pending.pop();
+    drawn.push(outer);
+    if (outer.type !== "directory") continue;
+    const inner = { x: outer.x, y: outer.y, width: outer.width, height: outer.height };
+    if (outer.level > 0) {
+      outer.hasHeader = outer.width >= 44 && outer.height >= 40;
+      const edge = outer.width >= 12 && outer.height >= 12 ? 2 : 0;
+      const top = outer.hasHeader ? HEADER : edge;
+      inner.x += edge;
+      inner.y += top;
+      inner.width -= 2 * edge;
+      inner.height -= top + edge;
+    }
+    const isClosed = outer.level > 0 && (inner.width < 16 || inner.height < 12);
+    const parts = isClosed
+      ? wholeOf(outer.directory)
+      : partsOf(outer.directory, inner.width * inner.height);
+    const root = d3
+      .hierarchy({ parts }, (node) => node.parts)
+      .sum((node) => node.value ?? 0)
+      .sort((a, b) => b.value - a.value);
+    d3.treemap().tile(d3.treemapSquarify.ratio(1.3)).size([inner.width, inner.height])
+      .round(true)(root);
+    // The largest is drawn first, and so is what a keyboard comes to first.
+    for (const node of (root.children ?? []).reverse()) {
+      if (node.x1 <= node.x0 || node.y1 <= node.y0) continue;
+      pending.push({
+        ...node.data,
+        x: inner.x + node.x0,
+        y: inner.y + node.y0,
+        width: node.x1 - node.x0,
+        height: node.y1 - node.y0,
+        level: outer.level + 1,
+      });
+    }
+  }
+  return drawn;
+}
+
+// --- Painting.
+
+const map = byId("map");
+const marks = byId("marks");
+let drawn = [];
+let painted = { width: 0, height: 0 };
+let theme = null;
+
+/** The colours of the page as they are now, and the patterns of the verdicts in them. */
+function readTheme() {
+  const style = getComputedStyle(document.documentElement);
+  const color = (name) => style.getPropertyValue(`--${name}`).trim();
+  const scale = Math.max(1, Math.round(devicePixelRatio));
+  const pattern = (size, draw) => {
+    const tile = document.createElement("canvas");
+    tile.width = tile.height = size * scale;
+    const context = tile.getContext("2d");
+    context.scale(scale, scale);
+    context.strokeStyle = context.fillStyle = color("ink");
+    draw(context, size);
+    const made = context.createPattern(tile, "repeat");
+    made.setTransform(new DOMMatrix().scale(1 / scale));
+    return made;
+  };
+  theme = {
+    ink: color("ink"),
+    quiet: color("quiet"),
+    page: color("page"),
+    accent: color("accent"),
+    levels: [color("level-0"), color("level-1")],
+    verdicts: data.verdicts.map((_, verdict) => color(`verdict-${verdict}`)),
+    test: pattern(7, (context) => {
+      context.globalAlpha = 0.3;
+      context.fillRect(1, 1, 1.5, 1.5);
+      context.fillRect(4.5, 4.5, 1.5, 1.5);
+    }),
+    leftOut: pattern(6, (context, size) => {
+      context.globalAlpha = 0.16;
+      context.fillRect(0, 0, 1, size);
+    }),
+    pruned: pattern(8, (context, size) => {
+      context.globalAlpha = 0.34;
+      context.lineWidth = 1.6;
+      for (const at of [-size, 0, size]) {
+        context.moveTo(at - 1, size + 1);
+        context.lineTo(at + size + 1, -1);
+      }
+      context.stroke();
+    }),
+  };
+}
+
+/** Makes the canvas as sharp as the screen; its context draws in CSS pixels. */
+function prepared(canvas) {
+  const { clientWidth: width, clientHeight: height } = canvas;
+  canvas.width = Math.round(width * devicePixelRatio);
+  canvas.height = Math.round(height * devicePixelRatio);
+  const context = canvas.getContext("2d");
+  context.scale(canvas.width / Math.max(width, 1), canvas.height / Math.max(height, 1));
+  context.font = "11px system-ui, sans-serif";
+  context.textBaseline = "middle";
+  return context;
+}
+
+/** As much of the text as fits. */
+function fitted(context, text, width) {
+  const MOST = 200; // characters, which are wider than any box
+  if (text.length <= MOST && context.measureText(text).width <= width) return text;
+  const characters = [...text.slice(0, MOST)]; // no half of one
+  let [low, high] = [0, characters.length];
+  while (low < high) {
+    const middle = Math.ceil((low + high) / 2);
+    if (context.measureText(`${characters.slice(0, middle).join("")}…`).width <= width) low = middle;
+    else high = middle - 1;
+  }
+  return low < 3 ? "" : `${characters.slice(0, low).join("")}…`;
+}
+
+function fillVerdict(context, verdict, isPruned, x, y, width, height) {
+  const rectangle = [x, y, width, height];
+  context.fillStyle = theme.verdicts[verdict];
+  context.fillRect(...rectangle);
+  if (verdict === 0) return;
+  context.fillStyle = isPruned ? theme.pruned : verdict === 1 ? theme.test : theme.leftOut;
+  context.fillRect(...rectangle);
+}
+
+const isPruned = (item) => item.type === "box" && factOf(item.box).form === FORM.pruned;
+
+/** How much an item is, by what areas stand for. */
+function amount(item) {
+  if (state.measure === "files") return grouped(item.value);
+  return readableSize(item.value);
+}
+
+function paintDirectory(context, item) {
+  context.fillStyle = theme.levels[item.level % 2];
+  context.fillRect(item.x, item.y, item.width - 1, item.height - 1);
+  if (!item.hasHeader) return;
+  const y = item.y + HEADER / 2 + 0.5;
+  const space = item.width - 10;
+  const size = amount(item);
+  const sizeWidth = context.measureText(size).width;
+  context.fillStyle = theme.ink;
+  context.font = "600 11px system-ui, sans-serif";
+  const wanted = context.measureText(`${directoryNames[item.directory].slice(0, 80)}/`).width;
+  const hasSize = wanted + sizeWidth + 10 <= space;
+  context.fillText(fitted(context, `${directoryNames[item.directory]}/`, space), item.x + 5, y);
+  context.font = "11px system-ui, sans-serif";
+  if (!hasSize) return;
+  context.fillStyle = theme.quiet;
+  context.fillText(size, item.x + item.width - 5 - sizeWidth, y);
+}
+
+function paintBox(context, item) {
+  const [width, height] = [item.width - 1, item.height - 1];
+  fillVerdict(context, item.verdict, isPruned(item), item.x, item.y, width, height);
+  if (width < 16 || height < 16) return;
+  // Text stands on the plain colour, on which it can be read.
+  const label = (text, y) => {
+    context.fillStyle = theme.verdicts[item.verdict];
+    const textWidth = context.measureText(text).width;
+    if (item.verdict !== 0) context.fillRect(item.x + 3, y - 7, textWidth + 4, 14);
+    context.fillStyle = theme.ink;
+    context.fillText(text, item.x + 5, y);
+  };
+  const isSeveral = item.type === "rest" || factOf(item.box).form === FORM.several;
+  let name = boxNames[item.box];
+  if (isSeveral) {
+    const files = item.type === "rest" ? item.files : boxFiles[item.box];
+    name = width < 70 ? grouped(files) : counted(files, "file");
+  }
+  if (isPruned(item)) name += "/";
+  const letter = item.verdict === 0 ? "" : LETTERS[item.verdict];
+  const space = width - 8;
+  const text = fitted(context, letter === "" ? name : `${letter} · ${name}`, space);
+  if (text === "" && letter === "") return;
+  label(text || letter, item.y + 10);
+  if (height >= 32 && !isSeveral && context.measureText(amount(item)).width <= space) {
+    label(amount(item), item.y + 24);
+  }
+}
+
+/** The drawn item that stands for a box: itself, or what it was put together with. */
+function itemOf(box) {
+  const directory = directoryOf(box);
+  return (
+    drawn.find((item) => item.type === "box" && item.box === box) ??
+    drawn.find((item) => item.type === "rest" && item.directory === directory &&
+      item.verdict === factOf(box).verdict)
+  );
+}
+
+function paintMarks() {
+  const context = prepared(marks);
+  const marked = state.marked === null ? undefined : itemOf(state.marked);
+  if (marked !== undefined) {
+    context.fillStyle = theme.page;
+    context.globalAlpha = 0.4;
+    context.fillRect(0, 0, marks.clientWidth, marks.clientHeight);
+    context.clearRect(marked.x, marked.y, marked.width, marked.height);
+    context.globalAlpha = 1;
+  }
+  const frame = (item, color, width) => {
+    if (!item) return;
+    context.strokeStyle = theme.page;
+    context.lineWidth = width + 2;
+    const rectangle = [
+      item.x + width / 2, item.y + width / 2,
+      Math.max(item.width - width - 1, 1), Math.max(item.height - width - 1, 1),
+    ];
+    context.strokeRect(...rectangle);
+    context.strokeStyle = color;
+    context.lineWidth = width;
+    context.strokeRect(...rectangle);
+  };
+  frame(marked, theme.accent, 3);
+  frame(state.hover, theme.ink, 1.5);
+  if (document.activeElement === map) frame(state.focus, theme.accent, 3);
+}
+
+function paint() {
+  const context = prepared(map);
+  painted = { width: map.clientWidth, height: map.clientHeight };
+  drawn = layOut(painted.width, painted.height);
+  for (const item of drawn) {
+    if (item.type === "directory") paintDirectory(context, item);
+    else paintBox(context, item);
+  }
+  state.hover = null;
+  // What the keyboard was at is where it is now.
+  const { focus } = state;
+  state.focus = focus && (drawn.find((item) => item.level === 1 && item.type === focus.type &&
+    item.directory === focus.directory && item.box === focus.box &&
+    item.verdict === focus.verdict) ?? null);
+  const isEmpty = drawn.length === 1;
+  byId("empty").hidden = !isEmpty;
+  byId("empty").textContent =
+    state.measure === "bytes" && sum(state.counts.files, state.directory) > 0
+      ? "All files here are empty: choose the area by files."
+      : "Nothing is here.";
+  paintMarks();
+}
+
+// --- What is under the pointer or the keyboard, in words.
+
+function describe(item) {
+  const details = byId("details");
+  const parts = (head, ...fields) => {
+    const texts = fields.filter(Boolean).map((field) => element("span", {}, ` · ${field}`));
+    details.replaceChildren(element("bdi", {}, head), ...texts);
+  };
+  const inOut = (directory) => {
+    const left = sum(state.counts.files, directory, FIRST_LEFT_OUT);
+    const files = sum(state.counts.files, directory);
+    return `${grouped(files - left)} in, ${grouped(left)} left out`;
+  };
+  if (item === null || item.type === "directory") {
+    const directory = item === null ? state.directory : item.directory;
+    parts(pathText(directory) || `${rootName}/`, "directory",
+      counted(sum(state.counts.files, directory), "file"),
+      readableSize(sum(state.counts.bytes, directory)), inOut(directory));
+  } else if (item.type === "rest") {
+    parts(pathText(item.directory) || `${rootName}/`,
+      `${counted(item.files, "file")}${item.isWhole ? "" : ", too small to be drawn apart"}`,
+      readableSize(item.bytes), verdictTitle(item.verdict),
+      data.verdicts[item.verdict].reason);
+  } else {
+    const { verdict, language, form, decider } = factOf(item.box);
+    const files = counted(boxFiles[item.box], "file");
+    parts(pathText(item.directory, boxNames[item.box]) + (form === FORM.pruned ? "/" : "") ||
+        `${rootName}/`,
+      form === FORM.pruned && `directory left out whole · ${files}`,
+      form === FORM.several && `${files}, counted together`,
+      data.languages[language].name,
+      readableSize(boxBytes[item.box]),
+      verdictTitle(verdict),
+      data.verdicts[verdict].reason,
+      decider && `rule ${decider}`);
+  }
+}
+
+function describeMarked() {
+  if (state.marked === null) describe(null);
+  else describe({ type: "box", directory: directoryOf(state.marked), box: state.marked });
+}
+
+// --- The place: the address holds it.
+
+const DEEPEST_NAMED = 64; // deeper directories are in the address by number
+
+function addressOf(directory) {
+  const names = namesTo(directory);
+  if (names.length > DEEPEST_NAMED) return `#@${directory}`;
+  return `#/${names.map(encodeURIComponent).join("/")}`;
+}
+
+/** The directory of an address; as much of the path as there is. */
+function directoryAt(address) {
+  if (address.startsWith("#@")) {
+    const number = Number(address.slice(2));
+    return Number.isInteger(number) && number > 0 && number < DIRECTORIES ? number : 0;
+  }
+  let directory = 0;
+  try {
+    for (const name of address.slice(2).split("/").map(decodeURIComponent)) {
+      const found = childrenOf(directory).find((child) => directoryNames[child] === name);
+      if (found === undefined) break;
+      directory = found;
+    }
+  } catch (error) {
+    if (!(error instanceof URIError)) throw error; // no address of this page
+  }
+  return directory;
+}
+
+/** Shows `directory`, with a box of it marked. */
+function go(directory, marked = null) {
+  const from = state.directory;
+  state.marked = marked;
+  state.directory = directory;
+  // One level up, the keyboard is at the directory that was left.
+  state.focus = parents[from] === directory && from !== 0
+    ? { type: "directory", directory: from } : null;
+  if (location.hash !== addressOf(directory)) location.hash = addressOf(directory);
+  show();
+}
+
+addEventListener("hashchange", () => {
+  const directory = directoryAt(location.hash);
+  if (directory !== state.directory) go(directory);
+});
+
+function showTrail() {
+  const [FIRST, LAST] = [2, 5];
+  const way = [];
+  for (let at = state.directory; at !== 0; at = parents[at]) way.push(at);
+  way.push(0);
+  way.reverse();
+  const items = way.map((directory) => ({ directory }));
+  if (items.length > FIRST + LAST + 1) {
+    items.splice(FIRST, items.length - FIRST - LAST, { hidden: items.length - FIRST - LAST });
+  }
+  byId("trail").replaceChildren(...items.map(({ directory, hidden }) => {
+    if (hidden) return element("li", {}, element("span", {}, `… ${grouped(hidden)} more …`));
+    const name = directory === 0
+      ? [rootName, data.below].filter(Boolean).join("/") : directoryNames[directory];
+    const button = element("button", { type: "button", onclick: () => go(directory) }, name);
+    if (directory === state.directory) button.setAttribute("aria-current", "location");
+    return element("li", {}, button);
+  }));
+}
+
+// --- The filter.
+
+/** Shows only what `filter` matches; the same one again, or null, shows all. */
+function setFilter(filter) {
+  state.filter = filter && filter.key === state.filter?.key ? null : filter;
+  state.marked = null;
+  state.counts = state.filter === null ? allCounts : countTree(state.filter.matches);
+  const stays = sum(state.counts.files, state.directory) > 0;
+  go(stays ? state.directory : 0);
+}
+
+function showFilter() {
+  const { filter, marked } = state;
+  const title = filter?.title ?? (marked !== null ? `${boxNames[marked]} is marked` : "");
+  byId("filter").hidden = title === "";
+  byId("filter").firstElementChild.textContent = title;
+  const key = marked !== null ? `box ${marked}` : filter?.key;
+  for (const button of document.querySelectorAll("[data-key]")) {
+    button.setAttribute("aria-pressed", String(button.dataset.key === key));
+  }
+}
+
+byId("filter").querySelector("button").addEventListener("click", () => setFilter(null));
+
+// --- The tables.
+
+const headings = (...titles) => element("thead", {}, element("tr", {},
+  ...titles.map((title) => element("th", { scope: "col" }, title))));
+
+const cell = (text) => element("td", {}, text);
+
+/** One that is left out where there is no room for it, as the one on its left says enough. */
+const wideCell = (text) => element("td", { class: "wide" }, text);
+
+/** A share of a whole, as a number on a bar. */
+function shareCell(part, whole) {
+  const percent = whole > 0 ? (100 * part) / whole : 0;
+  const bar = element("span", {}, `${percent.toFixed(1)} %`);
+  bar.style.setProperty("--share", `${percent}%`);
+  return element("td", { class: "share" }, bar);
+}
+
+function row(button, ...cells) {
+  return element("tr", {}, element("th", { scope: "row" }, button), ...cells);
+}
+
+/** The button of a row that filters the map. */
+function filterButton(filter, ...content) {
+  return element("button", {
+    type: "button", title: filter.title, "data-key": filter.key, "aria-pressed": "false",
+    onclick: () => setFilter(filter),
+  }, ...content);
+}
+
+function swatch(verdict, pruned = false) {
+  return element("canvas", {
+    class: "swatch", "aria-hidden": "true", "data-verdict": verdict, "data-pruned": pruned,
+  });
+}
+
+function paintSwatches() {
+  for (const canvas of document.querySelectorAll("canvas.swatch")) {
+    const context = prepared(canvas);
+    const verdict = Number(canvas.dataset.verdict);
+    fillVerdict(context, verdict, canvas.dataset.pruned === "true", 0, 0, 26, 16);
+    if (canvas.dataset.pruned === "true") continue;
+    context.fillStyle = theme.verdicts[verdict];
+    if (verdict !== 0) context.fillRect(7, 1, 12, 14);
+    context.fillStyle = theme.ink;
+    context.textAlign = "center";
+    context.fillText(LETTERS[verdict], 13, 8.5);
+  }
+}
+
+function fillVerdictTable() {
+  const rows = data.verdicts.map(({ name, files, bytes }, verdict) => files > 0 && row(
+    filterButton({
+      key: `verdict ${name}`,
+      title: `Only ${verdictTitle(verdict)}: ${data.verdicts[verdict].reason}`,
+      matches: (box) => factOf(box).verdict === verdict,
+    }, swatch(verdict), element("bdi", {}, verdictTitle(verdict))),
+    cell(grouped(files)), cell(readableSize(bytes))));
+  byId("verdicts").append(headings("", "files", "size"),
+    element("tbody", {}, ...rows.filter(Boolean)));
+}
+
+function fillLanguageTable() {
+  const languages = data.languages.map((language, index) => ({ ...language, index }))
+    .filter(({ files }) => files > 0).sort((a, b) => b.files - a.files);
+  const all = languages.reduce((total, { bytes }) => total + bytes, 0);
+  byId("languages").append(headings("", "files", "size", "share"),
+    element("tbody", {}, ...languages.map(({ name, files, bytes, index }) => row(
+      filterButton({
+        key: `language ${name}`,
+        title: `Only what is indexed as ${name}`,
+        matches: (box) =>
+          factOf(box).language === index && factOf(box).verdict < FIRST_LEFT_OUT,
+      }, element("bdi", {}, name)),
+      cell(grouped(files)), cell(readableSize(bytes)), shareCell(bytes, all)))));
+}
+
+function fillLargestTable() {
+  const rows = data.largest.toSorted((a, b) => b[4] - a[4]);
+  byId("largest").append(headings("", "files", "size"), element("tbody", {},
+    ...rows.map(([directory, path, fact, files, bytes]) => {
+      let box = firstBox[directory]; // one that is counted with others has no box of its own
+      while (box < firstBox[directory + 1] && boxNames[box] !== path) ++box;
+      const isDrawn = box < firstBox[directory + 1];
+      const slash = facts[fact].form === FORM.pruned ? "/" : "";
+      const mark = () => {
+        const isMarked = state.marked === box;
+        if (state.filter !== null) setFilter(null);
+        go(directory, isDrawn && !isMarked ? box : null);
+      };
+      return row(
+        element("button", {
+          type: "button", "data-key": `box ${box}`, "aria-pressed": "false", onclick: mark,
+        }, swatch(facts[fact].verdict), element("bdi", {}, path + slash),
+        element("bdi", { class: "place" }, pathText(directory))),
+        cell(grouped(files)), cell(readableSize(bytes)));
+    })));
+}
+
+/** Production against test code in the directories of the one that is shown. */
+function fillDirectoryTable() {
+  const MOST = 60;
+  const { files, bytes } = allCounts;
+  const line = (directory, own, name) => {
+    const enter = () => go(directory);
+    // What a directory holds itself is what its subdirectories do not.
+    const value = (numbers, first, end = first + 1) =>
+      sum(numbers, directory, first, end) - (own
+        ? childrenOf(directory).reduce((all, child) => all + sum(numbers, child, first, end), 0) : 0);
+    const [production, test] = [value(bytes, 0), value(bytes, 1)];
+    const button = element("button", { type: "button", onclick: enter }, element("bdi", {}, name));
+    button.disabled = own;
+    return row(button,
+      cell(grouped(value(files, 0))), wideCell(readableSize(production)),
+      cell(grouped(value(files, 1))), wideCell(readableSize(test)),
+      shareCell(test, production + test), cell(grouped(value(files, FIRST_LEFT_OUT, VERDICTS))));
+  };
+  const order = [...childrenOf(state.directory)]
+    .map((child) => ({ child, size: sum(bytes, child, 0, FIRST_LEFT_OUT) }))
+    .sort((a, b) => b.size - a.size);
+  const lines = order.slice(0, MOST).map(({ child }) =>
+    line(child, false, `${directoryNames[child]}/`));
+  if (firstBox[state.directory] < firstBox[state.directory + 1]) {
+    lines.push(line(state.directory, true, "files here"));
+  }
+  const head = headings("", "production", "size", "test", "size", "test share", "left out");
+  for (const column of [2, 4]) head.querySelectorAll("th")[column].className = "wide";
+  byId("directories").replaceChildren(head, element("tbody", {}, ...lines));
+  byId("table-place").textContent = ` in ${pathText(state.directory) || `${rootName}/`}` +
+    (order.length > MOST ? ` (the ${MOST} largest of ${grouped(order.length)} directories)` : "");
+}
+
+// --- The search: a path is found at the name in which the text ends.
+
+let lowerNames = null;
+
+function search(text) {
+  lowerNames ??= {
+    boxes: boxNames.map((name) => name.toLowerCase()),
+    directories: directoryNames.map((name) => name.toLowerCase()),
+  };
+  const parts = text.toLowerCase().split("/");
+  const last = parts.pop();
+  // The names before the last one, read upwards: whole ones, but for the first.
+  const isBelow = (directory) => {
+    for (let at = parts.length - 1; at >= 0; --at, directory = parents[directory]) {
+      if (directory === 0) return at === 0 && parts[0] === "";
+      const name = lowerNames.directories[directory];
+      if (at > 0 ? name !== parts[at] : !name.endsWith(parts[at])) return false;
+    }
+    return true;
+  };
+  const hasLast = parts.length > 0
+    ? (name) => name.startsWith(last) : (name) => name.includes(last);
+  const found = [];
+  for (let directory = 0; directory < DIRECTORIES; ++directory) {
+    const isHere = parts.length === 0 || isBelow(directory);
+    if (directory > 0 && hasLast(lowerNames.directories[directory]) &&
+        (parts.length === 0 || isBelow(parents[directory]))) {
+      found.push({ directory });
+    }
+    if (!isHere) continue;
+    for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
+      if (boxNames[box] !== "" && hasLast(lowerNames.boxes[box])) found.push({ directory, box });
+    }
+  }
+  return found;
+}
+
+function showResults() {
+  const MOST = 100;
+  const text = byId("search").value.trim();
+  const found = text === "" ? [] : search(text);
+  byId("found").textContent = text === "" ? ""
+    : `${counted(found.length, "result")}${found.length > MOST ? `, ${MOST} are shown` : ""}`;
+  byId("results").replaceChildren(...found.slice(0, MOST).map(({ directory, box }) => {
+    const choose = () => {
+      if (state.filter !== null) setFilter(null);
+      go(directory, box ?? null);
+    };
+    const slash = box !== undefined && factOf(box).form === FORM.pruned ? "/" : "";
+    return element("li", {}, element("button", { type: "button", onclick: choose },
+      element("bdi", {}, pathText(directory, box === undefined ? "" : boxNames[box] + slash))));
+  }));
+}
+
+let searchTimer = 0;
+byId("search").addEventListener("input", () => {
+  clearTimeout(searchTimer);
+  searchTimer = setTimeout(showResults, 120);
+});
+
+// --- Pointer and keyboard.
+
+function itemAt(event) {
+  const { left, top } = map.getBoundingClientRect();
+  const [x, y] = [event.clientX - left, event.clientY - top];
+  return drawn.findLast((item) => x >= item.x && x < item.x + item.width &&
+    y >= item.y && y < item.y + item.height) ?? null;
+}
+
+map.addEventListener("pointermove", (event) => {
+  const item = itemAt(event);
+  if (item === state.hover) return;
+  state.hover = item?.level === 0 ? null : item;
+  map.classList.toggle("enters", Boolean(state.hover && state.hover.directory !== state.directory));
+  if (state.hover === null) describeMarked();
+  else describe(state.hover);
+  paintMarks();
+});
+
+map.addEventListener("pointerleave", () => {
+  state.hover = null;
+  describeMarked();
+  paintMarks();
+});
+
+map.addEventListener("click", (event) => {
+  const item = itemAt(event);
+  if (item === null || item.level === 0) return;
+  if (item.directory !== state.directory) {
+    go(item.directory, item.type === "box" ? item.box : null);
+  } else {
+    state.focus = item;
+    describe(item);
+    paintMarks();
+  }
+});
+
+/** The nearest box in a direction: far aside counts twice. */
+function neighbour(from, [dx, dy]) {
+  const middle = (item) => [item.x + item.width / 2, item.y + item.height / 2];
+  const [x, y] = middle(from);
+  let best = null;
+  let least = Infinity;
+  for (const item of drawn) {
+    if (item.level !== 1 || item === from) continue;
+    const [otherX, otherY] = middle(item);
+    const along = (otherX - x) * dx + (otherY - y) * dy;
+    const aside = Math.abs((otherX - x) * dy) + Math.abs((otherY - y) * dx);
+    if (along > 0 && along + 2 * aside < least) [best, least] = [item, along + 2 * aside];
+  }
+  return best;
+}
+
+const DIRECTIONS = {
+  ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1],
+};
+
+function setFocus(item) {
+  if (!item) return;
+  state.focus = item;
+  describe(item);
+  paintMarks();
+}
+
+map.addEventListener("keydown", (event) => {
+  if (event.ctrlKey || event.altKey || event.metaKey) return;
+  const boxes = () => drawn.filter((item) => item.level === 1);
+  const { key } = event;
+  if (key in DIRECTIONS) {
+    setFocus(state.focus === null ? boxes()[0] : neighbour(state.focus, DIRECTIONS[key]));
+  } else if (key === "Home") setFocus(boxes()[0]);
+  else if (key === "End") setFocus(boxes().at(-1));
+  else if (key === "Enter" || key === " ") {
+    if (state.focus?.type === "directory") {
+      go(state.focus.directory);
+      setFocus(boxes()[0]);
+    }
+  } else if (key === "Backspace" || key === "Escape") {
+    if (state.directory !== 0) go(parents[state.directory]);
+    if (state.focus) describe(state.focus);
+  } else return;
+  event.preventDefault();
+});
+
+map.addEventListener("focus", () => {
+  if (state.focus === null && map.matches(":focus-visible")) {
+    setFocus(drawn.find((item) => item.level === 1));
+  }
+  paintMarks();
+});
+map.addEventListener("blur", paintMarks);
+
+// --- The whole.
+
+function show() {
+  showTrail();
+  paint();
+  fillDirectoryTable();
+  showFilter();
+  describeMarked();
+  map.setAttribute("aria-label", `Map of ${pathText(state.directory) || `${rootName}/`}`);
+}
+
+function repaint() {
+  readTheme();
+  paint();
+  paintSwatches();
+}
+
+function fillHead() {
+  const title = [rootName, data.below].filter(Boolean).join("/");
+  document.title = `${title} · path-filter report`;
+  byId("title").textContent = title;
+  byId("made").textContent = `What is in the index and what is left out, ${data.made}, ` +
+    `by path-filter ${data.version}`;
+  const total = (first, end) => data.verdicts.slice(first, end).reduce(
+    (all, { files, bytes }) => ({ files: all.files + files, bytes: all.bytes + bytes }),
+    { files: 0, bytes: 0 });
+  for (const [id, name, { files, bytes }] of [
+    ["indexed", "In the index", total(0, FIRST_LEFT_OUT)],
+    ["test", "Of it test code", total(1, FIRST_LEFT_OUT)],
+    ["excluded", "Left out", total(FIRST_LEFT_OUT)],
+  ]) {
+    byId("totals").append(element("div", { id: `total-${id}` }, element("dt", {}, name),
+      element("dd", {}, counted(files, "file")), element("dd", {}, readableSize(bytes))));
+  }
+  const note = (text) => byId("notes").append(element("li", { class: "note" }, text));
+  if (!data.complete) note("Some things could not be read and are missing here.");
+  const { boxes, directories } = data.merged;
+  if (boxes > 0) {
+    const small = counted(boxes, "small file or pruned directory",
+      "small files and pruned directories");
+    const folded = directories === 0 ? "" : ` and what ${counted(directories,
+      "small directory holds", "small directories hold")}`;
+    note(`So that this page stays quick, ${small}${folded} are drawn together: one box for each ` +
+      "verdict of a directory. All numbers count them; the search does not know their names, and " +
+      "a box of several languages is not shown when the map is filtered by language.");
+  }
+}
+
+function fillLegend() {
+  const items = data.verdicts.map(({ files }, verdict) => files > 0 &&
+    element("li", {}, swatch(verdict), verdictTitle(verdict)));
+  const pruned = facts.find(({ form }) => form === FORM.pruned);
+  if (pruned) {
+    items.push(element("li", {}, swatch(pruned.verdict, true), "a directory left out whole"));
+  }
+  byId("legend").append(...items.filter(Boolean));
+}
+
+fillHead();
+fillLegend();
+fillVerdictTable();
+fillLanguageTable();
+fillLargestTable();
+for (const input of document.querySelectorAll("[name=measure]")) {
+  input.checked = input.value === state.measure;
+  input.addEventListener("change", () => {
+    state.measure = input.value;
+    show();
+  });
+}
+readTheme();
+go(directoryAt(location.hash));
+paintSwatches();
+new ResizeObserver(() => {
+  if (map.clientWidth !== painted.width || map.clientHeight !== painted.height) repaint();
+}).observe(map);
+matchMedia("(prefers-color-scheme: dark)").addEventListener("change", repaint);
+addEventListener("beforeprint", repaint);
+addEventListener("afterprint", repaint);
