@@ -45,11 +45,11 @@ NPM = {
 
 # What cloc's languages are called here, where that is not the same in lower case with hyphens.
 EQUAL = """
-    ANTLR Grammar = antlr | ASP.NET = aspnet | Ant = ant | Bazel = starlark |
+    ANTLR Grammar = antlr | ASP.NET = aspnet xml | Ant = ant | Bazel = starlark |
     Bourne Again Shell = shell | Bourne Shell = shell | C Shell = tcsh | C# = csharp |
     C# Designer = csharp | C# Generated = csharp | C++ = cpp | C/C++ Header = c cpp |
     Cucumber = gherkin | DOS Batch = batchfile | Delphi Form = pascal | EEx = eex |
-    ERB = erb javascript-erb | Expect = tcl | F# = fsharp | F# Script = fsharp |
+    ERB = erb javascript-erb | Fish Shell = fish | Expect = tcl | F# = fsharp | F# Script = fsharp |
     Fortran 77 = fortran | Fortran 90 = fortran | Fortran 95 = fortran |
     Freemarker Template = freemarker | Glade = xml | Gradle = gradle kotlin |
     IDL = interface-idl | JSON = json jsonc | JSP = jsp | JSX = javascript |

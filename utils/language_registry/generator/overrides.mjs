@@ -245,6 +245,7 @@ export const extensions = [
   ['.strings', 'OpenStep Property List', 'texts of macOS and iOS programs'],
   ['.t', 'Perl', commonest],
   ['.tc', 'Shell', 'the kernel\'s test cases for ftrace'],
+  ['.text', 'Text', 'spelled out'],
   ['.tfvars.example', 'HCL', 'an example that people commit'],
   ['.tld', 'XML', 'tag libraries of JSP'],
   ['.toc', 'World of Warcraft Addon Data', 'the TeX one is build output'],
