@@ -33,6 +33,10 @@ class Lister {
   /// fails leaves nothing to give.
   bool list(std::string_view rel_dir, const Directory* parent, FileDescriptor& directory);
 
+  /// The same for any directory: it is opened from the one listed last, which stays open, when
+  /// it lies in that.
+  bool list(std::string_view rel_dir);
+
   void clear();
 
   /// The names of the admitted subdirectories, each followed by "/"; for the caller to take.
@@ -67,6 +71,7 @@ class Lister {
   std::size_t _prefix = 0;          // bytes of _path that are the directory
   std::optional<ListedDirectory> _listed;
   Listing _listing;
+  FileDescriptor _last;  // the directory listed last, for who lists in an order of their own
   std::size_t _next_file = 0;
   std::string _subdirectories;
   std::size_t _next_directory = 0;
@@ -95,6 +100,15 @@ bool Lister::list(std::string_view rel_dir, const Directory* parent, FileDescrip
     clear();
     throw;
   }
+  return true;
+}
+
+bool Lister::list(std::string_view rel_dir) {
+  FileDescriptor directory = std::move(_last);
+  _last = {};
+  if (rel_dir.empty() || SplitPath(rel_dir).directory != _below) directory = {};
+  if (!list(rel_dir, nullptr, directory)) return false;
+  _last = std::move(directory);
   return true;
 }
 
@@ -211,10 +225,7 @@ DirectoryLister::~DirectoryLister() = default;
 DirectoryLister::DirectoryLister(DirectoryLister&& other) noexcept = default;
 DirectoryLister& DirectoryLister::operator=(DirectoryLister&& other) noexcept = default;
 
-bool DirectoryLister::list(std::string_view rel_dir) {
-  internal::FileDescriptor directory;
-  return _lister->list(rel_dir, nullptr, directory);
-}
+bool DirectoryLister::list(std::string_view rel_dir) { return _lister->list(rel_dir); }
 
 std::optional<std::string> DirectoryLister::next_directory() { return _lister->next_directory(); }
 

@@ -138,10 +138,10 @@ class Walk {
 /// paths, decisions, errors and directories left out, in any order and on any threads. What
 /// Walk says of links, names and rules holds here too; the handlers are called within `list`.
 ///
-/// A directory costs its listing and one way down to it from the root. What was listed is
-/// kept until the next `list`, for less than a new lister would take; nothing is open between
-/// two calls. One thread at a time uses a lister; any number of listers, walks and questions
-/// may use one scope, which must outlive them.
+/// A directory costs its listing and one way down to it from the root, or one step from the
+/// directory listed last when it lies in that, which stays open until the next `list`: a tree of
+/// any depth takes time linear in it. One thread at a time uses a lister; any number of listers,
+/// walks and questions may use one scope, which must outlive them.
 class DirectoryLister {
  public:
   explicit DirectoryLister(const IndexScope& scope, WalkErrorHandler on_error = nullptr,
