@@ -34,11 +34,12 @@ class DirectoryQueue {
   }
 
   /// Adds directories that are below the one that the caller has taken; the last is taken first.
-  void add(std::vector<std::string>&& directories) {
-    if (directories.empty()) return;
+  /// False when no more are to be listed.
+  bool add(std::vector<std::string>&& directories) {
     const std::lock_guard lock(_mutex);
     for (std::string& directory : directories) _waiting.push_back(std::move(directory));
-    _changed.notify_all();
+    if (!directories.empty()) _changed.notify_all();
+    return !_stopped;
   }
 
   /// Lets no thread take another.

@@ -88,16 +88,11 @@ class Lister {
 
   /// Lists the directories of the queue, and puts into it what is below them.
   void run(DirectoryQueue& queue) {
-    std::optional<std::string> directory;
-    while ((directory = queue.take(directory.has_value()))) {
-      std::vector<std::string> below;
-      if (_files.list(*directory)) {
-        while (auto next = _files.next_directory()) below.push_back(std::move(*next));
-      }
-      std::ranges::reverse(below);
-      queue.add(std::move(below));
-      while (const std::string* path = _files.next_file()) print_file(*path);
-      if (!flush(BUFFER_BYTES)) queue.stop();
+    std::optional<std::string> directory = queue.take(false);
+    while (directory) {
+      std::optional<std::string> next = visit(*directory, queue);
+      if (!next) next = queue.take(true);
+      directory.swap(next);
     }
     flush(0);
     // Kept until the end, or until somebody finds a file that is none.
@@ -119,6 +114,23 @@ class Lister {
 
  private:
   static constexpr std::size_t BUFFER_BYTES = 16 * 1024;
+
+  /// Prints the files of a directory. Of its subdirectories the first is this thread's own, which
+  /// has the way to it open; the others go into the queue.
+  std::optional<std::string> visit(const std::string& directory, DirectoryQueue& queue) {
+    std::optional<std::string> first;
+    std::vector<std::string> others;
+    if (_files.list(directory)) {
+      first = _files.next_directory();
+      while (auto next = _files.next_directory()) others.push_back(std::move(*next));
+    }
+    std::ranges::reverse(others);
+    const bool goes_on = queue.add(std::move(others));
+    while (const std::string* path = _files.next_file()) print_file(*path);
+    if (flush(BUFFER_BYTES) && goes_on) return first;
+    queue.stop();
+    return std::nullopt;
+  }
 
   void complain(std::string_view path, std::string_view problem) {
     std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
