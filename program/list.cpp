@@ -173,8 +173,7 @@ class Lister {
         // are kept until the first file that is none.
         if (!is_test) _lines.has_production = true;
         if (_lines.has_production) _only_tests = {};
-        if (is_test && !_lines.has_production)
-          _only_tests.push_back({path, line(path, explanation)});
+        if (is_test && !_lines.has_production) keep(path, explanation, _only_tests);
         if (is_test) return;
       }
       print(path, explanation);
@@ -187,10 +186,15 @@ class Lister {
 
   void print(std::string_view path, const Explanation& explanation) {
     if (_options.sorted) {
-      _sorted.push_back({std::string(path), line(path, explanation)});
+      keep(path, explanation, _sorted);
     } else {
-      _buffer += line(path, explanation);
+      append_line(path, explanation, _buffer);
     }
+  }
+
+  void keep(std::string_view path, const Explanation& explanation, std::vector<Line>& lines) const {
+    lines.push_back({std::string(path), {}});
+    append_line(path, explanation, lines.back().text);
   }
 
   /// Prints what is found when it is more than `bytes`; false when nobody reads it any more.
@@ -201,20 +205,22 @@ class Lister {
     return is_read;
   }
 
-  std::string line(std::string_view path, const Explanation& explanation) const {
+  void append_line(std::string_view path, const Explanation& explanation, std::string& out) const {
     const Decision& decision = explanation.decision;
     if (_options.json) {
       JsonLine object;
       object.add_path(path).add_decision(path, decision);
       if (_options.verbose) add_decider(object, explanation, path, _repository.scope);
-      return std::string(object.text()) + '\n';
+      out.append(object.text()) += '\n';
+      return;
     }
-    const std::string shown = _repository.place.shown(path);
     const bool raw = _options.null;
-    std::string text = raw ? shown : column(shown);
+    const std::size_t begin = out.size();
+    _repository.place.append_shown(path, out);
+    if (!raw) make_column(out, begin);
     const auto add = [&](std::string_view field) {
-      text += raw ? '\0' : '\t';
-      text += field;
+      out += raw ? '\0' : '\t';
+      out += field;
     };
     if (_options.excluded) {
       const std::string_view kind = to_string(*decision.kind());
@@ -222,7 +228,7 @@ class Lister {
       add(decision.reason());
       if (_options.verbose) add(decider(explanation, path, _repository.scope, raw));
     }
-    return text += raw ? '\0' : '\n';
+    out += raw ? '\0' : '\n';
   }
 
   const ListOptions& _options;

@@ -52,8 +52,16 @@ void Output::flush() {
 }
 
 std::string column(std::string_view text) {
-  const bool plain = is_printable(text) && text.find_first_of("\"\\") == std::string_view::npos;
-  return plain ? std::string(text) : c_quoted(text);
+  std::string out(text);
+  make_column(out, 0);
+  return out;
+}
+
+void make_column(std::string& text, std::size_t begin) {
+  const std::string_view field = std::string_view(text).substr(begin);
+  if (is_plain(field)) return;
+  if (field.find_first_of("\"\\") == field.npos && is_printable(field)) return;
+  text.replace(begin, text.npos, c_quoted(field));
 }
 
 std::optional<std::string> unquoted(std::string_view line) {
@@ -106,10 +114,7 @@ void JsonLine::add_key(std::string_view key) {
 }
 
 void JsonLine::append(std::string_view value) {
-  const bool plain = std::ranges::all_of(value, [](char character) {
-    return character >= ' ' && character < '\177' && character != '"' && character != '\\';
-  });
-  if (!plain) return append_json(Json(value));
+  if (!is_plain(value)) return append_json(Json(value));
   _text += '"';
   _text += value;
   _text += '"';

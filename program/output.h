@@ -51,12 +51,17 @@ class Output {
 };
 
 using path_filter::internal::c_quoted;
+using path_filter::internal::is_plain;
 using path_filter::internal::is_printable;
 using path_filter::internal::printable;
 
 /// A path, a pattern or a source as a column of text: in double quotes, as git writes it, when
 /// a terminal would obey some of it, or when it holds a quote or a backslash.
 std::string column(std::string_view text);
+
+/// Makes a column of the end of `text`, from `begin` on: nearly all paths stay as they are, and
+/// are not copied once more.
+void make_column(std::string& text, std::size_t begin);
 
 /// What column() made of a text, from a line that begins with a double quote. Absent when
 /// that is not what git writes.

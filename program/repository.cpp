@@ -58,9 +58,17 @@ Place find_place(const std::string& directory, const std::optional<std::string>&
 }
 
 std::string Place::shown(std::string_view path) const {
+  std::string name;
+  append_shown(path, name);
+  return name;
+}
+
+void Place::append_shown(std::string_view path, std::string& out) const {
   const std::size_t cut = below.empty() ? 0 : below.size() + 1;
-  const std::string name = prefix + std::string(path.substr(std::min(cut, path.size())));
-  return name.empty() ? "./" : name;
+  const std::string_view name = path.substr(std::min(cut, path.size()));
+  out += prefix;
+  out += name;
+  if (prefix.empty() && name.empty()) out += "./";
 }
 
 std::string Place::shown(const std::filesystem::filesystem_error& error) const {

@@ -30,6 +30,7 @@ struct Place {
 
   /// A path below that directory, relative to the root, as the user would name it.
   std::string shown(std::string_view path) const;
+  void append_shown(std::string_view path, std::string& out) const;
   /// A directory that a walk could not list.
   std::string shown(const std::filesystem::filesystem_error& error) const;
 };

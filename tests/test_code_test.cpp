@@ -77,5 +77,20 @@ TEST(TestCode, TextHelpers) {
   EXPECT_EQ(internal::quoted("a\\b'\n\x01"), "'a\\\\b\\'\\n\\x01'");
 }
 
+TEST(TestCode, PlainTextsOfAllSizes) {  // they are looked at eight bytes at a time
+  for (std::size_t size = 0; size < 20; ++size) {
+    std::string text(size, '~');
+    EXPECT_TRUE(internal::is_plain(text)) << size;
+    for (char& place : text) {
+      for (int byte = 0; byte < 256; ++byte) {
+        place = static_cast<char>(byte);
+        const bool plain = byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\';
+        EXPECT_EQ(internal::is_plain(text), plain) << byte << " in " << size;
+      }
+      place = ' ';
+    }
+  }
+}
+
 }  // namespace
 }  // namespace path_filter

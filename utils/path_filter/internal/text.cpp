@@ -264,16 +264,27 @@ std::string replace_invalid_utf8(std::string_view text) {
   return out;
 }
 
-bool is_printable(std::string_view text) {
-  unsigned bytes = 0;  // no branch in the loop: it is done sixteen bytes at a time
-  unsigned controls = 0;
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    bytes |= byte;
-    controls |= static_cast<unsigned>(byte < 0x20) | static_cast<unsigned>(byte == 0x7F);
+bool is_plain(std::string_view text) {
+  constexpr std::uint64_t EACH = 0x0101010101010101;
+  constexpr std::size_t WORD = sizeof EACH;
+  std::uint64_t odd = 0;  // the highest bit of a byte that is not plain, and of perhaps others
+  const auto look_at = [&](std::uint64_t word) {
+    // Only a byte that is not ASCII carries into the next, and is found by itself.
+    const auto differs = [&](unsigned char byte) { return (word ^ byte * EACH) + 0x7F * EACH; };
+    odd |= word | ~(word + (0x80 - ' ') * EACH) | (word + (0x80 - 0x7F) * EACH) |
+           ~(differs('"') & differs('\\'));
+  };
+  if (text.size() < WORD) {
+    look_at(word_at(text, 0) | (' ' * EACH << (8 * text.size())));
+  } else {
+    for (std::size_t at = 0; at + WORD <= text.size(); at += WORD) look_at(word_at(text, at));
+    look_at(word_at(text, text.size() - WORD));
   }
-  if (controls != 0) return false;
-  if (bytes < 0x80) return true;
+  return word_is_ascii(odd);
+}
+
+bool is_printable(std::string_view text) {
+  if (is_plain(text)) return true;
   for (std::size_t at = 0; at < text.size();) {
     const Unit unit = unit_at(text, at);
     if (!shows_as_itself(unit.code)) return false;

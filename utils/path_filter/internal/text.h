@@ -72,6 +72,10 @@ std::optional<std::size_t> find_invalid_utf8(std::string_view text);
 /// that chapter 3.9 of the Unicode standard recommends).
 std::string replace_invalid_utf8(std::string_view text);
 
+/// Whether `text` is printable ASCII without a double quote or a backslash, as nearly all names
+/// are: it stands for itself in all that is written.
+bool is_plain(std::string_view text);
+
 /// Whether `text` can be shown on one line of a terminal: it is valid UTF-8, and holds no
 /// control character (C0, DEL, C1), no line or paragraph separator (U+2028, U+2029) and no
 /// mark that turns the direction of what follows (U+061C, U+200E, U+200F, U+202A to U+202E,
