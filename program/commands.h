@@ -43,10 +43,12 @@ struct CheckOptions {
   bool json = false;
   bool verbose = false;
   bool quiet = false;
+  std::size_t threads = 1;
   Color color = Color::automatic;
 };
 
-/// Exit status 0: every path is indexed; 1: some are left out; 2: an error.
+/// The same answers in the same order with any number of threads. Exit status 0: every path is
+/// indexed; 1: some are left out; 2: an error.
 int check(const CheckOptions& options);
 
 struct SummaryOptions {

@@ -103,7 +103,7 @@ Exclusion kind_named(const std::string& name) {
 
 /// How many threads that asks for.
 std::size_t threads(const std::string& number) {
-  // More than these do not help a listing, whose work is the kernel's.
+  // More than these do not help, as most of the work is the kernel's.
   constexpr std::size_t MOST_BY_ITSELF = 8;
   constexpr std::size_t MOST = 256;
   std::size_t count = 0;
@@ -116,9 +116,18 @@ std::size_t threads(const std::string& number) {
   return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, MOST_BY_ITSELF);
 }
 
+void add_threads(CLI::App& command, std::size_t& count) {
+  count = threads("0");
+  command
+      .add_option_function<std::string>(
+          "-j,--threads", [&count](const std::string& number) { count = threads(number); },
+          "How many threads to use; 0, the default, is one for each processor, and at most 8")
+      ->type_name("NUMBER")
+      ->take_last();
+}
+
 void add_list(CLI::App& app, program::ListOptions& list) {
   auto* command = app.add_subcommand("list", "Print the indexable files below DIR");
-  list.threads = threads("0");
   add_directory(*command, list.settings);
   auto* null =
       command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
@@ -156,12 +165,7 @@ void add_list(CLI::App& app, program::ListOptions& list) {
           "Print when all is found, by the bytes of the paths; else as the walk finds them")
       ->type_name("path")
       ->take_last();
-  command
-      ->add_option_function<std::string>(
-          "-j,--threads", [&list](const std::string& number) { list.threads = threads(number); },
-          "How many threads to use; 0, the default, is one for each processor, and at most 8")
-      ->type_name("NUMBER")
-      ->take_last();
+  add_threads(*command, list.threads);
   add_color(*command, list.color);
   add_limits(*command, list.settings);
   command->footer("Exit status: 0, 1 when something could not be read, 2 on an error.");
@@ -190,6 +194,7 @@ CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
   command->add_flag("-q,--quiet", check.quiet, "Print no decision; the exit status tells");
   command->footer(
       "Exit status: 0 when every path is indexed, 1 when some are left out, 2 on an error.");
+  add_threads(*command, check.threads);
   add_color(*command, check.color);
   add_limits(*command, check.settings);
   return paths;

@@ -43,6 +43,7 @@ $files -l languages -x -a '(__fish_append , (__path_filter_languages))' -d 'Inde
 set -l decisions complete -c path-filter -n '__path_filter_on list check'
 $decisions -s 0 -l null -d 'End paths, or the fields of answers, with NUL'
 $decisions -s v -l verbose -d 'Name what decided'
+$decisions -s j -l threads -x -d 'Use so many threads'
 
 set -l list complete -c path-filter -n '__path_filter_on list'
 $list -l excluded -d 'Print what is left out instead'
@@ -50,7 +51,6 @@ $list -l kind -x -a '(__fish_append , (__path_filter_kinds))' -d 'Print what is 
 $list -l production -d 'Print only what is not test code'
 $list -l tests -d 'Print only test code'
 $list -l sort -x -a path -d 'Print in an order'
-$list -s j -l threads -x -d 'Use so many threads'
 
 set -l check complete -c path-filter -n '__path_filter_on check'
 $check -l stdin -d 'Read paths from standard input too'
