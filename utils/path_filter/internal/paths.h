@@ -15,12 +15,14 @@ namespace path_filter::internal {
 
 /// A path split at its last "/"; without one it is all name.
 struct SplitPath {
-  explicit SplitPath(std::string_view path) : name(path) {
-    if (const char* found = find_last(path, '/')) {
-      const auto slash = static_cast<std::size_t>(found - path.data());
-      directory = path.substr(0, slash);
-      name = path.substr(slash + 1);
-    }
+  explicit SplitPath(std::string_view path) {
+    // Whole views are not copied: that stalls the processor for as long as a hash takes, when
+    // their halves have just been stored.
+    const char* const slash = find_last(path, '/');
+    const auto size = slash == nullptr ? 0 : static_cast<std::size_t>(slash - path.data());
+    const std::size_t begin = slash == nullptr ? 0 : size + 1;
+    directory = std::string_view(path.data(), size);
+    name = std::string_view(path.data() + begin, path.size() - begin);
   }
   std::string_view directory;
   std::string_view name;
@@ -56,10 +58,13 @@ class PathComponents {
 /// The last component of `path`, or "" when it has none besides a leading "/" or
 /// "//".
 inline std::string_view last_component(std::string_view path) {
-  while (!path.empty()) {
-    const auto [directory, name] = SplitPath(path);
-    if (!name.empty() && name != ".") return name;
-    path = directory;
+  for (std::size_t end = path.size(); end > 0;) {
+    const char* const slash = find_last(std::string_view(path.data(), end), '/');
+    const std::size_t begin =
+        slash == nullptr ? 0 : static_cast<std::size_t>(slash - path.data()) + 1;
+    const std::size_t size = end - begin;
+    if (size > 1 || (size == 1 && path[begin] != '.')) return {path.data() + begin, size};
+    end = begin == 0 ? 0 : begin - 1;
   }
   return {};
 }
