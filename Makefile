@@ -93,24 +93,27 @@ fuzz-git: packages  ## compare with git for SECONDS (60)
 	cmake --build --preset gcc -j $(JOBS) --target git_differential
 	build/gcc/fuzz/git_differential --seconds $(or $(SECONDS),60)
 
-# The trees that are installed and packed.
-TREES = $(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/
+# The trees that are installed and packed: of the optimised one what runs, and the libraries.
+TREES = $(CURDIR)/build/release;path_filter;runtime;/;$(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/
 
-libraries: packages  ## build what is installed: the program, static and shared libraries
+libraries: build  ## build what is installed: the program, static and shared libraries
 	cmake --preset static
 	cmake --build --preset static -j $(JOBS)
 	cmake --preset shared
 	cmake --build --preset shared -j $(JOBS)
 
 install: libraries  ## install below PREFIX (/usr/local), or below DESTDIR for a package
+	cmake --install build/release --prefix "$(PREFIX)" --component runtime
 	cmake --install build/static --prefix "$(PREFIX)"
 	cmake --install build/shared --prefix "$(PREFIX)"
 	case "$(DESTDIR):$(PREFIX):$$(id -u)" in :/usr/local:0|:/usr:0) ldconfig ;; esac
 
 uninstall:  ## remove what the last install put in place, with its DESTDIR
-	sed 's|^|$(DESTDIR)|' build/static/install_manifest.txt build/shared/install_manifest.txt | \
+	sed 's|^|$(DESTDIR)|' build/release/install_manifest_runtime.txt \
+	  build/static/install_manifest.txt build/shared/install_manifest.txt | \
 	  tr '\n' '\0' | xargs -0 rm -f
-	sed -n 's|^\(.*/path[-_]filter\)/.*|$(DESTDIR)\1|p' build/static/install_manifest.txt | \
+	sed -n 's|^\(.*/path[-_]filter\)/.*|$(DESTDIR)\1|p' build/release/install_manifest_runtime.txt \
+	  build/static/install_manifest.txt | \
 	  sort -ru | tr '\n' '\0' | xargs -0 -I{} find {} -depth -type d -empty -delete
 
 package: libraries  ## make a .deb and a .tar.gz in build/packages
