@@ -45,12 +45,12 @@ constexpr std::size_t FIRST_SLOTS = 256;
 DirectoryTable::DirectoryTable() {
   _tables.push_back(std::make_unique<Slots>(FIRST_SLOTS));
   _current.store(_tables.back().get(), std::memory_order_release);
-  _root = make(nullptr, "", hash_text(""), 0);
+  _root = make(nullptr, "", static_cast<std::uint32_t>(hash_text("")), 0);
 }
 
 const Directory* DirectoryTable::find(std::string_view path) const {
   if (path.empty()) return _root;
-  const std::uint64_t hash = hash_text(path);
+  const auto hash = static_cast<std::uint32_t>(hash_text(path));
   const Slots& table = *_current.load(std::memory_order_acquire);
   for (std::size_t slot = hash & table.mask;; slot = (slot + 1) & table.mask) {
     const Directory* directory = table.slots[slot].load(std::memory_order_acquire);
@@ -60,7 +60,7 @@ const Directory* DirectoryTable::find(std::string_view path) const {
 }
 
 const Directory* DirectoryTable::find_child(const Slots& table, const Directory& parent,
-                                            std::string_view name, std::uint64_t hash) {
+                                            std::string_view name, std::uint32_t hash) {
   for (std::size_t slot = hash & table.mask;; slot = (slot + 1) & table.mask) {
     const Directory* at = table.slots[slot].load(std::memory_order_acquire);
     if (at == nullptr) return nullptr;
@@ -70,7 +70,7 @@ const Directory* DirectoryTable::find_child(const Slots& table, const Directory&
 
 /// Adds a directory to `parent`, unless another thread did so meanwhile.
 const Directory& DirectoryTable::add_child(const Directory& parent, std::string_view name,
-                                           std::uint64_t hash, std::size_t path_size) {
+                                           std::uint32_t hash, std::size_t path_size) {
   const std::lock_guard hold(_lock);
   const Directory* found = find_child(*_tables.back(), parent, name, hash);
   return found != nullptr ? *found : *make(&parent, name, hash, path_size);
@@ -90,8 +90,8 @@ const Directory& DirectoryTable::add(std::string_view path) {
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find('/', begin), path.size());
     XXH3_64bits_update(&running, path.data() + begin, end - begin);
-    parent =
-        &add_child(*parent, path.substr(begin, end - begin), XXH3_64bits_digest(&running), end);
+    const auto hash = static_cast<std::uint32_t>(XXH3_64bits_digest(&running));
+    parent = &add_child(*parent, path.substr(begin, end - begin), hash, end);
     if (end < path.size()) XXH3_64bits_update(&running, "/", 1);
     begin = end + 1;
   }
@@ -100,7 +100,7 @@ const Directory& DirectoryTable::add(std::string_view path) {
 
 /// Makes a directory that the table does not have, and publishes it.
 const Directory* DirectoryTable::make(const Directory* parent, std::string_view name,
-                                      std::uint64_t hash, std::size_t path_size) {
+                                      std::uint32_t hash, std::size_t path_size) {
   if (_count == UINT32_MAX || path_size > UINT32_MAX) {
     throw std::length_error("too many directories in one scope, or too long a path");
   }

@@ -30,7 +30,7 @@ namespace path_filter::internal {
 /// of its name, however deep it lies.
 struct Directory {
   const Directory* parent;  // null for the root, whose path is ""
-  std::uint64_t hash;       // hash_text of the path
+  std::uint32_t hash;       // the low half of hash_text of the path
   std::uint32_t path_size;  // in bytes
   std::uint32_t name_size;
   std::uint32_t number;  // the root's is 0
@@ -56,7 +56,7 @@ class DirectoryTable {
   /// however many directories are above: for who goes down a deep tree step by step.
   const Directory& child(const Directory& parent, std::string_view path) {
     const std::string_view name = path.substr(parent.path_size + (parent.path_size > 0 ? 1 : 0));
-    const std::uint64_t hash = hash_text(path);
+    const auto hash = static_cast<std::uint32_t>(hash_text(path));
     const Directory* found =
         find_child(*_current.load(std::memory_order_acquire), parent, name, hash);
     return found != nullptr ? *found : add_child(parent, name, hash, path.size());
@@ -73,11 +73,11 @@ class DirectoryTable {
 
   const Directory* find(std::string_view path) const;
   static const Directory* find_child(const Slots& table, const Directory& parent,
-                                     std::string_view name, std::uint64_t hash);
+                                     std::string_view name, std::uint32_t hash);
   const Directory& add(std::string_view path);
-  const Directory& add_child(const Directory& parent, std::string_view name, std::uint64_t hash,
+  const Directory& add_child(const Directory& parent, std::string_view name, std::uint32_t hash,
                              std::size_t path_size);
-  const Directory* make(const Directory* parent, std::string_view name, std::uint64_t hash,
+  const Directory* make(const Directory* parent, std::string_view name, std::uint32_t hash,
                         std::size_t path_size);
 
   std::atomic<const Slots*> _current;  // the last of _tables
