@@ -18,7 +18,8 @@ namespace program {
 enum class Surface { all, production, tests };
 
 struct ListOptions {
-  Settings settings;
+  Settings settings;  // but for the directory
+  std::vector<std::string> directories = {"."};
   bool null = false;
   bool json = false;
   bool excluded = false;
@@ -31,7 +32,8 @@ struct ListOptions {
   Color color = Color::automatic;
 };
 
-/// The same lines with any number of threads. Exit status 1 when a directory could not be read or a
+/// Lists one directory after the other, each by itself; nothing when one of them cannot be. The
+/// same lines with any number of threads. Exit status 1 when a directory could not be read or a
 /// name not be asked about.
 int list(const ListOptions& options);
 

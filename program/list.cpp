@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <deque>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -105,8 +106,8 @@ class Lister {
     if (wants(explanation.decision)) {
       print(_repository.place.below + '/', explanation);
     } else if (!_options.excluded) {
-      std::cerr << "path-filter: " + printable(_options.settings.directory) + ": " +
-                       std::string(explanation.decision.reason()) + "\n";
+      std::cerr << "path-filter: " + printable(_repository.place.shown(_repository.place.below)) +
+                       ": " + std::string(explanation.decision.reason()) + "\n";
     }
     flush(0);
     _lines.keep(std::move(_sorted));
@@ -242,8 +243,9 @@ class Lister {
 
 }  // namespace
 
-int list(const ListOptions& options) {
-  const Repository repository(options.settings);
+namespace {
+
+int list(const ListOptions& options, const Repository& repository) {
   const Place& place = repository.place;
   Lines lines(options.color);
   if (const auto excluded = repository.exclusion_of(place.below)) {
@@ -273,6 +275,22 @@ int list(const ListOptions& options) {
   }
   lines.finish(options.sorted);
   return lines.status;
+}
+
+}  // namespace
+
+int list(const ListOptions& options) {
+  std::deque<Repository> repositories;  // all are found before the first is listed
+  for (const std::string& directory : options.directories) {
+    Settings settings = options.settings;
+    settings.directory = directory;
+    repositories.emplace_back(settings);
+  }
+  int status = 0;
+  for (const Repository& repository : repositories) {
+    status = std::max(status, list(options, repository));
+  }
+  return status;
 }
 
 }  // namespace program

@@ -126,9 +126,23 @@ void add_threads(CLI::App& command, std::size_t& count) {
       ->take_last();
 }
 
-void add_list(CLI::App& app, program::ListOptions& list) {
-  auto* command = app.add_subcommand("list", "Print the indexable files below DIR");
-  add_directory(*command, list.settings);
+/// An option of any number of paths, which are to be taken from it as they were given: of one
+/// that takes extra arguments the parser would split "[a,b]", and a bound vector would not hold
+/// "{}". This one wants more paths than there can be.
+CLI::Option* add_paths(CLI::App& command, const std::string& name, const std::string& description) {
+  constexpr int ALL = CLI::detail::expected_max_vector_size;
+  return command.add_option(name)
+      ->description(description)
+      ->type_name("")
+      ->expected(ALL, ALL)
+      ->take_all();
+}
+
+/// Returns the option of the directories.
+CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
+  auto* command = app.add_subcommand("list", "Print the indexable files below each DIR");
+  auto* directories = add_paths(*command, "DIR", "Directories to list (the current one)");
+  add_root(*command, list.settings);
   auto* null =
       command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
   command->add_flag("--json", list.json, "Print each decision as one line of JSON")->excludes(null);
@@ -169,20 +183,14 @@ void add_list(CLI::App& app, program::ListOptions& list) {
   add_color(*command, list.color);
   add_limits(*command, list.settings);
   command->footer("Exit status: 0, 1 when something could not be read, 2 on an error.");
+  return directories;
 }
 
-/// Returns the option of the paths, which are to be taken from it as they were given.
+/// Returns the option of the paths.
 CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
   auto* command = app.add_subcommand("check", "Print the decision on each PATH");
-  // Of an option that takes extra arguments the parser would split "[a,b]", and a bound
-  // vector would not hold "{}": this one wants more paths than there can be, and is read
-  // as it was given.
-  constexpr int ALL = CLI::detail::expected_max_vector_size;
-  auto* paths = command->add_option("PATH")
-                    ->description("Paths as the shell has them; with --root, relative to that")
-                    ->type_name("")
-                    ->expected(ALL, ALL)
-                    ->take_all();
+  auto* paths =
+      add_paths(*command, "PATH", "Paths as the shell has them; with --root, relative to that");
   add_root(*command, check.settings);
   command->add_flag("--stdin", check.read_stdin,
                     "Read paths from standard input too, quoted ones as git writes them");
@@ -256,7 +264,7 @@ int run(int argc, char** argv) {
   app.require_subcommand(0, 1);
 
   program::ListOptions list;
-  add_list(app, list);
+  CLI::Option* const directories = add_list(app, list);
   program::CheckOptions check;
   CLI::Option* const paths = add_check(app, check);
 
@@ -308,7 +316,10 @@ int run(int argc, char** argv) {
     throw UsageError(printable(error.what()) + "\nTry 'path-filter " + command + "--help'.");
   }
 
-  if (app.got_subcommand("list")) return program::list(list);
+  if (app.got_subcommand("list")) {
+    if (!directories->empty()) list.directories = directories->results();
+    return program::list(list);
+  }
   if (app.got_subcommand("check")) {
     check.paths = paths->results();
     if (check.paths.empty() && !check.read_stdin) {
