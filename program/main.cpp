@@ -223,6 +223,19 @@ bool has_command(const CLI::App& app, const std::string& name) {
                              [&](const CLI::App* command) { return command->get_name() == name; });
 }
 
+/// The argument that the command does not take, and what was probably meant.
+UsageError no_argument(const CLI::App& command, const std::string& argument) {
+  const std::string shown = "'" + printable(argument) + "'";
+  if (!argument.starts_with('-')) return UsageError("unexpected argument " + shown);
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  const std::vector<std::string_view> known(names.begin(), names.end());
+  return UsageError("no option " + shown +
+                    program::did_you_mean(program::nearest(argument, known)));
+}
+
 /// The arguments, "--option=" as "--option" and "": the parser would take the next argument for
 /// its value.
 std::vector<std::string> with_empty_values(CLI::App& app, int argc, char** argv) {
@@ -312,8 +325,12 @@ int run(int argc, char** argv) {
     std::ostringstream problem;
     if (app.exit(error, asked, problem) == 0) return print(asked.str());
     const auto commands = app.get_subcommands();
-    const std::string command = commands.empty() ? "" : commands.front()->get_name() + " ";
-    throw UsageError(printable(error.what()) + "\nTry 'path-filter " + command + "--help'.");
+    const CLI::App& command = commands.empty() ? app : *commands.front();
+    const auto unknown = app.remaining(true);
+    const std::string text =
+        unknown.empty() ? printable(error.what()) : no_argument(command, unknown.front()).what();
+    throw UsageError(text + "\nTry 'path-filter " +
+                     (commands.empty() ? "" : command.get_name() + " ") + "--help'.");
   }
 
   if (app.got_subcommand("list")) {

@@ -14,13 +14,20 @@
 
 namespace program {
 
+namespace {
+
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+bool is_dumb_terminal() { return variable("TERM") == "dumb"; }
+
 Output::Output(Color color) : _colored(color == Color::always) {
   if (color != Color::automatic || ::isatty(STDOUT_FILENO) != 1) return;
-  const auto variable = [](const char* name) {
-    const char* value = std::getenv(name);
-    return std::string_view(value == nullptr ? "" : value);
-  };
-  _colored = variable("NO_COLOR").empty() && variable("TERM") != "dumb";
+  _colored = variable("NO_COLOR").empty() && !is_dumb_terminal();
 }
 
 std::string Output::styled(Style style, std::string_view text) const {

@@ -15,6 +15,9 @@
 
 namespace program {
 
+/// Whether the terminal, if there is one, can only print lines.
+bool is_dumb_terminal();
+
 enum class Color { automatic, always, never };
 
 /// What a text is, where colours are on.

@@ -44,7 +44,7 @@ class Progress {
   ~Progress() { clear(); }
 
  private:
-  const bool _shown = ::isatty(STDERR_FILENO) == 1;
+  const bool _shown = ::isatty(STDERR_FILENO) == 1 && !is_dumb_terminal();
   bool _written = false;
   std::size_t _files = 0;
   std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();
