@@ -31,7 +31,7 @@ class LiteralIndex {
   static constexpr std::size_t PLACES = 6;
 
   /// The longest head or tail that is filed; of a longer one the outer end is.
-  static constexpr std::size_t LONGEST_PART = 63;
+  static constexpr std::size_t LONGEST_PART = 31;
 
   using Rule = std::uint32_t;
 
@@ -79,14 +79,14 @@ class LiteralIndex {
     if (text.empty()) return;
     const Sizes& front = _sizes[pair(text, End::front) & (_pairs - 1)];
     const Sizes& back = _sizes[pair(text, End::back) & (_pairs - 1)];
-    const std::uint64_t longest = size_bit(text.size());
+    const SizeBits longest = size_bit(text.size());
     if ((of(back, places.whole) & longest) != 0) find_key(places.whole, text, ask);
-    const std::uint64_t fitting = longest | (longest - 1);
-    for (std::uint64_t left = of(front, places.head) & fitting; left != 0; left &= left - 1) {
+    const SizeBits fitting = longest | (longest - 1);
+    for (SizeBits left = of(front, places.head) & fitting; left != 0; left &= left - 1) {
       const std::string_view head = text.substr(0, size_of(left));
       if (has_inner_byte(places.head, head.back())) find_key(places.head, head, ask);
     }
-    for (std::uint64_t left = of(back, places.tail) & fitting; left != 0; left &= left - 1) {
+    for (SizeBits left = of(back, places.tail) & fitting; left != 0; left &= left - 1) {
       const std::string_view tail = text.substr(text.size() - size_of(left));
       if (has_inner_byte(places.tail, tail.front())) find_key(places.tail, tail, ask);
     }
@@ -97,16 +97,18 @@ class LiteralIndex {
   /// either.
   enum class End : std::uint8_t { front, back };
 
-  /// Of each place the sizes of its literals: bit n for n bytes.
-  using Sizes = std::array<std::uint64_t, PLACES>;
+  /// Of literals in one place their sizes: bit n for n bytes.
+  using SizeBits = std::uint32_t;
+  /// Of each place.
+  using Sizes = std::array<SizeBits, PLACES>;
 
-  static std::uint64_t& of(Sizes& sizes, Place place) {
+  static SizeBits& of(Sizes& sizes, Place place) {
     return sizes[static_cast<std::size_t>(place)];
   }
-  static std::uint64_t of(const Sizes& sizes, Place place) {
+  static SizeBits of(const Sizes& sizes, Place place) {
     return sizes[static_cast<std::size_t>(place)];
   }
-  static std::size_t size_of(std::uint64_t sizes) {
+  static std::size_t size_of(SizeBits sizes) {
     return static_cast<std::size_t>(std::countr_zero(sizes));
   }
 
@@ -135,8 +137,8 @@ class LiteralIndex {
     return byte(0) | (text.size() > 1 ? byte(1) << 5 : 0);
   }
 
-  static std::uint64_t size_bit(std::size_t size) {
-    return std::uint64_t{1} << std::min<std::size_t>(size, LONGEST_PART);
+  static SizeBits size_bit(std::size_t size) {
+    return SizeBits{1} << std::min<std::size_t>(size, LONGEST_PART);
   }
 
   static End outer_end(Place place) {
