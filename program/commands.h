@@ -32,9 +32,9 @@ struct ListOptions {
   Color color = Color::automatic;
 };
 
-/// Lists one directory after the other, each by itself; nothing when one of them cannot be. The
-/// same lines with any number of threads. Exit status 1 when a directory could not be read or a
-/// name not be asked about.
+/// Lists one directory after the other, of any repositories. The same lines with any number of
+/// threads. Exit status 1 when a directory could not be read or a name not be asked about, 2 when
+/// one of the directories asked about is none.
 int list(const ListOptions& options);
 
 struct CheckOptions {

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <atomic>
-#include <deque>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -30,13 +30,13 @@ using path_filter::Explanation;
 
 namespace {
 
-/// What is printed for a path, which is relative to the root.
+/// What is printed for a path.
 struct Line {
-  std::string path;
+  std::string path;  // as it is shown
   std::string text;
 };
 
-/// What the threads of a listing share.
+/// What all listings and their threads share.
 class Lines {
  public:
   explicit Lines(Color color) : _output(color) {}
@@ -52,38 +52,66 @@ class Lines {
     return !_output.closed();
   }
 
-  /// Keeps lines that are printed at the end, in the order of their paths if they are `sorted`.
+  /// Keeps lines that are printed at the end.
   void keep(std::vector<Line>&& lines) {
     const std::lock_guard lock(_mutex);
     std::ranges::move(lines, std::back_inserter(_kept));
   }
 
+  /// The same for test code, which is printed if nothing else has been found by then.
+  void keep_tests(std::vector<Line>&& lines) {
+    const std::lock_guard lock(_mutex);
+    std::ranges::move(lines, std::back_inserter(_kept_tests));
+  }
+
+  /// Prints what is kept, in the order of the paths if it is to be `sorted`.
   void finish(bool sorted) {
+    if (!has_production) std::ranges::move(_kept_tests, std::back_inserter(_kept));
     if (sorted) std::ranges::sort(_kept, {}, &Line::path);
     for (const Line& line : _kept) _output << line.text;
     _output.flush();
   }
 
-  std::atomic<int> status = 0;
+  /// False when nobody reads any more.
+  bool is_read() {
+    const std::lock_guard lock(_mutex);
+    return !_output.closed();
+  }
+
+  void complain(std::string_view path, std::string_view problem) {
+    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
+    fail(1);
+  }
+
+  /// Raises the exit status.
+  void fail(int status) {
+    const std::lock_guard lock(_mutex);
+    _status = std::max(_status, status);
+  }
+  int status() const { return _status; }
+
   std::atomic<bool> has_production = false;
 
  private:
   std::mutex _mutex;  // of what follows
   Output _output;
   std::vector<Line> _kept;
+  std::vector<Line> _kept_tests;
+  int _status = 0;
 };
 
-/// Finds and prints what the options ask for, on one thread.
+/// Finds and prints what the options ask for in one place, on one thread.
 class Lister {
  public:
-  Lister(const ListOptions& options, const Repository& repository, Lines& lines)
+  Lister(const ListOptions& options, const Repository& repository, const Place& place, Lines& lines)
       : _options(options),
         _repository(repository),
+        _place(place),
         _lines(lines),
         _files(
             repository.scope,
             [this](const std::filesystem::filesystem_error& error) {
-              complain(_repository.place.shown(error), error.code().message());
+              _lines.complain(_place.shown(error), error.code().message());
             },
             [this](std::string_view rel_dir, Exclusion kind) { print_pruned(rel_dir, kind); }) {}
 
@@ -97,17 +125,17 @@ class Lister {
     }
     flush(0);
     // Kept until the end, or until somebody finds a file that is none.
-    if (!_lines.has_production) _lines.keep(std::move(_only_tests));
+    if (!_lines.has_production) _lines.keep_tests(std::move(_only_tests));
     _lines.keep(std::move(_sorted));
   }
 
   /// Prints the directory asked about, which is left out as a whole.
   void print_excluded(const Explanation& explanation) {
     if (wants(explanation.decision)) {
-      print(_repository.place.below + '/', explanation);
+      print(_place.below + '/', explanation);
     } else if (!_options.excluded) {
-      std::cerr << "path-filter: " + printable(_repository.place.shown(_repository.place.below)) +
-                       ": " + std::string(explanation.decision.reason()) + "\n";
+      std::cerr << "path-filter: " + printable(_place.directory) + ": " +
+                       std::string(explanation.decision.reason()) + "\n";
     }
     flush(0);
     _lines.keep(std::move(_sorted));
@@ -131,11 +159,6 @@ class Lister {
     if (flush(BUFFER_BYTES) && goes_on) return first;
     queue.stop();
     return std::nullopt;
-  }
-
-  void complain(std::string_view path, std::string_view problem) {
-    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
-    _lines.status = 1;
   }
 
   /// Whether the options ask for what has this decision.
@@ -179,9 +202,9 @@ class Lister {
       }
       print(path, explanation);
     } catch (const std::invalid_argument& error) {
-      complain(_repository.place.shown(path), error.what());
+      _lines.complain(_place.shown(path), error.what());
     } catch (const FileSizeError& error) {
-      complain(_repository.place.shown(path), error.what());
+      _lines.complain(_place.shown(path), error.what());
     }
   }
 
@@ -194,7 +217,7 @@ class Lister {
   }
 
   void keep(std::string_view path, const Explanation& explanation, std::vector<Line>& lines) const {
-    lines.push_back({std::string(path), {}});
+    lines.push_back({_place.shown(path), {}});
     append_line(path, explanation, lines.back().text);
   }
 
@@ -217,7 +240,7 @@ class Lister {
     }
     const bool raw = _options.null;
     const std::size_t begin = out.size();
-    _repository.place.append_shown(path, out);
+    _place.append_shown(path, out);
     if (!raw) make_column(out, begin);
     const auto add = [&](std::string_view field) {
       out += raw ? '\0' : '\t';
@@ -234,6 +257,7 @@ class Lister {
 
   const ListOptions& _options;
   const Repository& _repository;
+  const Place& _place;
   Lines& _lines;
   path_filter::DirectoryLister _files;
   std::string _buffer;
@@ -241,56 +265,55 @@ class Lister {
   std::vector<Line> _only_tests;
 };
 
-}  // namespace
-
-namespace {
-
-int list(const ListOptions& options, const Repository& repository) {
-  const Place& place = repository.place;
-  Lines lines(options.color);
+/// Lists one place.
+void list(const ListOptions& options, const Repository& repository, const Place& place,
+          Lines& lines) {
   if (const auto excluded = repository.exclusion_of(place.below)) {
-    Lister(options, repository, lines).print_excluded(*excluded);
-  } else {
-    DirectoryQueue queue(place.below);
-    std::exception_ptr failure;
-    std::mutex failing;
-    const auto run = [&] {
-      try {
-        Lister(options, repository, lines).run(queue);
-      } catch (...) {
-        const std::lock_guard lock(failing);
-        failure = std::current_exception();
-        queue.stop();
-      }
-    };
-    {
-      std::vector<std::jthread> others;
-      try {
-        for (std::size_t count = 1; count < options.threads; ++count) others.emplace_back(run);
-      } catch (const std::system_error&) {  // the system gives no more: it goes without
-      }
-      run();
-    }
-    if (failure) std::rethrow_exception(failure);
+    Lister(options, repository, place, lines).print_excluded(*excluded);
+    return;
   }
-  lines.finish(options.sorted);
-  return lines.status;
+  DirectoryQueue queue(place.below);
+  std::exception_ptr failure;
+  std::mutex failing;
+  const auto run = [&] {
+    try {
+      Lister(options, repository, place, lines).run(queue);
+    } catch (...) {
+      const std::lock_guard lock(failing);
+      failure = std::current_exception();
+      queue.stop();
+    }
+  };
+  {
+    std::vector<std::jthread> others;
+    try {
+      for (std::size_t count = 1; count < options.threads; ++count) others.emplace_back(run);
+    } catch (const std::system_error&) {  // the system gives no more: it goes without
+    }
+    run();
+  }
+  if (failure) std::rethrow_exception(failure);
 }
 
 }  // namespace
 
 int list(const ListOptions& options) {
-  std::deque<Repository> repositories;  // all are found before the first is listed
+  const auto limits = read_limits(options.settings);
+  Lines lines(options.color);
+  std::map<std::filesystem::path, Repository> repositories;  // by their roots
   for (const std::string& directory : options.directories) {
-    Settings settings = options.settings;
-    settings.directory = directory;
-    repositories.emplace_back(settings);
+    if (!lines.is_read()) break;
+    try {
+      const Place place = find_place(directory, options.settings.root);
+      const auto known = repositories.try_emplace(place.root, place.root, limits).first;
+      list(options, known->second, place, lines);
+    } catch (const UsageError& error) {
+      std::cerr << "path-filter: " + std::string(error.what()) + "\n";
+      lines.fail(2);
+    }
   }
-  int status = 0;
-  for (const Repository& repository : repositories) {
-    status = std::max(status, list(options, repository));
-  }
-  return status;
+  lines.finish(options.sorted);
+  return lines.status();
 }
 
 }  // namespace program

@@ -223,17 +223,27 @@ bool has_command(const CLI::App& app, const std::string& name) {
                              [&](const CLI::App* command) { return command->get_name() == name; });
 }
 
-/// The argument that the command does not take, and what was probably meant.
-UsageError no_argument(const CLI::App& command, const std::string& argument) {
-  const std::string shown = "'" + printable(argument) + "'";
-  if (!argument.starts_with('-')) return UsageError("unexpected argument " + shown);
+/// The argument that nobody takes, and what was probably meant. There is one.
+UsageError no_argument(const CLI::App& app, const CLI::App& command, std::string_view first) {
+  const auto quote = [](const std::string& text) { return "'" + printable(text) + "'"; };
+  auto arguments = app.remaining(true);
+  if (&app != &command && first.starts_with('-')) {
+    return UsageError("no option " + quote(arguments.front()) + " before a command");
+  }
+  // What the command has no place for behind a "--" becomes the program's.
+  const bool is_option = arguments.front().starts_with('-') && arguments.front() != "--" &&
+                         (&app == &command || app.remaining().empty());
+  if (arguments.front() == "--" && arguments.size() > 1) arguments.erase(arguments.begin());
+  const std::string& argument = arguments.front();
+  if (!is_option) return UsageError("unexpected argument " + quote(argument));
   std::vector<std::string> names;
   for (const CLI::Option* option : command.get_options()) {
     for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
   }
   const std::vector<std::string_view> known(names.begin(), names.end());
-  return UsageError("no option " + shown +
-                    program::did_you_mean(program::nearest(argument, known)));
+  const std::string name = argument.substr(0, argument.find('='));
+  return UsageError("no option " + quote(argument) +
+                    program::did_you_mean(program::nearest(name, known)));
 }
 
 /// The arguments, "--option=" as "--option" and "": the parser would take the next argument for
@@ -326,9 +336,9 @@ int run(int argc, char** argv) {
     if (app.exit(error, asked, problem) == 0) return print(asked.str());
     const auto commands = app.get_subcommands();
     const CLI::App& command = commands.empty() ? app : *commands.front();
-    const auto unknown = app.remaining(true);
-    const std::string text =
-        unknown.empty() ? printable(error.what()) : no_argument(command, unknown.front()).what();
+    const std::string text = app.remaining(true).empty()
+                                 ? printable(error.what())
+                                 : no_argument(app, command, argv[1]).what();
     throw UsageError(text + "\nTry 'path-filter " +
                      (commands.empty() ? "" : command.get_name() + " ") + "--help'.");
   }

@@ -164,11 +164,11 @@ int write_report(const ReportOptions& options) {
   if (report::LIBRARY.empty()) {
     throw UsageError("this path-filter was built without 'report': d3-hierarchy was missing");
   }
-  const Repository repository(options.settings);
-  const Place& place = repository.place;
+  const Place place = find_place(options.settings.directory, options.settings.root);
+  const Repository repository(place.root, read_limits(options.settings));
   report::Tree tree(place.below);
   const int status = survey(
-      repository, options.settings,
+      repository, place,
       {.on_file =
            [&](const SurveyedFile& file) {
              const report::Verdict verdict =

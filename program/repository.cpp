@@ -34,7 +34,7 @@ std::filesystem::path resolved(const std::string& directory) {
 
 Place find_place(const std::string& directory, const std::optional<std::string>& root) {
   const auto asked = resolved(directory);
-  Place place{asked, "", directory};
+  Place place{asked, "", directory, directory};
   if (root) {
     place.root = resolved(*root);
   } else {
@@ -75,21 +75,20 @@ std::string Place::shown(const std::filesystem::filesystem_error& error) const {
   return shown(IndexScope(root).relative(error.path1()).value_or(""));
 }
 
-Repository::Repository(const Settings& settings)
-    : place(find_place(settings.directory, settings.root)),
-      scope(place.root,
-            {.limits = read_limits(settings),
-             .excludes_file = [this](const std::filesystem::path& root) {
-               auto file = git_config::excludes_file(root, [](std::string_view problem) {
-                 std::cerr << "path-filter: warning: " + std::string(problem) + "\n";
-               });
-               if (file && file->is_relative()) {
-                 const std::lock_guard lock(_mutex);
-                 _relative_excludes_file = file->native();
-                 file = root / *file;
-               }
-               return file;
-             }}) {}
+Repository::Repository(const std::filesystem::path& top,
+                       std::optional<path_filter::IndexLimits> limits)
+    : scope(top, {.limits = std::move(limits),
+                  .excludes_file = [this](const std::filesystem::path& root) {
+                    auto file = git_config::excludes_file(root, [](std::string_view problem) {
+                      std::cerr << "path-filter: warning: " + std::string(problem) + "\n";
+                    });
+                    if (file && file->is_relative()) {
+                      const std::lock_guard lock(_mutex);
+                      _relative_excludes_file = file->native();
+                      file = root / *file;
+                    }
+                    return file;
+                  }}) {}
 
 std::optional<std::int64_t> Repository::size(std::string_view path) const {
   std::string file = scope.root.native();

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "program/settings.h"
+#include "utils/path_filter/index_limits.h"
 #include "utils/path_filter/index_scope.h"
 
 namespace program {
@@ -24,8 +25,10 @@ struct Place {
   std::filesystem::path root;
   /// The directory asked about, relative to the root; "" for the root.
   std::string below;
-  /// What stands before a path below that directory, as the user named it: nothing for ".",
-  /// or else the directory with a "/" at its end.
+  /// The same as the user named it.
+  std::string directory;
+  /// What stands before a path below that directory: nothing for ".", or else the directory as
+  /// the user named it, with a "/" at its end.
   std::string prefix;
 
   /// A path below that directory, relative to the root, as the user would name it.
@@ -44,16 +47,13 @@ class FileSizeError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The scope of a repository, with the limits of the settings, and git asked for
-/// core.excludesFile; and what is to be known of its files. Any number of threads may ask.
+/// The scope of the repository at a root, git asked for core.excludesFile; and what is to be
+/// known of its files. Any number of threads may ask.
 class Repository {
  public:
-  /// Throws UsageError as find_place and read_limits do.
-  explicit Repository(const Settings& settings);
+  Repository(const std::filesystem::path& top, std::optional<path_filter::IndexLimits> limits);
   Repository(const Repository&) = delete;
   Repository& operator=(const Repository&) = delete;
-
-  const Place place;
 
  private:
   // Of the ignore file that git names relative to the root, that name. Before the scope, which

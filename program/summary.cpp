@@ -62,10 +62,10 @@ struct Summary {
   int status = 0;
 };
 
-Summary count(const Repository& repository, const Settings& settings) {
+Summary count(const Repository& repository, const Place& place) {
   Summary summary;
   summary.status = survey(
-      repository, settings,
+      repository, place,
       {.on_file =
            [&](const SurveyedFile& file) {
              const Decision& decision = file.decision;
@@ -139,13 +139,14 @@ void print_json(Output& output, const Summary& summary) {
 }  // namespace
 
 int summarize(const SummaryOptions& options) {
-  const Repository repository(options.settings);
-  const Summary summary = count(repository, options.settings);
+  const Place place = find_place(options.settings.directory, options.settings.root);
+  const Repository repository(place.root, read_limits(options.settings));
+  const Summary summary = count(repository, place);
   Output output(options.color);
   if (options.json) {
     print_json(output, summary);
   } else {
-    print_text(output, summary, repository.place);
+    print_text(output, summary, place);
   }
   output.flush();
   return summary.status;

@@ -87,11 +87,10 @@ Count count_below(const IndexScope& scope, std::string_view directory, Progress&
 
 }  // namespace
 
-int survey(const Repository& repository, const Settings& settings, const SurveyHandlers& handlers) {
+int survey(const Repository& repository, const Place& place, const SurveyHandlers& handlers) {
   const IndexScope& scope = repository.scope;
-  const Place& place = repository.place;
   if (const auto excluded = repository.exclusion_of(place.below)) {
-    throw UsageError(printable(settings.directory) +
+    throw UsageError(printable(place.directory) +
                      " is left out: " + std::string(excluded->decision.reason()));
   }
   Progress progress;

@@ -49,13 +49,13 @@ struct SurveyHandlers {
   std::function<void(PrunedDirectory)> on_pruned;
 };
 
-/// Tells of all below the directory that the settings ask about, top-down and depth-first: a
+/// Tells of all below the directory asked about, top-down and depth-first: a
 /// directory's files and the pruned directories in it come before what its other directories
 /// hold. Below a pruned one links are not followed, and what cannot be read is not counted.
 /// How far it is stands on standard error when that is a terminal, as do the problems.
 /// Returns the exit status: 1 when there were some. Throws UsageError when the directory is
 /// left out itself.
-int survey(const Repository& repository, const Settings& settings, const SurveyHandlers& handlers);
+int survey(const Repository& repository, const Place& place, const SurveyHandlers& handlers);
 
 }  // namespace program
 
