@@ -250,7 +250,7 @@ class Generator {
   std::string one_of(const Texts& choices) { return choices[below(choices.size())]; }
 
   std::string name() {
-    std::string made(chance(40) ? 58 + below(10) : 0, 'a');  // about the longest indexed whole
+    std::string made(chance(40) ? 26 + below(10) : 0, 'a');  // about the longest indexed whole
     for (std::size_t count = 1 + below(3); count > 0; --count) {
       made += chance(60) ? std::string(1, static_cast<char>(1 + below(255))) : one_of(CHARACTERS);
     }
