@@ -78,21 +78,25 @@ class Lines {
     return !_output.closed();
   }
 
+  /// Of a path that is passed over.
   void complain(std::string_view path, std::string_view problem) {
-    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
-    fail(1);
+    fail(1, printable(path) + ": " + std::string(problem));
   }
 
-  /// Raises the exit status.
-  void fail(int status) {
-    const std::lock_guard lock(_mutex);
-    _status = std::max(_status, status);
-  }
+  /// Of a directory that cannot be asked about.
+  void refuse(const std::string& problem) { fail(2, problem); }
+
   int status() const { return _status; }
 
   std::atomic<bool> has_production = false;
 
  private:
+  void fail(int status, const std::string& problem) {
+    std::cerr << "path-filter: " + problem + "\n";
+    const std::lock_guard lock(_mutex);
+    _status = std::max(_status, status);
+  }
+
   std::mutex _mutex;  // of what follows
   Output _output;
   std::vector<Line> _kept;
@@ -308,8 +312,9 @@ int list(const ListOptions& options) {
       const auto known = repositories.try_emplace(place.root, place.root, limits).first;
       list(options, known->second, place, lines);
     } catch (const UsageError& error) {
-      std::cerr << "path-filter: " + std::string(error.what()) + "\n";
-      lines.fail(2);
+      lines.refuse(error.what());
+    } catch (const path_filter::DecodingError& error) {  // its ".git"
+      lines.refuse(printable(error.what()));
     }
   }
   lines.finish(options.sorted);
