@@ -302,13 +302,15 @@ void list(const ListOptions& options, const Repository& repository, const Place&
 }  // namespace
 
 int list(const ListOptions& options) {
+  const auto& root = options.settings.root;
+  if (root) find_place(*root, root);  // a wrong one is told once
   const auto limits = read_limits(options.settings);
   Lines lines(options.color);
   std::map<std::filesystem::path, Repository> repositories;  // by their roots
   for (const std::string& directory : options.directories) {
     if (!lines.is_read()) break;
     try {
-      const Place place = find_place(directory, options.settings.root);
+      const Place place = find_place(directory, root);
       const auto known = repositories.try_emplace(place.root, place.root, limits).first;
       list(options, known->second, place, lines);
     } catch (const UsageError& error) {
