@@ -72,7 +72,7 @@ class Lines {
     _output.flush();
   }
 
-  /// False when nobody reads any more.
+  /// Whether somebody still reads.
   bool is_read() {
     const std::lock_guard lock(_mutex);
     return !_output.closed();
