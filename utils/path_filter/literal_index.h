@@ -102,9 +102,7 @@ class LiteralIndex {
   /// Of each place.
   using Sizes = std::array<SizeBits, PLACES>;
 
-  static SizeBits& of(Sizes& sizes, Place place) {
-    return sizes[static_cast<std::size_t>(place)];
-  }
+  static SizeBits& of(Sizes& sizes, Place place) { return sizes[static_cast<std::size_t>(place)]; }
   static SizeBits of(const Sizes& sizes, Place place) {
     return sizes[static_cast<std::size_t>(place)];
   }
