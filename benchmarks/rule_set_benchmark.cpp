@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "benchmarks/benchmark_tree.h"
-#include "utils/path_filter/git_ignore.h"
+#include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace {
 

@@ -30,8 +30,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "utils/path_filter/test_code.h"
-#include "utils/path_filter/test_code_sql.h"
+#include "utils/path_filter/test_code/test_code.h"
+#include "utils/path_filter/test_code/test_code_sql.h"
 
 namespace {
 

@@ -17,11 +17,12 @@
 #include <tuple>
 
 #include "tests/temp_tree.h"
-#include "utils/path_filter/git_ignore.h"
-#include "utils/path_filter/index_scope.h"
-#include "utils/path_filter/internal/text.h"
-#include "utils/path_filter/logger.h"
-#include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/base/utf8.h"
+#include "utils/path_filter/git_ignore/git_ignore.h"
+#include "utils/path_filter/index_scope/index_scope.h"
+#include "utils/path_filter/path_rules/path_rules.h"
 
 namespace {
 

@@ -6,12 +6,13 @@
 #include <set>
 
 #include "tests/temp_tree.h"
-#include "utils/path_filter/ignore_files.h"
-#include "utils/path_filter/internal/text.h"
-#include "utils/path_filter/logger.h"
-#include "utils/path_filter/path_rules.h"
-#include "utils/path_filter/test_code.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/base/utf8.h"
+#include "utils/path_filter/git_ignore/ignore_files.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
+#include "utils/path_filter/path_rules/path_rules.h"
+#include "utils/path_filter/test_code/shell_glob.h"
+#include "utils/path_filter/test_code/test_code.h"
 
 namespace fs = std::filesystem;
 using namespace path_filter;

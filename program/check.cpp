@@ -2,12 +2,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <deque>
 #include <exception>
 #include <filesystem>
 #include <future>
-#include <iostream>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,8 +19,8 @@
 #include "program/input.h"
 #include "program/output.h"
 #include "program/repository.h"
-#include "utils/path_filter/internal/file_system.h"
-#include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/base/quoting.h"
 
 namespace program {
 
@@ -48,10 +46,11 @@ class DirectoriesOnDisk {
     if (above != _above) {
       close();
       // The root's path has no links any more.
-      const int code = path_filter::internal::open_directory_below(
+      const std::error_code error = path_filter::internal::open_directory_below(
           _root.native(), above, _opened, path_filter::internal::RootLinks::refuse);
-      if (code == EMFILE || code == ENFILE || code == ENOMEM) {
-        throw std::system_error(code, std::generic_category(), "cannot look at its directory");
+      if (error == std::errc::too_many_files_open || error == std::errc::not_enough_memory ||
+          error == std::errc::too_many_files_open_in_system) {
+        throw std::system_error(error, "cannot look at its directory");
       }
       _above = above;
     }
@@ -181,7 +180,7 @@ class Checker {
     for (const auto& [end, complaint] : _complaints) {
       output << std::string_view(_text).substr(printed, end - printed);
       output.flush();
-      std::cerr << complaint;
+      program::complain(complaint);
       printed = end;
     }
     output << std::string_view(_text).substr(printed);
@@ -198,7 +197,8 @@ class Checker {
   Explanation answer(const std::string& path) {
     const Repository& repository = _root.repository;
     if (!path.ends_with('/')) {
-      const path_filter::FileFacts facts{.size = repository.size_for_limits(path)};
+      path_filter::FileFacts facts;
+      if (repository.scope.limits) facts.size = repository.size(path);
       Explanation answer = _options.verbose
                                ? repository.explain(path, facts)
                                : Explanation{repository.scope.is_indexable(path, facts)};
@@ -210,7 +210,7 @@ class Checker {
       }
     }
     const std::string directory = path.substr(0, path.find_last_not_of('/') + 1);  // npos + 1 is 0
-    return repository.exclusion_of(directory).value_or(Explanation{Decision(true)});
+    return repository.exclusion_of_directory(directory).value_or(Explanation{Decision(true)});
   }
 
   void add(std::string_view path, std::string_view relative, const Explanation& explanation) {
@@ -251,8 +251,7 @@ class Checker {
       return;
     }
     _complaints.emplace_back(_text.size(),
-                             "path-filter: " + (path.empty() ? "''" : printable(path)) + ": " +
-                                 printable(problem) + "\n");
+                             (path.empty() ? "''" : printable(path)) + ": " + printable(problem));
   }
 
   const CheckOptions& _options;

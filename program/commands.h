@@ -10,7 +10,7 @@
 
 #include "program/output.h"
 #include "program/settings.h"
-#include "utils/path_filter/decision.h"
+#include "utils/path_filter/index_scope/decision.h"
 
 namespace program {
 

@@ -5,7 +5,8 @@
 #include <set>
 
 #include "utils/language_registry/catalog.h"
-#include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/test_code/shell_glob.h"
 
 namespace program {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "program/output.h"
-#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/index_scope/index_scope.h"
 
 namespace program {
 

@@ -5,11 +5,13 @@
 #include <cstddef>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <utility>
 #include <vector>
 
+#include "utils/path_filter/index_scope/tree_walk.h"
+
 namespace program {
+
+using path_filter::ScopeDirectory;
 
 /// The directories of a tree that wait to be listed, for threads that take one after the other
 /// and put in what they find. The newest is taken first: what waits stays as small as for one
@@ -18,16 +20,16 @@ namespace program {
 /// One lock for all of them is enough: a directory costs a hundred times what it is held for.
 class DirectoryQueue {
  public:
-  explicit DirectoryQueue(std::string first) : _waiting{std::move(first)} {}
+  explicit DirectoryQueue(ScopeDirectory first) : _waiting{first} {}
 
   /// A directory to list, or absent when there is none and no thread can find another. Waits
   /// while one may. The caller has finished the directory that it took before.
-  std::optional<std::string> take(bool has_finished_one) {
+  std::optional<ScopeDirectory> take(bool has_finished_one) {
     std::unique_lock lock(_mutex);
     if (has_finished_one && --_taken == 0 && _waiting.empty()) _changed.notify_all();
     _changed.wait(lock, [&] { return _stopped || !_waiting.empty() || _taken == 0; });
     if (_stopped || _waiting.empty()) return std::nullopt;
-    std::string directory = std::move(_waiting.back());
+    const ScopeDirectory directory = _waiting.back();
     _waiting.pop_back();
     ++_taken;
     return directory;
@@ -35,9 +37,9 @@ class DirectoryQueue {
 
   /// Adds directories that are below the one that the caller has taken; the last is taken first.
   /// False when no more are to be listed.
-  bool add(std::vector<std::string>&& directories) {
+  bool add(const std::vector<ScopeDirectory>& directories) {
     const std::lock_guard lock(_mutex);
-    for (std::string& directory : directories) _waiting.push_back(std::move(directory));
+    _waiting.insert(_waiting.end(), directories.begin(), directories.end());
     if (!directories.empty()) _changed.notify_all();
     return !_stopped;
   }
@@ -52,7 +54,7 @@ class DirectoryQueue {
  private:
   std::mutex _mutex;
   std::condition_variable _changed;
-  std::vector<std::string> _waiting;
+  std::vector<ScopeDirectory> _waiting;
   std::size_t _taken = 0;  // and not finished
   bool _stopped = false;
 };

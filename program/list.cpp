@@ -2,7 +2,6 @@
 #include <atomic>
 #include <exception>
 #include <filesystem>
-#include <iostream>
 #include <iterator>
 #include <map>
 #include <mutex>
@@ -19,8 +18,8 @@
 #include "program/directory_queue.h"
 #include "program/output.h"
 #include "program/repository.h"
-#include "utils/path_filter/test_code.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/test_code/test_code.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 namespace program {
 
@@ -92,7 +91,7 @@ class Lines {
 
  private:
   void fail(int status, const std::string& problem) {
-    std::cerr << "path-filter: " + problem + "\n";
+    program::complain(problem);
     const std::lock_guard lock(_mutex);
     _status = std::max(_status, status);
   }
@@ -105,9 +104,9 @@ class Lines {
 };
 
 /// Finds and prints what the options ask for in one place, on one thread.
-class Lister {
+class TreePrinter {
  public:
-  Lister(const ListOptions& options, const Repository& repository, const Place& place, Lines& lines)
+  TreePrinter(const ListOptions& options, const Repository& repository, const Place& place, Lines& lines)
       : _options(options),
         _repository(repository),
         _place(place),
@@ -117,15 +116,15 @@ class Lister {
             [this](const std::filesystem::filesystem_error& error) {
               _lines.complain(_place.shown(error), error.code().message());
             },
-            [this](std::string_view rel_dir, Exclusion kind) { print_pruned(rel_dir, kind); }) {}
+            [this](ScopeDirectory, std::string_view rel_dir, Exclusion kind) {
+              print_pruned(rel_dir, kind);
+            }) {}
 
   /// Lists the directories of the queue, and puts into it what is below them.
   void run(DirectoryQueue& queue) {
-    std::optional<std::string> directory = queue.take(false);
-    while (directory) {
-      std::optional<std::string> next = visit(*directory, queue);
-      if (!next) next = queue.take(true);
-      directory.swap(next);
+    for (auto directory = queue.take(false); directory;) {
+      directory = visit(*directory, queue);
+      if (!directory) directory = queue.take(true);
     }
     flush(0);
     // Kept until the end, or until somebody finds a file that is none.
@@ -138,8 +137,8 @@ class Lister {
     if (wants(explanation.decision)) {
       print(_place.below + '/', explanation);
     } else if (!_options.excluded) {
-      std::cerr << "path-filter: " + printable(_place.directory) + ": " +
-                       std::string(explanation.decision.reason()) + "\n";
+      program::complain(printable(_place.directory) + ": " +
+                        std::string(explanation.decision.reason()));
     }
     flush(0);
     _lines.keep(std::move(_sorted));
@@ -150,15 +149,13 @@ class Lister {
 
   /// Prints the files of a directory. Of its subdirectories the first is this thread's own, which
   /// has the way to it open; the others go into the queue.
-  std::optional<std::string> visit(const std::string& directory, DirectoryQueue& queue) {
-    std::optional<std::string> first;
-    std::vector<std::string> others;
-    if (_files.list(directory)) {
-      first = _files.next_directory();
-      while (auto next = _files.next_directory()) others.push_back(std::move(*next));
-    }
+  std::optional<ScopeDirectory> visit(ScopeDirectory directory, DirectoryQueue& queue) {
+    std::vector<ScopeDirectory> others;
+    _files.list(directory);
+    const auto first = _files.next_directory();
+    while (const auto next = _files.next_directory()) others.push_back(*next);
     std::ranges::reverse(others);
-    const bool goes_on = queue.add(std::move(others));
+    const bool goes_on = queue.add(others);
     while (const std::string* path = _files.next_file()) print_file(*path);
     if (flush(BUFFER_BYTES) && goes_on) return first;
     queue.stop();
@@ -174,10 +171,10 @@ class Lister {
 
   /// All that a directory holds is left out with it: one line names it.
   void print_pruned(std::string_view rel_dir, Exclusion kind) {
-    Explanation explanation{path_filter::_excluded(kind)};
+    Explanation explanation{path_filter::Decision::excluded(kind)};
     if (!wants(explanation.decision)) return;
     if (_options.verbose) {
-      explanation = _repository.exclusion_of(std::string(rel_dir)).value_or(explanation);
+      explanation = _repository.exclusion_of_directory(std::string(rel_dir)).value_or(explanation);
     }
     print(std::string(rel_dir) + '/', explanation);
   }
@@ -186,7 +183,12 @@ class Lister {
     // The next program in a pipe would wait for a FIFO.
     if (!_files.is_regular_file()) return;
     try {
-      const path_filter::FileFacts facts{.size = _repository.size_for_limits(path)};
+      path_filter::FileFacts facts;
+      std::error_code error;
+      if (_repository.scope.limits) facts.size = _files.file_size(error);
+      if (error && !is_absence(error)) {
+        return _lines.complain(_place.shown(path), unknown_size(error));
+      }
       Explanation explanation{_files.decide(facts)};
       if (!wants(explanation.decision)) return;
       if (_options.verbose) {
@@ -206,8 +208,6 @@ class Lister {
       }
       print(path, explanation);
     } catch (const std::invalid_argument& error) {
-      _lines.complain(_place.shown(path), error.what());
-    } catch (const FileSizeError& error) {
       _lines.complain(_place.shown(path), error.what());
     }
   }
@@ -272,16 +272,16 @@ class Lister {
 /// Lists one place.
 void list(const ListOptions& options, const Repository& repository, const Place& place,
           Lines& lines) {
-  if (const auto excluded = repository.exclusion_of(place.below)) {
-    Lister(options, repository, place, lines).print_excluded(*excluded);
+  if (const auto excluded = repository.exclusion_of_directory(place.below)) {
+    TreePrinter(options, repository, place, lines).print_excluded(*excluded);
     return;
   }
-  DirectoryQueue queue(place.below);
+  DirectoryQueue queue(ScopeDirectory(repository.scope, place.below));
   std::exception_ptr failure;
   std::mutex failing;
   const auto run = [&] {
     try {
-      Lister(options, repository, place, lines).run(queue);
+      TreePrinter(options, repository, place, lines).run(queue);
     } catch (...) {
       const std::lock_guard lock(failing);
       failure = std::current_exception();

@@ -16,8 +16,8 @@
 
 #include "program/commands.h"
 #include "program/suggestion.h"
-#include "utils/path_filter/internal/text.h"
-#include "utils/path_filter/logger.h"
+#include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/base/quoting.h"
 
 namespace {
 
@@ -372,15 +372,15 @@ int main(int argc, char** argv) {
   // A closed pipe is seen where the output is written.
   std::signal(SIGPIPE, SIG_IGN);
   path_filter::logger->set_sink([](const path_filter::Warning& warning) {
-    std::cerr << "path-filter: warning: " + warning.message() + "\n";
+    program::warn(warning.message());
   });
   try {
     return run(argc, argv);
   } catch (const UsageError& error) {
-    std::cerr << "path-filter: " + std::string(error.what()) + "\n";
+    program::complain(error.what());
     return USAGE_STATUS;
   } catch (const std::exception& error) {
-    std::cerr << "path-filter: " + printable(error.what()) + "\n";
+    program::complain(printable(error.what()));
     return USAGE_STATUS;
   }
 }

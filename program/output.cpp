@@ -8,9 +8,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <system_error>
 
-#include "utils/path_filter/test_code.h"
+#include "utils/path_filter/base/utf8.h"
+#include "utils/path_filter/base/words.h"
+#include "utils/path_filter/test_code/test_code.h"
 
 namespace program {
 
@@ -22,6 +25,27 @@ std::string_view variable(const char* name) {
 }
 
 }  // namespace
+
+void complain(std::string_view problem) {
+  std::cerr << "path-filter: " + std::string(problem) + "\n";
+}
+
+void warn(std::string_view problem) { complain("warning: " + std::string(problem)); }
+
+bool write_all(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {  // another process made it so
+      pollfd writable{descriptor, POLLOUT, 0};
+      ::poll(&writable, 1, -1);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
 
 bool is_dumb_terminal() { return variable("TERM") == "dumb"; }
 
@@ -39,23 +63,12 @@ std::string Output::styled(Style style, std::string_view text) const {
 }
 
 void Output::flush() {
-  std::string_view rest = _buffer;
-  while (!rest.empty() && !_closed) {
-    const ssize_t written = ::write(STDOUT_FILENO, rest.data(), rest.size());
-    if (written >= 0) {
-      rest.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EPIPE) {
-      _closed = true;
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {  // another process made it so
-      pollfd writable{STDOUT_FILENO, POLLOUT, 0};
-      ::poll(&writable, 1, -1);
-    } else if (errno != EINTR) {
-      const int code = errno;
-      _buffer.clear();
-      throw std::system_error(code, std::generic_category(), "cannot write the output");
-    }
-  }
+  const bool written = _closed || write_all(STDOUT_FILENO, _buffer);
+  const int code = errno;
   _buffer.clear();
+  if (written) return;
+  if (code != EPIPE) throw std::system_error(code, std::generic_category(), "cannot write the output");
+  _closed = true;
 }
 
 std::string column(std::string_view text) {

@@ -10,10 +10,18 @@
 #include <string>
 #include <string_view>
 
-#include "utils/path_filter/index_scope.h"
-#include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/index_scope/index_scope.h"
 
 namespace program {
+
+/// Prints a problem on standard error, as one line in one write, named as this program's.
+void complain(std::string_view problem);
+void warn(std::string_view problem);
+
+/// Writes all of `text`; waits where the descriptor does not. False, with the reason in errno, when
+/// that cannot be done.
+bool write_all(int descriptor, std::string_view text);
 
 /// Whether the terminal, if there is one, can only print lines.
 bool is_dumb_terminal();

@@ -21,7 +21,7 @@
 #include "program/report/tree.h"
 #include "program/repository.h"
 #include "program/survey.h"
-#include "utils/path_filter/internal/file_system.h"
+#include "utils/path_filter/base/file_system.h"
 
 namespace program {
 
@@ -105,17 +105,6 @@ std::system_error failure(const std::string& file) {
   return {errno, std::generic_category(), "cannot write " + printable(file)};
 }
 
-void write_all(int descriptor, std::string_view text, const std::string& file) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno != EINTR) {
-      throw failure(file);
-    }
-  }
-}
-
 /// Writes `text` to a file that is there whole or as it was before; into what is no regular
 /// file, a device or a pipe, as it is. Throws std::system_error.
 void write_file(const std::string& file, std::string_view text) {
@@ -125,7 +114,8 @@ void write_file(const std::string& file, std::string_view text) {
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
     const FileDescriptor opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
     if (!opened.is_open()) throw failure(file);
-    return write_all(opened.number(), text, file);
+    if (!write_all(opened.number(), text)) throw failure(file);
+    return;
   }
   // A link stays one: what it leads to is written.
   const auto resolved = std::filesystem::weakly_canonical(file, unknown);
@@ -135,8 +125,10 @@ void write_file(const std::string& file, std::string_view text) {
       ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!opened.is_open()) throw failure(file);
   try {
-    write_all(opened.number(), text, file);
-    if (std::rename(unfinished.c_str(), target.c_str()) != 0) throw failure(file);
+    if (!write_all(opened.number(), text) ||
+        std::rename(unfinished.c_str(), target.c_str()) != 0) {
+      throw failure(file);
+    }
   } catch (...) {
     ::unlink(unfinished.c_str());
     throw;
@@ -154,7 +146,7 @@ std::string decider_of(const SurveyedFile& file, const Repository& repository) {
 
 std::string decider_of(const PrunedDirectory& directory, const Repository& repository) {
   if (directory.kind != Exclusion::gitignore) return "";
-  const auto excluded = repository.exclusion_of(directory.path);
+  const auto excluded = repository.exclusion_of_directory(directory.path);
   return excluded && excluded->rule ? decider(*excluded, directory.path, repository.scope) : "";
 }
 

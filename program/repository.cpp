@@ -1,15 +1,14 @@
 #include "program/repository.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <iostream>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 #include <variant>
 
 #include "program/output.h"
 #include "utils/git_config/git_config.h"
-#include "utils/path_filter/internal/file_system.h"
+#include "utils/path_filter/base/file_system.h"
 
 namespace program {
 
@@ -75,12 +74,22 @@ std::string Place::shown(const std::filesystem::filesystem_error& error) const {
   return shown(IndexScope(root).relative(error.path1()).value_or(""));
 }
 
+bool is_absence(std::error_code error) {
+  return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
+         error == std::errc::too_many_symbolic_link_levels ||
+         error == std::errc::filename_too_long;  // of one component: no file has that name
+}
+
+std::string unknown_size(std::error_code error) {
+  return "cannot tell its size: " + path_filter::internal::message(error);
+}
+
 Repository::Repository(const std::filesystem::path& top,
                        std::optional<path_filter::IndexLimits> limits)
     : scope(top, {.limits = std::move(limits),
                   .excludes_file = [this](const std::filesystem::path& root) {
                     auto file = git_config::excludes_file(root, [](std::string_view problem) {
-                      std::cerr << "path-filter: warning: " + std::string(problem) + "\n";
+                      warn(problem);
                     });
                     if (file && file->is_relative()) {
                       const std::lock_guard lock(_mutex);
@@ -96,21 +105,9 @@ std::optional<std::int64_t> Repository::size(std::string_view path) const {
   file += path;
   const auto size = path_filter::internal::file_size(file);
   if (const auto* bytes = std::get_if<std::int64_t>(&size)) return *bytes;
-  const auto& error = std::get<path_filter::internal::ReadError>(size);
-  switch (error.code) {
-    case ENOENT:
-    case ENOTDIR:
-    case ELOOP:
-    case ENAMETOOLONG:  // of one component: no file has that name
-      return std::nullopt;
-    default:
-      throw FileSizeError("cannot tell its size: " + error.message);
-  }
-}
-
-std::optional<std::int64_t> Repository::size_for_limits(std::string_view path) const {
-  if (!scope.limits) return std::nullopt;
-  return size(path);
+  const auto& error = std::get<std::error_code>(size);
+  if (is_absence(error)) return std::nullopt;
+  throw std::runtime_error(unknown_size(error));
 }
 
 Explanation Repository::explain(std::string_view path, path_filter::FileFacts facts) const {
@@ -123,11 +120,11 @@ Explanation Repository::explain(std::string_view path, path_filter::FileFacts fa
   return explanation;
 }
 
-std::optional<Explanation> Repository::exclusion_of(const std::string& rel_dir) const {
+std::optional<Explanation> Repository::exclusion_of_directory(const std::string& rel_dir) const {
   if (scope.admits_directory(rel_dir)) return std::nullopt;
   // What leaves out a file of a known language in it is the rule for the directory.
   Explanation explanation = explain(rel_dir + "/a.c", {});
-  explanation.decision = path_filter::_excluded(*explanation.decision.kind());
+  explanation.decision = path_filter::Decision::excluded(*explanation.decision.kind());
   return explanation;
 }
 

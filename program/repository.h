@@ -7,13 +7,13 @@
 #include <filesystem>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "program/settings.h"
-#include "utils/path_filter/index_limits.h"
-#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/index_scope/index_limits.h"
+#include "utils/path_filter/index_scope/index_scope.h"
 
 namespace program {
 
@@ -42,10 +42,11 @@ struct Place {
 /// below the other.
 Place find_place(const std::string& directory, const std::optional<std::string>& root);
 
-/// The size of a file could not be had; the text says why.
-class FileSizeError : public std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+/// Whether a size could not be told because there is no such file.
+bool is_absence(std::error_code error);
+
+/// The problem with a file whose size cannot be told for another reason.
+std::string unknown_size(std::error_code error);
 
 /// The scope of the repository at a root, git asked for core.excludesFile; and what is to be
 /// known of its files. Any number of threads may ask.
@@ -65,18 +66,15 @@ class Repository {
   const path_filter::IndexScope scope;
 
   /// The size in bytes of the file at `path` below the root; absent when there is none. Throws
-  /// FileSizeError when that cannot be told.
+  /// std::runtime_error when that cannot be told.
   std::optional<std::int64_t> size(std::string_view path) const;
-
-  /// The same when there are limits, absent without looking when there are none.
-  std::optional<std::int64_t> size_for_limits(std::string_view path) const;
 
   /// What the scope says of the file at `path`, with the ignore files named as git names them.
   path_filter::Explanation explain(std::string_view path, path_filter::FileFacts facts) const;
 
   /// Why a walk does not go into the directory at `rel_dir`, and what decided; absent when it
   /// does.
-  std::optional<path_filter::Explanation> exclusion_of(const std::string& rel_dir) const;
+  std::optional<path_filter::Explanation> exclusion_of_directory(const std::string& rel_dir) const;
 };
 
 }  // namespace program

@@ -6,43 +6,57 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <iostream>
 #include <sstream>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "program/output.h"
 #include "program/suggestion.h"
 #include "utils/language_registry/language_registry.h"
-#include "utils/path_filter/internal/file_system.h"
-#include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/base/quoting.h"
 
 namespace program {
 
 using path_filter::ConfigValue;
 using path_filter::IndexConfig;
 using path_filter::IndexLimits;
-using path_filter::internal::printable;
 
 namespace {
+
+/// The value as the file writes it, on one line.
+std::string source_of(const toml::node& node) {
+  std::ostringstream source;
+  node.visit([&](const auto& value) { source << value; });
+  return printable(source.str());
+}
 
 ConfigValue value_of(const toml::node& node) {
   if (const auto* text = node.as_string()) return {text->get()};
   if (const auto* number = node.as_integer()) return {number->get()};
   if (const auto* number = node.as_floating_point()) return {number->get()};
-  if (const auto* flag = node.as_boolean()) return {flag->get()};
-  if (const auto* array = node.as_array()) {
-    ConfigValue::List list;
-    for (const toml::node& entry : *array) list.push_back(value_of(entry));
-    return {std::move(list)};
-  }
-  std::ostringstream literal;
-  node.visit([&](const auto& value) { literal << value; });
-  return {ConfigValue::Other{printable(literal.str())}};
+  if (const auto* flag = node.as_boolean()) return {std::int64_t{flag->get()}};
+  return {ConfigValue::Other{source_of(node)}};
 }
 
-void warn(const std::string& file, const std::string& problem) {
-  std::cerr << "path-filter: warning: " + printable(file) + ": " + problem + "\n";
+std::vector<std::string> names_in(const toml::node& languages, const std::string& file) {
+  std::vector<std::string> names;
+  if (const auto* text = languages.as_string(); text != nullptr && text->get().empty()) return names;
+  const auto* list = languages.as_array();
+  const auto is_list = [](const toml::node& node) { return node.is_array(); };
+  if (list == nullptr || std::ranges::any_of(*list, is_list)) {
+    throw UsageError(printable(file) + ": index.languages=" + source_of(languages) +
+                     " is not a list of language names");
+  }
+  for (const toml::node& name : *list) {
+    names.push_back(name.is_string() ? name.as_string()->get() : source_of(name));
+  }
+  return names;
+}
+
+void warn_of(const std::string& file, const std::string& problem) {
+  warn(printable(file) + ": " + problem);
 }
 
 /// What --max-file-size-mb says, in MiB.
@@ -73,8 +87,9 @@ IndexConfig read_config(const std::string& file) {
   constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
   const auto content = path_filter::internal::read_file(
       file, path_filter::internal::LastLink::follow, MAX_CONFIG_BYTES);
-  if (const auto* error = std::get_if<path_filter::internal::ReadError>(&content)) {
-    throw UsageError("cannot read the configuration " + printable(file) + ": " + error->message);
+  if (const auto* error = std::get_if<std::error_code>(&content)) {
+    throw UsageError("cannot read the configuration " + printable(file) + ": " +
+                     path_filter::internal::message(*error));
   }
   toml::table table;
   try {
@@ -96,13 +111,13 @@ IndexConfig read_config(const std::string& file) {
     const std::string_view name = key.str();
     if (std::ranges::find(KEYS, name) != KEYS.end()) continue;
     if (const auto suggestion = nearest(name, KEYS)) {
-      warn(file, "[index] has no key '" + printable(name) + "'" + did_you_mean(suggestion));
+      warn_of(file, "[index] has no key '" + printable(name) + "'" + did_you_mean(suggestion));
     }
   }
   // What the file leaves out has its default.
-  IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, ConfigValue{}};
+  IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, {{}}};
   if (const auto* node = index->get("max_file_size_mb")) config.max_file_size_mb = value_of(*node);
-  if (const auto* node = index->get("languages")) config.languages = value_of(*node);
+  if (const auto* node = index->get("languages")) config.languages = names_in(*node, file);
   return config;
 }
 
@@ -121,32 +136,26 @@ std::optional<IndexLimits> read_limits(const Settings& settings) {
   if (!settings.config && !settings.max_file_size_mb && !settings.languages) {
     return std::nullopt;
   }
-  IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, ConfigValue{}};
+  IndexConfig config{ConfigValue{path_filter::DEFAULT_MAX_FILE_SIZE_MB}, {{}}};
   if (settings.config) config = read_config(*settings.config);
   if (settings.max_file_size_mb) {
     config.max_file_size_mb = ConfigValue{megabytes(*settings.max_file_size_mb)};
   }
   if (settings.languages) {
-    ConfigValue::List names;
-    for (const std::string& name : split_at_commas(*settings.languages)) {
+    config.languages = split_at_commas(*settings.languages);
+    for (const std::string& name : *config.languages) {
       if (const auto problem = unknown_language(name)) {
         throw UsageError("--languages: " + *problem);
       }
-      names.push_back({name});
     }
-    config.languages = ConfigValue{std::move(names)};
   }
-  try {
-    IndexLimits limits = IndexLimits::from_config(config);
-    if (limits.languages() && !settings.languages) {
-      for (const std::string& name : *limits.languages()) {
-        if (const auto problem = unknown_language(name)) warn(*settings.config, *problem);
-      }
+  IndexLimits limits = IndexLimits::from_config(config);
+  if (limits.languages() && !settings.languages) {
+    for (const std::string& name : *limits.languages()) {
+      if (const auto problem = unknown_language(name)) warn_of(*settings.config, *problem);
     }
-    return limits;
-  } catch (const std::invalid_argument& error) {
-    throw UsageError((settings.config ? printable(*settings.config) + ": " : "") + error.what());
   }
+  return limits;
 }
 
 }  // namespace program

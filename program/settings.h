@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "utils/path_filter/index_limits.h"
+#include "utils/path_filter/index_scope/index_limits.h"
 
 namespace program {
 

@@ -5,7 +5,7 @@
 
 #include "utils/language_registry/catalog.h"
 #include "utils/language_registry/language_registry.h"
-#include "utils/path_filter/internal/text.h"
+#include "utils/path_filter/base/utf8.h"
 
 namespace program {
 namespace {

@@ -1,26 +1,27 @@
 #include "program/survey.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "program/output.h"
-#include "utils/path_filter/internal/file_system.h"
-#include "utils/path_filter/test_code.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/test_code/test_code.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 namespace program {
 
 using path_filter::Decision;
 using path_filter::Exclusion;
 using path_filter::IndexScope;
+using path_filter::ScopeDirectory;
 
 namespace {
 
@@ -50,46 +51,11 @@ class Progress {
   std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();
 };
 
-/// Counts all that lies below a directory that the walk leaves out.
-Count count_below(const IndexScope& scope, std::string_view directory, Progress& progress) {
-  struct Pending {
-    std::size_t prefix;  // of the path to the directory that holds it
-    std::string name;
-  };
-  Count count;
-  std::string path;
-  path_filter::internal::Listing listing;
-  std::vector<Pending> pending{{0, std::string(directory)}};
-  while (!pending.empty()) {
-    path.replace(pending.back().prefix, std::string::npos, pending.back().name);
-    pending.pop_back();
-    path_filter::internal::FileDescriptor opened;
-    if (path_filter::internal::open_directory_below(scope.root.native(), path, opened) != 0 ||
-        listing.read(opened) != 0) {
-      continue;
-    }
-    path += '/';
-    for (std::size_t index = 0; index < listing.size(); ++index) {
-      const auto entry = listing[index];
-      std::string name(entry.name);
-      if (entry.is_directory && !entry.is_link) {
-        pending.push_back({path.size(), std::move(name)});
-        continue;
-      }
-      struct stat status {};
-      if (::fstatat(opened.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-      count.add(static_cast<std::size_t>(status.st_size));
-      progress.step();
-    }
-  }
-  return count;
-}
-
 }  // namespace
 
 int survey(const Repository& repository, const Place& place, const SurveyHandlers& handlers) {
   const IndexScope& scope = repository.scope;
-  if (const auto excluded = repository.exclusion_of(place.below)) {
+  if (const auto excluded = repository.exclusion_of_directory(place.below)) {
     throw UsageError(printable(place.directory) +
                      " is left out: " + std::string(excluded->decision.reason()));
   }
@@ -97,30 +63,62 @@ int survey(const Repository& repository, const Place& place, const SurveyHandler
   int status = 0;
   const auto complain = [&](std::string_view path, std::string_view problem) {
     progress.clear();
-    std::cerr << "path-filter: " + printable(path) + ": " + std::string(problem) + "\n";
+    program::complain(printable(path) + ": " + std::string(problem));
     status = 1;
   };
-  path_filter::Walk walk = scope.walk(
+  std::vector<ScopeDirectory> pending{ScopeDirectory(scope, place.below)};  // the next one last
+  std::vector<std::pair<ScopeDirectory, PrunedDirectory>> pruned;           // in the one listed
+  path_filter::DirectoryLister lister(
+      scope,
       [&](const std::filesystem::filesystem_error& error) {
         complain(place.shown(error), error.code().message());
       },
-      {.on_pruned =
-           [&](std::string_view rel_dir, Exclusion kind) {
-             handlers.on_pruned(
-                 {std::string(rel_dir), kind, count_below(scope, rel_dir, progress)});
-           },
-       .below = place.below});
-  for (const std::string& path : walk) {
-    progress.step();
-    if (!walk.is_regular_file()) continue;  // as `list` has it
-    try {
-      const auto size = repository.size(path);
-      const Decision decision = walk.decide({.size = size});
-      handlers.on_file({path, size, decision, decision && path_filter::is_test_path(path)});
-    } catch (const std::invalid_argument& error) {
-      complain(place.shown(path), error.what());
-    } catch (const FileSizeError& error) {
-      complain(place.shown(path), error.what());
+      [&](ScopeDirectory directory, std::string_view rel_dir, Exclusion kind) {
+        pruned.push_back({directory, {std::string(rel_dir), kind, {}}});
+      });
+  const auto add_subdirectories = [&] {
+    const auto added = pending.size();
+    while (const auto below = lister.next_directory()) pending.push_back(*below);
+    std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(added), pending.end());
+  };
+  const auto count_below = [&](ScopeDirectory directory, Count& count) {
+    const auto base = pending.size();
+    for (pending.push_back(directory); pending.size() > base;) {
+      const ScopeDirectory listed = pending.back();
+      pending.pop_back();
+      if (!lister.list_unjudged(listed)) continue;
+      add_subdirectories();
+      while (lister.next_file() != nullptr) {
+        progress.step();
+        std::error_code error;
+        if (const auto size = lister.file_size(error)) count.add(static_cast<std::size_t>(*size));
+      }
+    }
+  };
+  while (!pending.empty()) {
+    const ScopeDirectory listed = pending.back();
+    pending.pop_back();
+    lister.list(listed);
+    add_subdirectories();
+    while (const std::string* path = lister.next_file()) {
+      progress.step();
+      if (!lister.is_regular_file()) continue;  // as `list` has it
+      std::error_code error;
+      const auto size = lister.file_size(error);
+      if (error && !is_absence(error)) {
+        complain(place.shown(*path), unknown_size(error));
+        continue;
+      }
+      try {
+        const Decision decision = lister.decide({.size = size});
+        handlers.on_file({*path, size, decision, decision && path_filter::is_test_path(*path)});
+      } catch (const std::invalid_argument& problem) {
+        complain(place.shown(*path), problem.what());
+      }
+    }
+    for (auto& [directory, counted] : std::exchange(pruned, {})) {
+      count_below(directory, counted.count);
+      handlers.on_pruned(std::move(counted));
     }
   }
   return status;

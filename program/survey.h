@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "program/repository.h"
-#include "utils/path_filter/decision.h"
+#include "utils/path_filter/index_scope/decision.h"
 
 namespace program {
 

@@ -15,7 +15,7 @@ for road in "linux x86_64-linux-musl" "linux aarch64-linux-musl" "posix x86_64-l
   flags="-target ${road#* }"
   [ "${road% *}" = linux ] || flags="$flags -DPATH_FILTER_POSIX_ONLY"
   for source in $(git ls-files 'utils/*.cpp' ':!utils/*_sql.cpp' ':!utils/*/platform_*') \
-    "utils/path_filter/internal/platform_${road% *}.cpp"; do
+    "utils/path_filter/base/platform_${road% *}.cpp"; do
     # shellcheck disable=SC2086 # several
     "$out/venv/bin/python" -m ziglang c++ $flags -std=c++20 -O1 -Wall -Wextra -c "$source" -I. \
       -isystem "$out/include" -o "$out/object.o"

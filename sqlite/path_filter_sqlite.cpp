@@ -1,5 +1,5 @@
 // The loadable SQLite extension path_filter_sqlite.so. It gives the connection that loads
-// it the SQL function brelo_is_test_path (see utils/path_filter/test_code_sql.h), answered
+// it the SQL function brelo_is_test_path (see utils/path_filter/test_code/test_code_sql.h), answered
 // by the default language registry, which is part of the extension.
 //
 //   sqlite> .load ./path_filter_sqlite
@@ -13,7 +13,7 @@
 #include <exception>
 #include <mutex>
 
-#include "utils/path_filter/test_code_sql.h"
+#include "utils/path_filter/test_code/test_code_sql.h"
 
 SQLITE_EXTENSION_INIT1
 

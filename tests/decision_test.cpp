@@ -1,4 +1,7 @@
-#include "utils/path_filter/decision.h"
+#include "tests/support.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/index_scope/decision.h"
+#include "utils/path_filter/index_scope/index_limits.h"
 
 #include <gtest/gtest.h>
 
@@ -6,9 +9,6 @@
 #include <cstdint>
 #include <string>
 
-#include "tests/support.h"
-#include "utils/path_filter/index_limits.h"
-#include "utils/path_filter/internal/text.h"
 
 namespace path_filter {
 namespace {
@@ -20,7 +20,7 @@ TEST(Decision, Values) {
   const Decision in{true}, out{false, Exclusion::size, "big", "python"};
   EXPECT_TRUE(in && in.indexable() && !out);
   EXPECT_NE(out, (Decision{false, Exclusion::size, "big"}));
-  const Decision fixed = _excluded(Exclusion::lockfile, "json");
+  const Decision fixed = Decision::excluded(Exclusion::lockfile, "json");
   Decision changed = in;
   changed = Decision{false, Exclusion::lockfile, "a dependency lock", "json"};
   EXPECT_EQ(changed, fixed);
@@ -45,23 +45,23 @@ TEST(Decision, RelativePosix) {
 
 using Int = std::int64_t;
 ConfigValue text(const char* value) { return {std::string(value)}; }
-ConfigValue list(ConfigValue::List entries) { return {std::move(entries)}; }
 
 TEST(IndexLimits, Sizes) {
   const auto limit = [](const ConfigValue& size) -> Int {
-    return IndexLimits::from_config({size, ConfigValue{}}).max_file_bytes();
+    return IndexLimits::from_config({size, {{}}}).max_file_bytes();
   };
   const CapturedLog log;
-  EXPECT_TRUE(limit({Int{10}}) == 10485760 && limit({0.5}) == 524288 && limit({true}) == 1048576);
+  EXPECT_TRUE(limit({Int{10}}) == 10485760 && limit({0.5}) == 524288 && limit({Int{1}}) == 1048576);
   EXPECT_TRUE(limit(text(" \t+1.5e0\n")) == 1572864 && limit({1.0000001}) == 1048576);
   EXPECT_TRUE(limit({1 / 1048576.0}) == 1 && limit({1e300}) == INT64_MAX);
   std::string warnings;
   using Row = std::pair<ConfigValue, std::string>;
   for (const auto& [size, literal] :
-       {Row{{}, "None"}, Row{{false}, "False"}, Row{{Int{-1}}, "-1"}, Row{{-1.0}, "-1.0"},
-        Row{{1e-7}, "1e-07"}, Row{{INFINITY}, "inf"}, Row{{NAN}, "nan"}, Row{{1e308}, "1e+308"},
+       {Row{{}, "None"}, Row{{Int{-1}}, "-1"}, Row{{-1.0}, "-1.0"}, Row{{1e-7}, "1e-07"},
+        Row{{-1e5}, "-100000.0"}, Row{{-0.0001}, "-0.0001"}, Row{{-1e15}, "-1000000000000000.0"},
+        Row{{-1e16}, "-1e+16"}, Row{{INFINITY}, "inf"}, Row{{NAN}, "nan"}, Row{{1e308}, "1e+308"},
         Row{text("ten"), "'ten'"}, Row{text("1e999"), "'1e999'"}, Row{text("+-1"), "'+-1'"},
-        Row{text("2x"), "'2x'"}, Row{list({text("a"), {true}}), "['a', True]"}}) {
+        Row{text("2x"), "'2x'"}, Row{{ConfigValue::Other{"[1]"}}, "[1]"}}) {
     EXPECT_EQ(limit(size), 10485760) << literal;
     warnings += "index.max_file_size_mb=" + literal + " is not a positive number; using 10\n";
   }
@@ -69,16 +69,15 @@ TEST(IndexLimits, Sizes) {
 }
 
 TEST(IndexLimits, Languages) {
-  const auto languages = [](std::optional<ConfigValue> value) {
-    return IndexLimits::from_config({text("1"), std::move(value)}).languages();
+  const auto languages = [](std::optional<std::vector<std::string>> names) {
+    return IndexLimits::from_config({text("1"), std::move(names)}).languages();
   };
-  const auto both = languages(list({text("typescript"), text("typescript")}));
+  const auto both = languages({{"typescript", "typescript"}});
   EXPECT_EQ(both, (LanguageSet{"tsx", "typescript"}));
-  EXPECT_EQ(languages(list({text("TypeScript"), {Int{3}}})), (LanguageSet{"3", "TypeScript"}));
-  for (const ConfigValue& empty : {ConfigValue{}, list({})}) EXPECT_FALSE(languages(empty));
-  for (const auto& wrong : {std::optional(text("python")), {list({list({})})}, {std::nullopt}})
-    EXPECT_THROW(languages(wrong), std::invalid_argument);
-  EXPECT_THROW(IndexLimits::from_config({std::nullopt, ConfigValue{}}), std::invalid_argument);
+  EXPECT_EQ(languages({{"TypeScript", "3"}}), (LanguageSet{"3", "TypeScript"}));
+  EXPECT_FALSE(languages({{}}));
+  EXPECT_THROW(languages(std::nullopt), std::invalid_argument);
+  EXPECT_THROW(IndexLimits::from_config({std::nullopt, {{}}}), std::invalid_argument);
 
   const IndexLimits some{1, both}, none{1, LanguageSet{}}, all{1, std::nullopt};
   EXPECT_TRUE(some.allows("tsx") && !some.allows("python") && !some.allows("markdown"));

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "tests/support.h"
-#include "utils/path_filter/index_scope.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/index_scope/index_scope.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 /// How many allocations this thread is granted before one fails; negative: all.
 static thread_local int allocations_left = -1;
@@ -79,11 +79,11 @@ TEST(Memory, RuleSetsTakeFewTimesTheirText) {
     for (std::minstd_rand random; content.size() < 1 << 20; content += '\n')
       for (const char step : line) content += step == '0' ? "abcdefgh"[random() / 99 % 8] : step;
     const std::size_t before = peak_bytes = live_bytes;
-    EXPECT_TRUE(_ignore_rules_in(content));
+    EXPECT_TRUE(GitIgnoreSpec::from_content(content));
     EXPECT_LE(peak_bytes - before, 7 * content.size()) << line;  // and once the content
   }
   const std::size_t before = live_bytes;
-  const auto rules = _ignore_rules_in("*.log\n/build/*/\n[Dd]ebug/\n!a\n");
+  const auto rules = GitIgnoreSpec::from_content("*.log\n/build/*/\n[Dd]ebug/\n!a\n");
   EXPECT_LE(live_bytes - before + sizeof(rules), 30U + 300U);
 }
 

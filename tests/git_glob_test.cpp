@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "utils/path_filter/git_ignore.h"
+#include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace path_filter {
 

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "tests/support.h"
-#include "utils/path_filter/ignore_files.h"
+#include "utils/path_filter/git_ignore/ignore_files.h"
 
 namespace path_filter {
 
@@ -14,7 +14,7 @@ TEST(GitIgnore, LinesOfAFile) {
   for (const char* end : {"\n", "\r\n", "\r", "\v", "\f", "\x1C", "\x1D", "\x1E", "\xC2\x85",
                           "\xE2\x80\xA8", "\xE2\x80\xA9"}) {
     const std::string content("\n\uFEFFx\n# c\n\n  \n!a\x1F/ \nb\xE2\x80");
-    const auto rules = _ignore_rules_in(content + end + "\\  ");
+    const auto rules = GitIgnoreSpec::from_content(content + end + "\\  ");
     std::string seen;
     for (const auto& [text, line, include] : rules->patterns()) {
       seen.append(text).append(include ? " + " : " - ").append(std::to_string(line)).append("\n");

@@ -1,4 +1,4 @@
-#include "utils/path_filter/index_scope.h"
+#include "utils/path_filter/index_scope/index_scope.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tests/support.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 namespace path_filter {
 namespace {
@@ -56,7 +56,6 @@ TEST(IndexScope, RulesInTheirOrder) {
   }
 }
 
-static_assert(!MadeFrom<FileFacts, int> && !MadeFrom<WalkOptions, PruneHandler>);
 
 TEST(IndexScope, Limits) {
   const IndexScope scope("/nowhere", {.limits = IndexLimits{10485760, LanguageSet{"python"}}});

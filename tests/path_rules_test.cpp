@@ -1,4 +1,4 @@
-#include "utils/path_filter/path_rules.h"
+#include "utils/path_filter/path_rules/path_rules.h"
 
 #include <gtest/gtest.h>
 

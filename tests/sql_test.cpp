@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "tests/support.h"
-#include "utils/path_filter/answer_memo.h"
-#include "utils/path_filter/test_code_sql.h"
+#include "utils/path_filter/test_code/answer_memo.h"
+#include "utils/path_filter/test_code/test_code_sql.h"
 
 namespace path_filter {
 namespace {
@@ -134,8 +134,8 @@ TEST(Registration, ReplacesTheEarlierOneUnlessAStatementRuns) {
 
 // The options are given by name, and `exclude` is always given.
 static_assert(!MadeFrom<SqlTestPathFilterOptions> && !MadeFrom<SqlTestPathFilterOptions, bool>);
-static_assert(!MadeFrom<internal::Required<bool>, int>);
-static_assert(!MadeFrom<internal::Required<bool>, const char*>);
+static_assert(!MadeFrom<internal::RequiredFlag, int>);
+static_assert(!MadeFrom<internal::RequiredFlag, const char*>);
 
 TEST(Filter, Texts) {
   const std::string files = "IN (SELECT id FROM files WHERE brelo_is_test_path(path))";

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tests/temp_tree.h"
-#include "utils/path_filter/logger.h"
+#include "utils/path_filter/base/logger.h"
 
 /// Whether `T{value...}` compiles.
 template <typename T, typename... Value>

@@ -1,4 +1,8 @@
-#include "utils/path_filter/test_code.h"
+#include "tests/support.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/base/utf8.h"
+#include "utils/path_filter/test_code/shell_glob.h"
+#include "utils/path_filter/test_code/test_code.h"
 
 #include <gtest/gtest.h>
 
@@ -8,14 +12,11 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/support.h"
-#include "utils/path_filter/internal/text.h"
 
 namespace path_filter {
 namespace {
 
 using Paths = std::vector<std::string>;
-static_assert(!MadeFrom<ProductionPathsOptions, bool>, "given by name only");
 
 TEST(TestCode, IsTestPath) {
   for (const char* path :

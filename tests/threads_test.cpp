@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "tests/support.h"
-#include "utils/path_filter/replaceable.h"
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/index_scope/replaceable.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 namespace path_filter {
 namespace {

@@ -1,4 +1,4 @@
-#include "utils/path_filter/tree_walk.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

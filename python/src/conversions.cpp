@@ -5,7 +5,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "utils/path_filter/git_ignore.h"
+#include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace path_filter::python {
 

@@ -5,7 +5,7 @@
 // Python calls the questions without a layer between (functions.h); nanobind makes the types
 // and looks after lifetimes. A question holds the interpreter's lock, as letting go of it
 // costs more than most questions; where the component waits for the disk, the lock is free
-// (blocking_begins).
+// (LOCK_HOOKS).
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
@@ -24,27 +24,25 @@
 #include "python/src/conversions.h"
 #include "python/src/functions.h"
 #include "python/src/registry_bridge.h"
-#include "utils/path_filter/index_scope.h"
-#include "utils/path_filter/internal/blocking.h"
-#include "utils/path_filter/logger.h"
-#include "utils/path_filter/path_rules.h"
-#include "utils/path_filter/test_code.h"
-#include "utils/path_filter/test_code_sql.h"
-#include "utils/path_filter/tree_walk.h"
-
-namespace path_filter::internal {
-
-void* blocking_begins() noexcept { return python::holds_lock() ? PyEval_SaveThread() : nullptr; }
-
-void blocking_ends(void* begun) noexcept {
-  if (begun == nullptr) return;
-  python::run_python([&] { PyEval_RestoreThread(static_cast<PyThreadState*>(begun)); });
-}
-
-}  // namespace path_filter::internal
+#include "utils/path_filter/index_scope/index_scope.h"
+#include "utils/path_filter/base/blocking.h"
+#include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/path_rules/path_rules.h"
+#include "utils/path_filter/test_code/test_code.h"
+#include "utils/path_filter/test_code/test_code_sql.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 
 namespace path_filter::python {
 namespace {
+
+/// Where the component waits for the disk, the interpreter's lock is free.
+constexpr internal::BlockingHooks LOCK_HOOKS{
+    .begins = []() noexcept -> void* { return holds_lock() ? PyEval_SaveThread() : nullptr; },
+    .ends =
+        [](void* begun) noexcept {
+          if (begun == nullptr) return;
+          run_python([&] { PyEval_RestoreThread(static_cast<PyThreadState*>(begun)); });
+        }};
 
 // --- Decisions ---------------------------------------------------------------------
 
@@ -498,6 +496,7 @@ NB_MODULE(_core, module) {
     throw nb::import_error("path_filter works in the main interpreter only");
   }
 #endif
+  internal::blocking_hooks.store(&LOCK_HOOKS, std::memory_order_release);
   nb::set_leak_warnings(false);  // shared decisions live as long as the process
   add_functions(module, functions);
   nb::register_exception_translator([](const std::exception_ptr& thrown, void*) {

@@ -11,9 +11,7 @@
 #include <optional>
 #include <string_view>
 
-#ifndef PATH_FILTER_STATIC
-#pragma GCC visibility push(default)  // what a shared library shows
-#endif
+#include "utils/path_filter/base/export.h"
 
 namespace git_config {
 
@@ -32,18 +30,14 @@ using WarningHandler = std::function<void(std::string_view problem)>;
 /// in then, as it does where there is no git. Never throws but for `warn` and std::bad_alloc. Some
 /// milliseconds. Any number of threads may ask at once; the environment must not change
 /// meanwhile.
-std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
+PATH_FILTER_EXPORT std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
                                                    const WarningHandler& warn = nullptr);
 
 /// The same as a lookup for path_filter::IndexScopeOptions::excludes_file: what is relative to
 /// the root is joined with it.
-std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
+PATH_FILTER_EXPORT std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
 excludes_file_lookup(WarningHandler warn = nullptr);
 
 }  // namespace git_config
-
-#ifndef PATH_FILTER_STATIC
-#pragma GCC visibility pop
-#endif
 
 #endif  // UTILS_GIT_CONFIG_GIT_CONFIG_H_

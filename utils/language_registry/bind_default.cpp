@@ -5,16 +5,10 @@
 
 /// Asked for by name where this library is linked: so it is, wherever it stands among the
 /// others.
-#ifndef PATH_FILTER_STATIC
-#pragma GCC visibility push(default)
-#endif
 extern "C" {
-extern const char path_filter_default_registry;
+PATH_FILTER_EXPORT extern const char path_filter_default_registry;
 const char path_filter_default_registry = 0;
 }
-#ifndef PATH_FILTER_STATIC
-#pragma GCC visibility pop
-#endif
 
 namespace language_registry {
 

@@ -34,9 +34,7 @@
 #include <string_view>
 #include <unordered_set>
 
-#ifndef PATH_FILTER_STATIC
-#pragma GCC visibility push(default)  // what a shared library shows
-#endif
+#include "utils/path_filter/base/export.h"
 
 namespace language_registry {
 
@@ -112,7 +110,7 @@ struct LanguageRecord {
 
 /// The registry object. It has no state of its own: its operations are defined by
 /// the implementation that is linked.
-struct Languages {
+struct PATH_FILTER_EXPORT Languages {
   /// The directory names, in lower case, that hold test code under the convention
   /// of some language.
   const TextSet& test_dir_names() const;
@@ -132,20 +130,16 @@ inline constexpr Languages LANGUAGES{};
 /// The name of the language that a file of this name is written in, for example
 /// "typescript", or absent when the index reads no such language. `name` is a file
 /// name, not a path.
-std::optional<std::string_view> detect_language(std::string_view name);
+PATH_FILTER_EXPORT std::optional<std::string_view> detect_language(std::string_view name);
 
 /// Whether a file of this name is a dependency lock. `name` is a file name, not a
 /// path.
-bool is_lockfile(std::string_view name);
+PATH_FILTER_EXPORT bool is_lockfile(std::string_view name);
 
 /// The tier of a language that `detect_language` named. What a name that the
 /// registry does not know gives is the implementation's to say.
-std::string_view tier_of(std::string_view language);
+PATH_FILTER_EXPORT std::string_view tier_of(std::string_view language);
 
 }  // namespace language_registry
-
-#ifndef PATH_FILTER_STATIC
-#pragma GCC visibility pop
-#endif
 
 #endif  // UTILS_LANGUAGE_REGISTRY_LANGUAGE_REGISTRY_H_

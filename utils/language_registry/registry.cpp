@@ -264,11 +264,8 @@ struct LastExtension {
 LastExtension last_extension(std::string_view name) {
   // Nearly all extensions end within the tail of the name, where all bytes are compared at once: a
   // byte's high bit is set in `dots` when the byte is a dot, and in no other bit.
-  constexpr std::uint64_t each = 0x0101010101010101;
-  constexpr std::uint64_t low_bits = 0x7f * each;
   const std::uint64_t tail = tail_of(name);
-  const std::uint64_t differences = tail ^ '.' * each;
-  const std::uint64_t dots = ~(((differences & low_bits) + low_bits) | differences | low_bits);
+  const std::uint64_t dots = path_filter::internal::places_in_word(tail, '.');
   if (dots != 0) {
     const std::size_t tail_size = std::min<std::size_t>(name.size(), 8);
     const std::size_t index = (63 - static_cast<std::size_t>(std::countl_zero(dots))) / 8;

@@ -8,39 +8,15 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
-#include <type_traits>
+
+#include "utils/path_filter/base/words.h"
 
 namespace language_registry {
 
-/// The `count` bytes at `text` as a little-endian number.
-template <std::size_t count>
-constexpr std::uint64_t load(const char* text) {
-  std::uint64_t value = 0;
-  if (std::endian::native == std::endian::little && !std::is_constant_evaluated()) {
-    std::memcpy(&value, text, count);
-    return value;
-  }
-  for (std::size_t i = 0; i < count; ++i) {
-    value |= std::uint64_t{static_cast<unsigned char>(text[i])} << (8 * i);
-  }
-  return value;
-}
-
-/// The last eight bytes of a text as a little-endian number: the last byte is the highest one that
-/// is used, and a text shorter than eight bytes leaves the bytes above it zero.
-constexpr std::uint64_t tail_of(std::string_view text) {
-  const std::size_t size = std::min<std::size_t>(text.size(), 8);
-  const char* const begin = text.data() + (text.size() - size);
-  // Two loads, which agree on the bytes that they share, spare the branch on the size that would be
-  // mispredicted most.
-  if (size >= 4) return load<4>(begin) | load<4>(begin + size - 4) << (8 * (size - 4));
-  if (size >= 2) return load<2>(begin) | load<2>(begin + size - 2) << (8 * (size - 2));
-  return size == 1 ? load<1>(begin) : 0;
-}
+using path_filter::internal::tail_of;
 
 /// Finds the place of a text in a list. The list must be static; the table refers to it.
 ///
@@ -92,6 +68,8 @@ class TextTable {
       }
     }
   }
+
+  constexpr bool contains(std::string_view text) const { return find(text) != npos; }
 
   /// The length of the longest text in the list.
   constexpr std::size_t longest_size() const { return longest; }

@@ -1,0 +1,155 @@
+// All that the component reads from disk goes through here: whole files, and whole
+// directory listings. Nothing blocks (a FIFO or a device is refused, not read) and
+// no path is too long: one that the operating system would refuse for its length is
+// opened in steps.
+
+#ifndef UTILS_PATH_FILTER_BASE_FILE_SYSTEM_H_
+#define UTILS_PATH_FILTER_BASE_FILE_SYSTEM_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace path_filter::internal {
+
+/// An open file descriptor, closed when it goes out of scope.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int number) : _number(number) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(_number, other._number);
+    return *this;
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor();
+
+  int number() const { return _number; }
+  bool is_open() const { return _number >= 0; }
+
+  /// Leaves it open, for somebody else to close.
+  void release() { _number = -1; }
+
+ private:
+  int _number = -1;
+};
+
+/// What a read gives: the content or the size, or why there is none.
+using FileContent = std::variant<std::string, std::error_code>;
+using FileSize = std::variant<std::int64_t, std::error_code>;
+
+/// The operating system's last error, of the generic category.
+std::error_code last_error();
+
+/// What the operating system says of an error; of one that a read has found itself, what it is.
+std::string message(std::error_code error);
+
+/// Whether the last component of a path may be a symbolic link.
+enum class LastLink { follow, refuse };
+
+/// Reads the file at `path` whole. A directory fails with is_a_directory, a file of
+/// more than `limit` bytes with file_too_large, and what is neither a regular file nor the null
+/// device with not_supported, without being read.
+FileContent read_file(std::string_view path, LastLink last_link, std::size_t limit);
+
+/// The same for the file `name` in the directory `directory`; a link is refused.
+FileContent read_file_in(const FileDescriptor& directory, const std::string& name,
+                         std::size_t limit);
+
+/// The same for the file `name` in the directory `root`/`below` (the root itself when
+/// `below` is ""). Links on the way to it are followed.
+FileContent read_file_below(const std::string& root, std::string_view below,
+                            const std::string& name, std::size_t limit);
+
+/// The same without following a link on the way from the root: a link there counts as what
+/// it is, not_a_directory.
+FileContent read_file_below_without_links(const std::string& root, std::string_view below,
+                                          const std::string& name, std::size_t limit);
+
+/// The size in bytes of the file at `path`, links followed.
+FileSize file_size(std::string_view path);
+
+/// The same of the file `name` in the directory `directory`; a link is followed or has its own.
+FileSize file_size_in(const FileDescriptor& directory, const std::string& name,
+                      LastLink last_link);
+
+/// Whether the way to a root may lead through symbolic links.
+enum class RootLinks { follow, refuse };
+
+/// Opens the directory `root`/`below` for listing; the root itself when `below` is "". The way
+/// from the root may not lead through symbolic links: that fails with
+/// too_many_symbolic_link_levels or not_a_directory. When the way to the root may not either, one
+/// call does both where the system has one that does; elsewhere links on the way to the root are
+/// followed.
+std::error_code open_directory_below(const std::string& root, std::string_view below,
+                                     FileDescriptor& opened,
+                                     RootLinks root_links = RootLinks::follow);
+
+/// Opens the directory `name` in `parent` for listing. A symbolic link is refused.
+std::error_code open_directory_in(const FileDescriptor& parent, const std::string& name,
+                                  FileDescriptor& opened);
+
+/// Opens the directory that `directory` lies in, for passing through.
+std::error_code open_parent(const FileDescriptor& directory, FileDescriptor& opened);
+
+/// What tells a file from all others that are there at the same time.
+struct FileIdentity {
+  std::uint64_t device;
+  std::uint64_t number;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+/// Absent when the system does not say.
+std::optional<FileIdentity> identity(const FileDescriptor& file);
+
+/// The entries of one directory, in the order in which the file system gives them.
+class Listing {
+ public:
+  struct Entry {
+    std::string_view name;
+    bool is_directory;  // a symbolic link to a directory counts as one
+    bool is_link;
+    bool is_regular;  // or a link to what is
+  };
+
+  /// Reads the listing of `directory` from where it stands to its end, in place of what was
+  /// held before. On failure the listing is empty.
+  std::error_code read(const FileDescriptor& directory);
+
+  std::size_t size() const { return _records.size(); }
+  Entry operator[](std::size_t index) const {
+    const Record& record = _records[index];
+    return {{_names.data() + record.begin, record.size},
+            record.is_directory,
+            record.is_link,
+            record.is_regular};
+  }
+  bool contains(std::string_view name) const;
+  void clear();
+
+ private:
+  struct Record {
+    std::size_t begin;
+    std::size_t size;
+    bool is_directory;
+    bool is_link;
+    bool is_regular;
+  };
+  /// Adds what the system gives as one entry; `type` is its d_type (DT_UNKNOWN and the others).
+  void add(const FileDescriptor& directory, const char* name, unsigned char type);
+
+  std::string _names;
+  std::vector<Record> _records;
+};
+
+}  // namespace path_filter::internal
+
+#endif  // UTILS_PATH_FILTER_BASE_FILE_SYSTEM_H_

@@ -1,0 +1,74 @@
+// Paths as text, by POSIX rules and without touching the file system.
+
+#ifndef UTILS_PATH_FILTER_BASE_PATHS_H_
+#define UTILS_PATH_FILTER_BASE_PATHS_H_
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "utils/path_filter/base/platform.h"
+
+namespace path_filter::internal {
+
+/// A path split at its last "/"; without one it is all name.
+struct SplitPath {
+  explicit SplitPath(std::string_view path) {
+    // Whole views are not copied: that stalls the processor for as long as a hash takes, when
+    // their halves have just been stored.
+    const char* const slash = find_last(path, '/');
+    const auto size = slash == nullptr ? 0 : static_cast<std::size_t>(slash - path.data());
+    const std::size_t begin = slash == nullptr ? 0 : size + 1;
+    directory = std::string_view(path.data(), size);
+    name = std::string_view(path.data() + begin, path.size() - begin);
+  }
+  std::string_view directory;
+  std::string_view name;
+};
+
+/// The components of `path`, one at a time from the front. "/" is the only
+/// separator; exactly two leading "/" give "//" as the first component, one or three
+/// and more give "/"; empty components and "." are dropped, ".." stays.
+class PathComponents {
+ public:
+  explicit PathComponents(std::string_view path) : _rest(path) {
+    const std::size_t slashes = std::min(path.find_first_not_of('/'), path.size());
+    if (slashes > 0) _root = slashes == 2 ? "//" : "/";
+  }
+
+  /// The next component, or absent at the end.
+  std::optional<std::string_view> next() {
+    if (!_root.empty()) return std::exchange(_root, {});
+    while (!_rest.empty()) {
+      const std::size_t end = std::min(_rest.find('/'), _rest.size());
+      const std::string_view component = _rest.substr(0, end);
+      _rest.remove_prefix(std::min(end + 1, _rest.size()));
+      if (!component.empty() && component != ".") return component;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  std::string_view _root;
+  std::string_view _rest;
+};
+
+/// The last component of `path`, or "" when it has none besides a leading "/" or
+/// "//".
+inline std::string_view last_component(std::string_view path) {
+  for (std::size_t end = path.size(); end > 0;) {
+    const char* const slash = find_last(std::string_view(path.data(), end), '/');
+    const std::size_t begin =
+        slash == nullptr ? 0 : static_cast<std::size_t>(slash - path.data()) + 1;
+    const std::size_t size = end - begin;
+    if (size > 1 || (size == 1 && path[begin] != '.')) return {path.data() + begin, size};
+    end = begin == 0 ? 0 : begin - 1;
+  }
+  return {};
+}
+
+}  // namespace path_filter::internal
+
+#endif  // UTILS_PATH_FILTER_BASE_PATHS_H_

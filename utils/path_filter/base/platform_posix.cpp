@@ -1,0 +1,48 @@
+// Any POSIX system whose directory entries tell their type: Linux, macOS, the BSDs.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "utils/path_filter/base/blocking.h"
+#include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/base/platform.h"
+
+namespace path_filter::internal {
+
+#ifdef O_SEARCH
+const int PASSING = O_SEARCH | O_DIRECTORY;
+#else
+const int PASSING = O_RDONLY | O_DIRECTORY;
+#endif
+
+std::error_code open_without_links(int, const char*, int, FileDescriptor&) {
+  return std::make_error_code(std::errc::function_not_supported);
+}
+
+std::error_code Listing::read(const FileDescriptor& directory) {
+  const Blocking waits;
+  clear();
+  // The stream closes its descriptor, and the caller goes on with the directory's.
+  FileDescriptor copy(::fcntl(directory.number(), F_DUPFD_CLOEXEC, 0));
+  if (!copy.is_open()) return last_error();
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(copy.number()), ::closedir);
+  if (!stream) return last_error();
+  copy.release();
+  for (;;) {
+    errno = 0;
+    if (const dirent* entry = ::readdir(stream.get())) {
+      add(directory, entry->d_name, entry->d_type);
+    } else if (errno != EINTR) {
+      if (errno == 0) return {};
+      const auto error = last_error();
+      clear();
+      return error;
+    }
+  }
+}
+
+}  // namespace path_filter::internal

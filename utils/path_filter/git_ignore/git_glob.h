@@ -1,0 +1,43 @@
+// The wildcard patterns of ignore files: what git calls a wildmatch.
+//
+// A pattern is matched as it is written, nothing is compiled: the text is all that a rule
+// set keeps of it. Bytes are matched, not characters, as git does.
+
+#ifndef UTILS_PATH_FILTER_GIT_IGNORE_GIT_GLOB_H_
+#define UTILS_PATH_FILTER_GIT_IGNORE_GIT_GLOB_H_
+
+#include <bitset>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace path_filter::internal {
+
+/// What a pattern is asked about: the name alone, or the path, when the pattern has a "/".
+enum class GlobKind : std::uint8_t { name, path };
+
+/// Whether `pattern`, which is not empty, matches the whole of `text`: a name for a name
+/// pattern, a path with "/" between components for a path pattern, whose leading "/" has
+/// been removed. A broken pattern matches nothing: one with a bracket expression that is
+/// not closed or names an unknown class, or with a backslash at its end. Takes no memory
+/// and at most on the order of pattern times text, whatever the pattern.
+bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text);
+
+/// A set of bytes: what a bracket expression stands for.
+using ByteSet = std::bitset<256>;
+
+/// One step of a pattern.
+struct GlobStep {
+  enum class Kind : std::uint8_t { byte, set, wildcard, broken };
+  Kind kind;
+  char byte;        // of a byte
+  std::size_t end;  // where the next step begins
+};
+
+/// The step of `pattern` that begins at `at`, in `set` what a set stands for. A "**" takes
+/// the "/" behind it along: it may match nothing, and then there is none.
+GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set);
+
+}  // namespace path_filter::internal
+
+#endif  // UTILS_PATH_FILTER_GIT_IGNORE_GIT_GLOB_H_

@@ -1,0 +1,193 @@
+#include "utils/path_filter/git_ignore/ignore_verdicts.h"
+
+#include <system_error>
+#include <utility>
+#include <variant>
+
+#include "utils/path_filter/git_ignore/ignore_files.h"
+
+namespace path_filter {
+
+using internal::Directory;
+
+const IgnoreVerdicts::IgnoreFile IgnoreVerdicts::NO_RULES{};
+
+std::size_t IgnoreVerdicts::IgnoreFile::bytes_to_skip() const {
+  return directory == nullptr || directory->path_size == 0 ? 0 : directory->path_size + 1;
+}
+
+// --- The ignore files ----------------------------------------------------------
+
+std::vector<std::filesystem::path> IgnoreVerdicts::_exclude_files() const {
+  std::vector<std::filesystem::path> files;
+  const auto git_dir = _git_dir(_root);
+  if (!git_dir) return files;
+  files.push_back(_common_dir(*git_dir) / "info" / "exclude");
+  if (_excludes_file) {
+    if (auto configured = _excludes_file(_root)) files.push_back(std::move(*configured));
+  }
+  return files;
+}
+
+const std::vector<IgnoreVerdicts::IgnoreFile>& IgnoreVerdicts::_repository_excludes() {
+  if (const auto* loaded = _excludes.load(std::memory_order_acquire)) return loaded->files;
+  const std::filesystem::path own = _root / ".git" / "info" / "exclude";
+  ExcludeFiles excludes;
+  const auto files = _exclude_files();
+  for (const std::filesystem::path& path : files) {
+    if (auto rules = _read_ignore_rules(path)) {
+      // git names the repository's own file relative to the work tree, and the configured
+      // one as it is configured.
+      const std::string& source =
+          excludes.sources.emplace_back(path == own               ? ".git/info/exclude"
+                                        : &path == &files.front() ? path.lexically_normal().string()
+                                                                  : path.string());
+      excludes.files.push_back({std::move(*rules), nullptr, nullptr, source});
+    }
+  }
+  const std::lock_guard hold(_lock);
+  const ExcludeFiles& kept = _exclude_lists.emplace_back(std::move(excludes));
+  _excludes.store(&kept, std::memory_order_release);
+  return kept.files;
+}
+
+const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::_ignore_rules(std::string_view rel_dir,
+                                                                const Directory& directory) {
+  if (const IgnoreFile* known = _ignore_files.find(directory)) return known;
+  return read_rules(rel_dir, directory,
+                    [this](std::string_view path) { return read_below_root(path); });
+}
+
+void IgnoreVerdicts::learn(std::string_view rel_dir, const Directory& directory,
+                           const IgnoreFileReader& read) {
+  if (_ignore_files.find(directory) == nullptr) read_rules(rel_dir, directory, read);
+}
+
+/// Reads the ignore file of the directory, and those above it that have not been read: the
+/// chain goes on with the rules of the directory above.
+const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view rel_dir,
+                                                             const Directory& directory,
+                                                             const IgnoreFileReader& read) {
+  std::vector<const Directory*> unknown{&directory};
+  const IgnoreFile* chain = &NO_RULES;
+  for (const Directory* above = directory.parent; above != nullptr; above = above->parent) {
+    if (const IgnoreFile* known = _ignore_files.find(*above)) {
+      chain = known;
+      break;
+    }
+    unknown.push_back(above);
+  }
+  for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
+    const std::string_view path = rel_dir.substr(0, (*next)->path_size);
+    const internal::FileContent content = read(path);
+    std::optional<GitIgnoreSpec> rules;
+    if (const auto* text = std::get_if<std::string>(&content)) {
+      rules = GitIgnoreSpec::from_content(*text);
+    } else {
+      warn_unreadable(std::get<std::error_code>(content),
+                      [&] { return (_root / path / IGNORE_FILE_NAME).string(); });
+    }
+    if (rules) {
+      const std::lock_guard hold(_lock);
+      chain = &_files.emplace_back(IgnoreFile{std::move(*rules), *next, chain, {}});
+    }
+    _ignore_files.store(**next, chain);
+  }
+  return chain;
+}
+
+internal::FileContent IgnoreVerdicts::read_below_root(std::string_view rel_dir) const {
+  const auto read =
+      _links == Links::follow ? internal::read_file_below : internal::read_file_below_without_links;
+  return read(_root.native(), rel_dir, std::string(IGNORE_FILE_NAME), MAX_IGNORE_FILE_BYTES);
+}
+
+IgnoreVerdicts& IgnoreVerdicts::without_links() {
+  const std::lock_guard hold(_lock);
+  if (!_without_links) {
+    _without_links = std::make_unique<IgnoreVerdicts>(_root, _excludes_file, Links::refuse);
+  }
+  return *_without_links;
+}
+
+// --- The verdicts --------------------------------------------------------------
+
+/// What decides about `path` by itself, which lies in `directory`.
+IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Directory& directory,
+                                               bool is_directory) {
+  const Directory* in = &directory;
+  if (path.ends_with('/')) {
+    // A directory by itself: it lies in the directory above what its text names.
+    is_directory = true;
+    path = path.substr(0, path.find_last_not_of('/') + 1);  // npos + 1 is 0
+    while (in->parent != nullptr && in->path_size >= path.size()) in = in->parent;
+  }
+  const std::string_view rel_dir = path.substr(0, in->path_size);
+  const std::string_view name = path.substr(rel_dir.empty() ? 0 : rel_dir.size() + 1);
+  const GitIgnoreSpec::Question question(path, name, is_directory);
+  for (const IgnoreFile* file = _ignore_rules(rel_dir, *in); file != &NO_RULES; file = file->up) {
+    if (const auto rule = file->rules.deciding_rule(question, file->bytes_to_skip())) {
+      return {file, rule};
+    }
+  }
+  for (const IgnoreFile& file : _repository_excludes()) {
+    if (const auto rule = file.rules.deciding_rule(question, 0)) return {&file, rule};
+  }
+  return {};
+}
+
+bool IgnoreVerdicts::_directory_ignored(std::string_view rel_dir, const Directory& directory) {
+  Verdict verdict = _ignored_directories.find(directory);
+  if (verdict != Verdict::unknown) return verdict == Verdict::ignored;
+
+  // Up to the nearest directory that has been judged, and down again: what lies in an
+  // ignored directory is ignored, and its own rules are not asked.
+  std::vector<const Directory*> unknown;
+  verdict = Verdict::not_ignored;
+  for (const Directory* at = &directory; at->parent != nullptr; at = at->parent) {
+    const Verdict known = _ignored_directories.find(*at);
+    if (known != Verdict::unknown) {
+      verdict = known;
+      break;
+    }
+    unknown.push_back(at);
+  }
+  for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
+    const Directory& judged = **next;
+    if (verdict == Verdict::not_ignored &&
+        _matches(rel_dir.substr(0, judged.path_size), *judged.parent, true).ignores()) {
+      verdict = Verdict::ignored;
+    }
+    _ignored_directories.store(judged, verdict);
+  }
+  return verdict == Verdict::ignored;
+}
+
+bool IgnoreVerdicts::_ignored(std::string_view path, const Directory& directory) {
+  if (directory.parent != nullptr &&
+      _directory_ignored(path.substr(0, directory.path_size), directory)) {
+    return true;
+  }
+  return _matches(path, directory, false).ignores();
+}
+
+std::optional<IgnoreRule> IgnoreVerdicts::deciding_rule(std::string_view path,
+                                                        const Directory& directory) {
+  const Directory* topmost = nullptr;
+  for (const Directory* at = &directory; at->parent != nullptr; at = at->parent) {
+    if (_directory_ignored(path.substr(0, at->path_size), *at)) topmost = at;
+  }
+  const Match match = topmost != nullptr
+                          ? _matches(path.substr(0, topmost->path_size), *topmost->parent, true)
+                          : _matches(path, directory, false);
+  if (match.file == nullptr) return std::nullopt;
+  const auto pattern = match.file->rules.pattern(match.rule);
+  std::string source(match.file->source);
+  if (match.file->directory != nullptr) {
+    source = path.substr(0, match.file->bytes_to_skip());
+    source += IGNORE_FILE_NAME;
+  }
+  return IgnoreRule{std::move(source), pattern.line, std::string(pattern.text)};
+}
+
+}  // namespace path_filter

@@ -1,0 +1,248 @@
+#include "utils/path_filter/index_scope/index_scope.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+#include <vector>
+
+#include "utils/language_registry/language_registry.h"
+#include "utils/path_filter/base/paths.h"
+#include "utils/path_filter/path_rules/path_rules.h"
+#include "utils/path_filter/index_scope/scope_state.h"
+
+namespace path_filter {
+
+using internal::Directory;
+
+namespace {
+
+static_assert(std::ranges::all_of(MINIFIED_FILE_GLOBS,
+                                  [](std::string_view glob) {
+                                    return glob.starts_with('*') &&
+                                           glob.find_first_of("*?[", 1) == std::string_view::npos;
+                                  }),
+              "a name matches each of these globs when it ends like it");
+
+std::string_view minified_glob(std::string_view name) {
+  for (const std::string_view glob : MINIFIED_FILE_GLOBS) {
+    if (name.ends_with(glob.back()) && name.ends_with(glob.substr(1))) return glob;
+  }
+  return {};
+}
+
+/// `bytes` in MiB as text: as "%.1f" or "%g" would write it, in every locale.
+std::string mebibytes(std::int64_t bytes, std::chars_format format, int precision) {
+  char text[64];
+  const double value = static_cast<double>(bytes) / static_cast<double>(internal::MIB);
+  return {text, std::to_chars(std::begin(text), std::end(text), value, format, precision).ptr};
+}
+
+}  // namespace
+
+IndexScope::IndexScope(std::filesystem::path root_path, IndexScopeOptions options)
+    : root(std::move(root_path)),
+      limits(std::move(options.limits)),
+      _state(
+          std::make_unique<internal::ScopeState>(root, limits, std::move(options.excludes_file))) {}
+
+IndexScope::~IndexScope() = default;
+
+void IndexScope::refresh() { _state->refresh(); }
+
+std::optional<std::string> IndexScope::relative(PathArgument path) const {
+  internal::PathComponents below(path);
+  internal::PathComponents above(root.native());
+  while (const auto component = above.next()) {
+    if (below.next() != component) return std::nullopt;
+  }
+  std::string joined;
+  while (const auto component = below.next()) {
+    // An absolute path is below no relative root, not even below ".".
+    if (*component == ".." || component->starts_with('/')) return std::nullopt;
+    if (!joined.empty()) joined += '/';
+    joined += *component;
+  }
+  if (joined.empty()) return std::nullopt;
+  return joined;
+}
+
+// --- The questions -------------------------------------------------------------
+
+Decision IndexScope::is_indexable(PathArgument rel_path, FileFacts facts) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_path, storage);
+  return _state->decide(path, _state->directory_of(path), *_state->verdicts(), facts);
+}
+
+bool IndexScope::is_ignored(PathArgument rel_path) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_path, storage);
+  return _state->verdicts()->_ignored(path, _state->directory_of(path));
+}
+
+bool IndexScope::admits_directory(PathArgument rel_dir) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_dir, storage);
+  return !_state->exclusion_of_directory(path, _state->directories()[path], *_state->verdicts());
+}
+
+Explanation IndexScope::explain(PathArgument rel_path, FileFacts facts) const {
+  std::string storage;
+  return _state->explain(_relative_posix(rel_path, storage), facts);
+}
+
+std::optional<IgnoreRule> IndexScope::deciding_ignore_rule(PathArgument rel_path) const {
+  std::string storage;
+  const std::string_view path = _relative_posix(rel_path, storage);
+  return _state->verdicts()->deciding_rule(path, _state->directory_of(path));
+}
+
+namespace internal {
+
+// --- The rules -----------------------------------------------------------------
+
+ScopeState::ScopeState(const std::filesystem::path& root, const std::optional<IndexLimits>& limits,
+                       ExcludesFileLookup excludes_file)
+    : _root(root),
+      _limits(limits),
+      _excludes_file(std::move(excludes_file)),
+      _verdicts(std::make_shared<IgnoreVerdicts>(_root, _excludes_file)) {}
+
+void ScopeState::refresh() {
+  _verdicts.replace(std::make_shared<IgnoreVerdicts>(_root, _excludes_file));
+}
+
+const Directory& ScopeState::directory_of(std::string_view path) {
+  return _directories[SplitPath(path).directory];
+}
+
+Decision ScopeState::decide(std::string_view path, const Directory& directory,
+                            IgnoreVerdicts& verdicts, FileFacts facts) {
+  const bool at_root = directory.parent == nullptr;
+  const std::string_view name = at_root ? path : path.substr(directory.path_size + 1);
+  if (!at_root) {
+    if (const auto kind = _directory_rule(directory)) return Decision::excluded(*kind);
+  }
+  const auto language = language_registry::detect_language(name);
+  if (!language) return Decision::excluded(Exclusion::unknown_language);
+  if (language_registry::is_lockfile(name)) return Decision::excluded(Exclusion::lockfile, language);
+  if (!minified_glob(name).empty()) return Decision::excluded(Exclusion::minified, language);
+  if (verdicts._ignored(path, directory)) return Decision::excluded(Exclusion::gitignore, language);
+  return _within_limits(*language, facts.size);
+}
+
+std::optional<Exclusion> ScopeState::exclusion_of_directory(std::string_view path,
+                                                        const Directory& directory,
+                                                        IgnoreVerdicts& verdicts) {
+  if (path.empty()) return std::nullopt;
+  if (const auto kind = _directory_rule(directory)) return kind;
+  if (verdicts._directory_ignored(path, directory)) return Exclusion::gitignore;
+  return std::nullopt;
+}
+
+Decision ScopeState::_within_limits(std::string_view language,
+                                    std::optional<std::int64_t> size) const {
+  if (_limits) {
+    if (size && *size > _limits->max_file_bytes()) {
+      return Decision(false, Exclusion::size,
+                      mebibytes(*size, std::chars_format::fixed, 1) +
+                          " MB is over index.max_file_size_mb (" +
+                          mebibytes(_limits->max_file_bytes(), std::chars_format::general, 6) + ")",
+                      std::string(language));
+    }
+    if (!_limits->allows(language)) {
+      return Decision(false, Exclusion::language,
+                      std::string(language) + " is not in index.languages", std::string(language));
+    }
+  }
+  return Decision::indexed(language);
+}
+
+Explanation ScopeState::explain(std::string_view path, FileFacts facts) {
+  const Directory& directory = directory_of(path);
+  const auto verdicts = _verdicts.take();
+  Explanation explanation{decide(path, directory, *verdicts, facts)};
+  const auto kind = explanation.decision.kind();
+  if (kind == Exclusion::directory || kind == Exclusion::index_data) {
+    // The topmost has the rule: those below it inherit it.
+    const Directory* topmost = &directory;
+    while (_directory_rule(*topmost->parent)) topmost = topmost->parent;
+    explanation.directory = path.substr(0, topmost->path_size);
+  } else if (kind == Exclusion::minified) {
+    explanation.glob = minified_glob(SplitPath(path).name);
+  } else if (kind != Exclusion::unknown_language && kind != Exclusion::lockfile) {
+    explanation.rule = verdicts->deciding_rule(path, directory);
+  }
+  return explanation;
+}
+
+// --- The fixed directory rules -------------------------------------------------
+
+std::optional<Exclusion> ScopeState::_directory_rule(const Directory& directory) {
+  DirectoryRule rule = _directory_rules.find(directory);
+  if (rule == DirectoryRule::unknown) {
+    // Up to the nearest directory whose rule is known, and down again.
+    std::vector<const Directory*> unknown;
+    const Directory* at = &directory;
+    rule = DirectoryRule::none;
+    for (; at->parent != nullptr; at = at->parent) {
+      const DirectoryRule known = _directory_rules.find(*at);
+      if (known != DirectoryRule::unknown) {
+        rule = known;
+        break;
+      }
+      unknown.push_back(at);
+    }
+    for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
+      const Directory& judged = **next;
+      if (rule == DirectoryRule::none) {
+        const std::string_view above = judged.parent->name();
+        if (_skips_directory(judged.name(), above.empty() ? std::nullopt : std::optional(above))) {
+          rule = DirectoryRule::directory;
+        } else if (&judged == _index_data_directory) {
+          rule = DirectoryRule::index_data;
+        }
+      }
+      _directory_rules.store(judged, rule);
+    }
+  }
+  switch (rule) {
+    case DirectoryRule::directory:
+      return Exclusion::directory;
+    case DirectoryRule::index_data:
+      return Exclusion::index_data;
+    default:
+      return std::nullopt;
+  }
+}
+
+// --- A directory that has been listed -------------------------------------------
+
+ListedDirectory::ListedDirectory(ScopeState& scope, const Directory& directory,
+                                 std::string_view rel_dir, const IgnoreFileReader& read)
+    : _scope(&scope), _verdicts(scope.verdicts()), _directory(&directory) {
+  if (rel_dir.find('\\') == std::string_view::npos) _verdicts->learn(rel_dir, directory, read);
+}
+
+// A backslash in a name separates components for a question, but not on disk. Such a path
+// does not lie where its text says, and what lies there may be a link: it is answered from
+// rules that were read without following one, and leaves nothing in those of the others.
+
+Decision ListedDirectory::decide(std::string_view path, FileFacts facts) const {
+  std::string storage;
+  const std::string_view posix = _relative_posix(path, storage);
+  if (posix.data() == path.data()) return _scope->decide(path, *_directory, *_verdicts, facts);
+  return _scope->decide(posix, _scope->directory_of(posix), _verdicts->without_links(), facts);
+}
+
+std::optional<Exclusion> ListedDirectory::exclusion_of_directory(std::string_view path,
+                                                                 const Directory& below) const {
+  std::string storage;
+  const std::string_view posix = _relative_posix(path, storage);
+  if (posix.data() == path.data()) return _scope->exclusion_of_directory(path, below, *_verdicts);
+  return _scope->exclusion_of_directory(posix, _scope->directories()[posix],
+                                        _verdicts->without_links());
+}
+
+}  // namespace internal
+}  // namespace path_filter

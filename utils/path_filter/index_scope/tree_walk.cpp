@@ -1,0 +1,353 @@
+#include "utils/path_filter/index_scope/tree_walk.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "utils/path_filter/base/blocking.h"
+#include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/base/paths.h"
+#include "utils/path_filter/index_scope/scope_state.h"
+
+namespace path_filter {
+
+using internal::Directory;
+using internal::FileDescriptor;
+
+ScopeDirectory::ScopeDirectory(const IndexScope& scope, std::string_view rel_dir)
+    : _directory(&scope._state->directories()[rel_dir]) {}
+
+std::string ScopeDirectory::path() const {
+  std::string path(_directory->path_size, '/');
+  for (const Directory* at = _directory; at->parent != nullptr; at = at->parent) {
+    at->name().copy(path.data() + at->path_size - at->name_size, at->name_size);
+  }
+  return path;
+}
+
+// --- One directory after the other -------------------------------------------------
+
+class DirectoryLister::State {
+ public:
+  State(const IndexScope& scope, WalkErrorHandler on_error, PruneHandler on_pruned)
+      : _root(scope.root),
+        _scope(*scope._state),
+        _on_error(std::move(on_error)),
+        _on_pruned(std::move(on_pruned)) {}
+
+  bool list(const Directory& directory, bool judged);
+  const Directory* next_directory();
+  bool next_file();
+  internal::FileSize file_size() const;
+
+  /// Gives nothing any more.
+  void clear();
+
+  /// Lets go of the directory that was listed last.
+  void close() { _opened = {}; }
+
+  const std::string& path() const { return _path; }
+  Decision decide(FileFacts facts) const { return _listed->decide(_path, facts); }
+  bool is_regular_file() const { return _listing[_next_file - 1].is_regular; }
+
+ private:
+  /// From so many levels on a way up is taken: a shorter one down from the root costs no more.
+  static constexpr std::size_t DEEP = 16;
+
+  /// A directory that was listed on the way down to the last one.
+  struct Passed {
+    const Directory* directory;
+    std::size_t depth;
+    std::optional<internal::FileIdentity> identity;  // of a deep one
+  };
+
+  std::error_code open(const Directory& directory);
+  std::error_code open_from_root();
+  bool go_back_to(const Directory& directory);
+  void judge();
+  internal::FileContent read_ignore_file(std::string_view rel_dir) const;
+  bool admits(const Directory& directory, bool is_link);
+  void fail(std::error_code error, std::string_view rel_path);
+  std::string_view listed_path() const { return std::string_view(_path).substr(0, _path_size); }
+
+  const std::filesystem::path& _root;
+  internal::ScopeState& _scope;
+  WalkErrorHandler _on_error;
+  PruneHandler _on_pruned;
+  std::optional<std::string> _top;  // the root's path without links; "" when there is none
+  FileDescriptor _opened;           // the directory listed last
+  std::vector<Passed> _way;         // to it, itself last, as far as it is known
+  const Directory* _directory = nullptr;
+  std::string _path;           // its path, with "/" at its end, and then an entry's name
+  std::size_t _path_size = 0;  // bytes of _path that are the directory, without that "/"
+  std::size_t _prefix = 0;     // with it
+  std::optional<internal::ListedDirectory> _listed;  // absent: unjudged
+  internal::Listing _listing;
+  std::size_t _next_file = 0;
+  std::vector<const Directory*> _subdirectories;
+  std::size_t _next_directory = 0;
+};
+
+bool DirectoryLister::State::list(const Directory& directory, bool judged) {
+  clear();
+  std::error_code error = open(directory);
+  _directory = &directory;
+  if (!error) error = _listing.read(_opened);
+  if (error) {
+    close();
+    if (judged) fail(error, listed_path());
+    return false;
+  }
+  try {
+    if (judged) judge();
+    for (std::size_t index = 0; index < _listing.size(); ++index) {
+      const auto entry = _listing[index];
+      if (!entry.is_directory) continue;
+      _path.resize(_prefix);
+      _path += entry.name;
+      const Directory& below = _scope.directories().child(directory, _path);
+      const bool is_admitted = !judged || admits(below, entry.is_link);
+      if (is_admitted && !entry.is_link) _subdirectories.push_back(&below);
+    }
+  } catch (...) {
+    clear();
+    throw;
+  }
+  return true;
+}
+
+void DirectoryLister::State::clear() {
+  _listed.reset();
+  _listing.clear();
+  _next_file = 0;
+  _subdirectories.clear();
+  _next_directory = 0;
+}
+
+const Directory* DirectoryLister::State::next_directory() {
+  if (_next_directory == _subdirectories.size()) return nullptr;
+  return _subdirectories[_next_directory++];
+}
+
+bool DirectoryLister::State::next_file() {
+  while (_next_file < _listing.size()) {
+    const auto entry = _listing[_next_file++];
+    if (entry.is_directory) continue;
+    _path.resize(_prefix);
+    _path += entry.name;
+    return true;
+  }
+  return false;
+}
+
+internal::FileSize DirectoryLister::State::file_size() const {
+  using internal::LastLink;
+  return internal::file_size_in(_opened, _path.substr(_prefix),
+                                _listed ? LastLink::follow : LastLink::refuse);
+}
+
+// --- The way to a directory ----------------------------------------------------------
+
+/// Makes `directory` the one that is open, and _path its path.
+std::error_code DirectoryLister::State::open(const Directory& directory) {
+  const bool is_known = directory.parent != nullptr && go_back_to(*directory.parent);
+  if (is_known) {
+    _path.resize(directory.path_size - directory.name_size);
+    _path += directory.name();
+  } else {
+    _path = ScopeDirectory(directory).path();
+  }
+  _path_size = _path.size();
+  if (!_path.empty()) _path += '/';
+  _prefix = _path.size();
+
+  const FileDescriptor above = std::exchange(_opened, {});
+  const std::error_code error =
+      above.is_open()
+          ? internal::open_directory_in(above, std::string(directory.name()), _opened)
+          : open_from_root();
+  if (error) return error;
+  std::size_t depth = 0;
+  if (is_known) {
+    depth = _way.back().depth + 1;
+  } else {
+    for (const Directory* at = directory.parent; at != nullptr; at = at->parent) ++depth;
+  }
+  const bool is_deep = depth + 1 >= DEEP;
+  _way.push_back({&directory, depth, is_deep ? internal::identity(_opened) : std::nullopt});
+  return {};
+}
+
+/// Shortens the way to one that ends at `directory`, and opens that if it is worth it: a step up
+/// takes the system as long as some DEEP down. False, with nothing open, when `directory` is not
+/// on the way.
+bool DirectoryLister::State::go_back_to(const Directory& directory) {
+  const auto on_way = std::find_if(_way.rbegin(), _way.rend(), [&](const Passed& passed) {
+    return passed.directory->path_size <= directory.path_size;
+  });
+  if (on_way == _way.rend() || on_way->directory != &directory) {
+    _way.clear();
+    close();
+    return false;
+  }
+  const auto steps = static_cast<std::size_t>(on_way - _way.rbegin());
+  if (steps * DEEP > on_way->depth) close();
+  for (; &_way.back() != &*on_way; _way.pop_back()) {
+    if (!_opened.is_open()) continue;
+    // A directory may have been moved meanwhile: it then leads up to some other place.
+    FileDescriptor above;
+    const auto& expected = _way[_way.size() - 2].identity;
+    const bool is_same = !internal::open_parent(_opened, above) && expected.has_value() &&
+                         internal::identity(above) == expected;
+    _opened = is_same ? std::move(above) : FileDescriptor();
+  }
+  return true;
+}
+
+/// The way to the root may lead through links: it is followed once, and from then on a
+/// directory is opened by its whole path, in one call that takes no link.
+std::error_code DirectoryLister::State::open_from_root() {
+  using internal::RootLinks;
+  if (!_top) {
+    const internal::Blocking waits;
+    std::error_code unresolved;
+    _top = std::filesystem::canonical(_root, unresolved).native();
+  }
+  if (_path_size > 0 && !_top->empty()) {
+    return internal::open_directory_below(*_top, listed_path(), _opened, RootLinks::refuse);
+  }
+  return internal::open_directory_below(_root.native(), listed_path(), _opened);
+}
+
+// --- What is in it -------------------------------------------------------------------
+
+void DirectoryLister::State::judge() {
+  _listed.emplace(_scope, *_directory, listed_path(),
+                  [this](std::string_view rel_dir) { return read_ignore_file(rel_dir); });
+}
+
+/// The ignore file of the directory that is open, as its listing has it; or that of one
+/// above it, which is unread only where the listing begins and when the scope has been
+/// refreshed.
+internal::FileContent DirectoryLister::State::read_ignore_file(std::string_view rel_dir) const {
+  const std::string name(IGNORE_FILE_NAME);
+  if (rel_dir.size() != _path_size) {
+    return internal::read_file_below_without_links(_root.native(), rel_dir, name,
+                                                   MAX_IGNORE_FILE_BYTES);
+  }
+  if (!_listing.contains(name)) return make_error_code(std::errc::no_such_file_or_directory);
+  return internal::read_file_in(_opened, name, MAX_IGNORE_FILE_BYTES);
+}
+
+/// Whether the scope admits the directory that _path names.
+bool DirectoryLister::State::admits(const Directory& directory, bool is_link) {
+  std::optional<Exclusion> kind;
+  try {
+    kind = _listed->exclusion_of_directory(_path, directory);
+  } catch (const std::invalid_argument&) {
+    // With its backslashes read as separators the name is an absolute path, about
+    // which nothing can be asked. A stranger's directory must not end the walk.
+    fail(make_error_code(std::errc::invalid_argument), _path);
+    return false;
+  }
+  if (kind && !is_link && _on_pruned) _on_pruned(ScopeDirectory(directory), _path, *kind);
+  return !kind;
+}
+
+void DirectoryLister::State::fail(std::error_code error, std::string_view rel_path) {
+  if (!_on_error) return;
+  _on_error(std::filesystem::filesystem_error("cannot list the directory",
+                                              rel_path.empty() ? _root : _root / rel_path, error));
+}
+
+DirectoryLister::DirectoryLister(const IndexScope& scope, WalkErrorHandler on_error,
+                                 PruneHandler on_pruned)
+    : _state(std::make_unique<State>(scope, std::move(on_error), std::move(on_pruned))) {}
+
+DirectoryLister::~DirectoryLister() = default;
+DirectoryLister::DirectoryLister(DirectoryLister&& other) noexcept = default;
+DirectoryLister& DirectoryLister::operator=(DirectoryLister&& other) noexcept = default;
+
+bool DirectoryLister::list(ScopeDirectory directory) {
+  return _state->list(*directory._directory, /*judged=*/true);
+}
+
+bool DirectoryLister::list_unjudged(ScopeDirectory directory) {
+  return _state->list(*directory._directory, /*judged=*/false);
+}
+
+std::optional<ScopeDirectory> DirectoryLister::next_directory() {
+  const Directory* next = _state->next_directory();
+  return next == nullptr ? std::nullopt : std::optional(ScopeDirectory(*next));
+}
+
+const std::string* DirectoryLister::next_file() {
+  return _state->next_file() ? &_state->path() : nullptr;
+}
+
+Decision DirectoryLister::decide(FileFacts facts) const { return _state->decide(facts); }
+bool DirectoryLister::is_regular_file() const { return _state->is_regular_file(); }
+
+std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) const {
+  const internal::FileSize size = _state->file_size();
+  const auto* failed = std::get_if<std::error_code>(&size);
+  error = failed != nullptr ? *failed : std::error_code();
+  return failed != nullptr ? std::nullopt : std::optional(std::get<std::int64_t>(size));
+}
+
+// --- The walk ----------------------------------------------------------------------
+
+class Walk::State {
+ public:
+  State(const IndexScope& scope, WalkErrorHandler on_error)
+      : _lister(scope, std::move(on_error)), _pending{ScopeDirectory(scope, "")} {}
+
+  const std::string& path() const { return *_path; }
+
+  bool advance() {
+    try {
+      return step();
+    } catch (...) {
+      _pending.clear();
+      _lister._state->clear();
+      throw;
+    }
+  }
+
+ private:
+  bool step() {
+    while ((_path = _lister.next_file()) == nullptr) {
+      if (_pending.empty()) return false;
+      const ScopeDirectory directory = _pending.back();
+      _pending.pop_back();
+      _lister.list(directory);
+      const auto below = _pending.size();
+      while (const auto next = _lister.next_directory()) _pending.push_back(*next);
+      std::reverse(_pending.begin() + static_cast<std::ptrdiff_t>(below), _pending.end());
+    }
+    _lister._state->close();
+    return true;
+  }
+
+  DirectoryLister _lister;
+  std::vector<ScopeDirectory> _pending;  // the next one last
+  const std::string* _path = nullptr;
+};
+
+Walk IndexScope::walk(WalkErrorHandler on_error) const& { return Walk(*this, std::move(on_error)); }
+
+Walk::Walk(const IndexScope& scope, WalkErrorHandler on_error)
+    : _state(std::make_unique<State>(scope, std::move(on_error))) {}
+
+Walk::~Walk() = default;
+Walk::Walk(Walk&& other) noexcept = default;
+Walk& Walk::operator=(Walk&& other) noexcept = default;
+
+const std::string& Walk::path() const { return _state->path(); }
+bool Walk::advance() { return _state->advance(); }
+
+}  // namespace path_filter
