@@ -40,8 +40,8 @@
 #include "benchmarks/benchmark_tree.h"
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/index_scope/index_scope.h"
-#include "utils/path_filter/test_code/test_code.h"
 #include "utils/path_filter/index_scope/tree_walk.h"
+#include "utils/path_filter/test_code/test_code.h"
 
 namespace {
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cassert>
 #include <set>
+#include <utility>
+#include <vector>
 
 #include "tests/temp_tree.h"
 #include "utils/path_filter/base/logger.h"
@@ -128,11 +130,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const bool admitted = !model.kind(file.substr(0, file.rfind('/') + 1));
         if (admitted && !entry.is_directory(failed)) expected.insert(file);
       }
-      Walk walk = scope.walk([](const auto&) { assert(false); });
-      for (const std::string& file : walk) {
-        assert(expected.erase(file) == 1);
+      const auto fail = [](const auto&) { assert(false); };
+      std::set<std::string> walked;
+      for (const std::string& file : scope.walk(fail)) {
+        walked.insert(file);
         if (asked == "a") scope.refresh();
-        if (asked != "b") assert(walk.decide().kind() == model.kind(file));
+      }
+      assert(walked == expected);
+      DirectoryLister lister(scope, fail);
+      for (std::vector pending{ScopeDirectory(scope, "")}; !pending.empty();) {
+        lister.list(std::exchange(pending.back(), pending.front()));
+        pending.pop_back();
+        while (const auto next = lister.next_directory()) pending.push_back(*next);
+        while (const std::string* file = lister.next_file()) {
+          assert(expected.erase(*file) == 1 && lister.decide().kind() == model.kind(*file));
+        }
       }
       assert(expected.empty());
     }

@@ -18,8 +18,8 @@
 #include "program/directory_queue.h"
 #include "program/output.h"
 #include "program/repository.h"
-#include "utils/path_filter/test_code/test_code.h"
 #include "utils/path_filter/index_scope/tree_walk.h"
+#include "utils/path_filter/test_code/test_code.h"
 
 namespace program {
 
@@ -106,7 +106,8 @@ class Lines {
 /// Finds and prints what the options ask for in one place, on one thread.
 class TreePrinter {
  public:
-  TreePrinter(const ListOptions& options, const Repository& repository, const Place& place, Lines& lines)
+  TreePrinter(const ListOptions& options, const Repository& repository, const Place& place,
+              Lines& lines)
       : _options(options),
         _repository(repository),
         _place(place),

@@ -371,9 +371,8 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // A closed pipe is seen where the output is written.
   std::signal(SIGPIPE, SIG_IGN);
-  path_filter::logger->set_sink([](const path_filter::Warning& warning) {
-    program::warn(warning.message());
-  });
+  path_filter::logger->set_sink(
+      [](const path_filter::Warning& warning) { program::warn(warning.message()); });
   try {
     return run(argc, argv);
   } catch (const UsageError& error) {

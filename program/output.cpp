@@ -67,7 +67,8 @@ void Output::flush() {
   const int code = errno;
   _buffer.clear();
   if (written) return;
-  if (code != EPIPE) throw std::system_error(code, std::generic_category(), "cannot write the output");
+  if (code != EPIPE)
+    throw std::system_error(code, std::generic_category(), "cannot write the output");
   _closed = true;
 }
 

@@ -125,8 +125,7 @@ void write_file(const std::string& file, std::string_view text) {
       ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!opened.is_open()) throw failure(file);
   try {
-    if (!write_all(opened.number(), text) ||
-        std::rename(unfinished.c_str(), target.c_str()) != 0) {
+    if (!write_all(opened.number(), text) || std::rename(unfinished.c_str(), target.c_str()) != 0) {
       throw failure(file);
     }
   } catch (...) {

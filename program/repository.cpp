@@ -88,9 +88,8 @@ Repository::Repository(const std::filesystem::path& top,
                        std::optional<path_filter::IndexLimits> limits)
     : scope(top, {.limits = std::move(limits),
                   .excludes_file = [this](const std::filesystem::path& root) {
-                    auto file = git_config::excludes_file(root, [](std::string_view problem) {
-                      warn(problem);
-                    });
+                    auto file = git_config::excludes_file(
+                        root, [](std::string_view problem) { warn(problem); });
                     if (file && file->is_relative()) {
                       const std::lock_guard lock(_mutex);
                       _relative_excludes_file = file->native();

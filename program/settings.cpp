@@ -42,7 +42,8 @@ ConfigValue value_of(const toml::node& node) {
 
 std::vector<std::string> names_in(const toml::node& languages, const std::string& file) {
   std::vector<std::string> names;
-  if (const auto* text = languages.as_string(); text != nullptr && text->get().empty()) return names;
+  if (const auto* text = languages.as_string(); text != nullptr && text->get().empty())
+    return names;
   const auto* list = languages.as_array();
   const auto is_list = [](const toml::node& node) { return node.is_array(); };
   if (list == nullptr || std::ranges::any_of(*list, is_list)) {

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "program/output.h"
-#include "utils/path_filter/test_code/test_code.h"
 #include "utils/path_filter/index_scope/tree_walk.h"
+#include "utils/path_filter/test_code/test_code.h"
 
 namespace program {
 

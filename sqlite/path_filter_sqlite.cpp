@@ -1,6 +1,6 @@
 // The loadable SQLite extension path_filter_sqlite.so. It gives the connection that loads
-// it the SQL function brelo_is_test_path (see utils/path_filter/test_code/test_code_sql.h), answered
-// by the default language registry, which is part of the extension.
+// it the SQL function brelo_is_test_path (see utils/path_filter/test_code/test_code_sql.h),
+// answered by the default language registry, which is part of the extension.
 //
 //   sqlite> .load ./path_filter_sqlite
 //   sqlite> SELECT path FROM files WHERE NOT brelo_is_test_path(path);
@@ -17,13 +17,13 @@
 
 SQLITE_EXTENSION_INIT1
 
-#define PATH_FILTER_EXPORT __attribute__((visibility("default")))
+#define ENTRY_POINT __attribute__((visibility("default")))
 
 extern "C" {
 
 // SQLite derives this name from that of the file.
-PATH_FILTER_EXPORT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_message,
-                                                     const sqlite3_api_routines* api) {
+ENTRY_POINT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_message,
+                                              const sqlite3_api_routines* api) {
   // SQLite holds a lock of the connection here and none of the process, and hands the same
   // table to each of its connections: it is stored once, so that no store meets a thread's use.
   static std::once_flag stored;
@@ -45,8 +45,8 @@ PATH_FILTER_EXPORT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char**
 }
 
 // SQLite tries this name first, so the file may be renamed.
-PATH_FILTER_EXPORT int sqlite3_extension_init(sqlite3* connection, char** error_message,
-                                              const sqlite3_api_routines* api) {
+ENTRY_POINT int sqlite3_extension_init(sqlite3* connection, char** error_message,
+                                       const sqlite3_api_routines* api) {
   return sqlite3_pathfiltersqlite_init(connection, error_message, api);
 }
 

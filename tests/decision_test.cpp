@@ -1,7 +1,4 @@
-#include "tests/support.h"
-#include "utils/path_filter/base/quoting.h"
 #include "utils/path_filter/index_scope/decision.h"
-#include "utils/path_filter/index_scope/index_limits.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +6,9 @@
 #include <cstdint>
 #include <string>
 
+#include "tests/support.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/index_scope/index_limits.h"
 
 namespace path_filter {
 namespace {

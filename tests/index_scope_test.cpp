@@ -56,7 +56,6 @@ TEST(IndexScope, RulesInTheirOrder) {
   }
 }
 
-
 TEST(IndexScope, Limits) {
   const IndexScope scope("/nowhere", {.limits = IndexLimits{10485760, LanguageSet{"python"}}});
   using Row = std::tuple<const char*, std::optional<std::int64_t>, const char*, const char*>;

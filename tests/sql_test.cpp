@@ -132,8 +132,8 @@ TEST(Registration, ReplacesTheEarlierOneUnlessAStatementRuns) {
   EXPECT_THROW(register_path_functions(nullptr), std::invalid_argument);
 }
 
-// The options are given by name, and `exclude` is always given.
-static_assert(!MadeFrom<SqlTestPathFilterOptions> && !MadeFrom<SqlTestPathFilterOptions, bool>);
+// `exclude` is always given.
+static_assert(!MadeFrom<SqlTestPathFilterOptions>);
 static_assert(!MadeFrom<internal::RequiredFlag, int>);
 static_assert(!MadeFrom<internal::RequiredFlag, const char*>);
 

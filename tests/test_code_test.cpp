@@ -1,7 +1,3 @@
-#include "tests/support.h"
-#include "utils/path_filter/base/quoting.h"
-#include "utils/path_filter/base/utf8.h"
-#include "utils/path_filter/test_code/shell_glob.h"
 #include "utils/path_filter/test_code/test_code.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support.h"
+#include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/base/utf8.h"
+#include "utils/path_filter/test_code/shell_glob.h"
 
 namespace path_filter {
 namespace {

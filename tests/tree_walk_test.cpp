@@ -29,34 +29,37 @@ struct Walked {
     };
   }
   PruneHandler on_pruned() {
-    return [this](std::string_view rel_dir, Exclusion kind) { pruned.emplace(rel_dir, kind); };
+    return [this](ScopeDirectory directory, std::string_view rel_dir, Exclusion kind) {
+      EXPECT_EQ(directory.path(), rel_dir);
+      pruned.emplace(rel_dir, kind);
+    };
   }
 };
 
 Walked walk(const IndexScope& scope) {
   Walked walked;
-  for (const std::string& path : scope.walk(walked.on_error(), {.on_pruned = walked.on_pruned()})) {
-    walked.paths.push_back(path);
-  }
+  for (const std::string& path : scope.walk(walked.on_error())) walked.paths.push_back(path);
   return walked;
 }
 
 /// Lists the tree with two listers that take turns, in another order than a walk's.
-void expect_listers_find(Walked walked, const std::filesystem::path& root) {
+void expect_listers_find(Walked walked, const std::filesystem::path& root,
+                         const std::map<std::string, Exclusion>& pruned = {}) {
   Walked listed;
   const IndexScope scope(root);
   DirectoryLister lister(scope, listed.on_error(), listed.on_pruned());
   DirectoryLister other(scope, listed.on_error(), listed.on_pruned());
-  for (std::vector<std::string> queue{""}; !queue.empty(); std::swap(lister, other)) {
-    lister.list(std::exchange(queue.back(), {}));
+  for (std::vector queue{ScopeDirectory(scope, "")}; !queue.empty(); std::swap(lister, other)) {
+    const ScopeDirectory directory = queue.back();
     queue.pop_back();
+    lister.list(directory);
     while (const std::string* path = lister.next_file()) listed.paths.push_back(*path);
-    while (auto below = lister.next_directory()) queue.push_back(*std::move(below));
+    while (auto below = lister.next_directory()) queue.push_back(*below);
   }
   std::ranges::sort(walked.paths);
   std::ranges::sort(listed.paths);
   EXPECT_TRUE(listed.paths == walked.paths && listed.errors == walked.errors &&
-              listed.pruned == walked.pruned)
+              listed.pruned == pruned)
       << root << testing::PrintToString(listed.paths) << testing::PrintToString(listed.errors);
 }
 
@@ -81,28 +84,28 @@ TEST(Walk, PrunesAndProduces) {
   const Walked walked = walk(IndexScope(tree.root()));
   EXPECT_EQ(std::set(walked.paths.begin(), walked.paths.end()), files);
   EXPECT_EQ(walked.errors, std::vector<std::string>());
-  EXPECT_EQ(walked.pruned, pruned);
   // A directory's own files come first, and each subtree is finished before the next.
   std::vector<std::string> tops;
   for (const std::string& path : walked.paths) tops.push_back(path.substr(0, path.find('/') + 1));
   tops.erase(std::unique(tops.begin(), tops.end()), tops.end());
   EXPECT_EQ(tops.front(), "");
   EXPECT_EQ(std::set(tops.begin(), tops.end()).size(), tops.size());
-  expect_listers_find(walked, tree.root());
+  expect_listers_find(walked, tree.root(), pruned);
 }
 
 // That a walk decides as its scope does, on any tree, is what fuzz/tree_fuzzer.cpp shows.
-TEST(Walk, DecidesByTheLimitsToo) {
+TEST(DirectoryLister, DecidesByTheLimitsToo) {
   const TempTree tree;
   for (const char* path : {"a.py", "C:/drive.py", "\\root.py"}) tree.write(path);
   const IndexScope scope(tree.root(), {.limits = IndexLimits{10, std::nullopt}});
-  Walk walk = scope.walk();
-  for (const std::string& path : walk) {
-    if (path == "a.py") {
-      EXPECT_TRUE(walk.decide({.size = 10}));
-      EXPECT_EQ(walk.decide({.size = 11}).kind(), Exclusion::size);
+  DirectoryLister lister(scope);
+  lister.list(ScopeDirectory(scope, ""));
+  while (const std::string* path = lister.next_file()) {
+    if (*path == "a.py") {
+      EXPECT_TRUE(lister.decide({.size = 10}));
+      EXPECT_EQ(lister.decide({.size = 11}).kind(), Exclusion::size);
     } else {
-      EXPECT_THROW(walk.decide(), std::invalid_argument) << path;
+      EXPECT_THROW(lister.decide(), std::invalid_argument) << *path;
     }
   }
 }
@@ -154,7 +157,7 @@ TEST(Walk, FollowsNoLinkBelowTheRoot) {
     std::filesystem::create_directory_symlink("../outside", tree / "real/a");
   }
   EXPECT_EQ(errors.size(), 1U);
-  EXPECT_FALSE(DirectoryLister(scope).list("a"));
+  EXPECT_FALSE(DirectoryLister(scope).list(ScopeDirectory(scope, "a")));
 }
 
 TEST(Walk, HoldsNothingOpenBetweenPathsAndIsLazy) {
@@ -177,10 +180,47 @@ TEST(Walk, HoldsNothingOpenBetweenPathsAndIsLazy) {
     // Rules that are new count from the next directory on.
     tree.write("w/x/.gitignore", "b.py\n");
     scope.refresh();
-    EXPECT_EQ(walk.decide().indexable(), !path.starts_with('w')) << path;
+    EXPECT_EQ(scope.is_indexable(path).indexable(), !path.starts_with('w')) << path;
   }
   EXPECT_EQ(paths.size(), 5U);
   EXPECT_TRUE(paths.contains("late.py"));
+}
+
+/// A way up that leads elsewhere, as a directory has been moved, is not taken.
+TEST(DirectoryLister, GoesUpWhereItCameDown) {
+  const TempTree tree;
+  const auto down = [](int level) {
+    std::string path;
+    while (level-- > 0) path += "d/";
+    return path;
+  };
+  for (int level = 0; level < 40; ++level) {
+    tree.write(down(level) + "s/" + std::to_string(level) + ".py");
+  }
+  const IndexScope scope(tree.root());
+  DirectoryLister lister(scope);
+  std::set<std::string> found;
+  for (std::vector pending{ScopeDirectory(scope, "")}; !pending.empty();) {
+    const ScopeDirectory directory = pending.back();
+    pending.pop_back();
+    lister.list(directory);
+    while (const auto below = lister.next_directory()) {
+      const bool goes_on = below->path().ends_with('d');
+      pending.insert(goes_on ? pending.end() : pending.end() - !pending.empty(), *below);
+    }
+    while (const std::string* path = lister.next_file()) found.insert(*path);
+    if (found.contains(down(39) + "s/39.py")) {
+      std::error_code done;
+      std::filesystem::rename(tree / down(30), tree / "moved", done);
+    }
+  }
+  for (int level = 0; level < 30; ++level) {
+    EXPECT_EQ(found.erase(down(level) + "s/" + std::to_string(level) + ".py"), 1U) << level;
+  }
+  for (const std::string& path : found) {
+    const auto level = std::to_string(std::ranges::count(path, 'd'));
+    EXPECT_TRUE(path.ends_with("/s/" + level + ".py")) << path;
+  }
 }
 
 /// Each directory is opened from the one above: from the top, this tree would take minutes.

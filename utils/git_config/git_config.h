@@ -30,13 +30,14 @@ using WarningHandler = std::function<void(std::string_view problem)>;
 /// in then, as it does where there is no git. Never throws but for `warn` and std::bad_alloc. Some
 /// milliseconds. Any number of threads may ask at once; the environment must not change
 /// meanwhile.
-PATH_FILTER_EXPORT std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
-                                                   const WarningHandler& warn = nullptr);
+PATH_FILTER_EXPORT std::optional<std::filesystem::path> excludes_file(
+    const std::filesystem::path& root, const WarningHandler& warn = nullptr);
 
 /// The same as a lookup for path_filter::IndexScopeOptions::excludes_file: what is relative to
 /// the root is joined with it.
-PATH_FILTER_EXPORT std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
-excludes_file_lookup(WarningHandler warn = nullptr);
+PATH_FILTER_EXPORT
+    std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
+    excludes_file_lookup(WarningHandler warn = nullptr);
 
 }  // namespace git_config
 

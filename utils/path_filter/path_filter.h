@@ -15,12 +15,12 @@
 #ifndef UTILS_PATH_FILTER_PATH_FILTER_H_
 #define UTILS_PATH_FILTER_PATH_FILTER_H_
 
+#include "utils/path_filter/base/logger.h"
 #include "utils/path_filter/git_ignore/git_ignore.h"
 #include "utils/path_filter/index_scope/index_scope.h"
-#include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 #include "utils/path_filter/path_rules/path_rules.h"
 #include "utils/path_filter/test_code/test_code.h"
 #include "utils/path_filter/test_code/test_code_sql.h"
-#include "utils/path_filter/index_scope/tree_walk.h"
 
 #endif  // UTILS_PATH_FILTER_PATH_FILTER_H_

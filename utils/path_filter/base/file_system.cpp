@@ -34,8 +34,7 @@ std::error_code open_retrying(int from, const char* path, int flags, FileDescrip
 }
 
 bool is_missing_call(std::error_code error) {
-  return error == std::errc::function_not_supported ||
-         error == std::errc::operation_not_permitted;
+  return error == std::errc::function_not_supported || error == std::errc::operation_not_permitted;
 }
 
 /// Up to three parts of a path with a "/" between them, for one call and without an
@@ -68,8 +67,9 @@ class JoinedPath {
 /// otherwise `from` and `path` are how far it came and what is left.
 template <typename Open>
 std::error_code open_in_pieces(FileDescriptor& from, std::string_view& path, int flags,
-                   std::size_t longest_piece, Open open) {
-  if (path.find('\0') != std::string_view::npos) return make_error_code(NO_FILE);  // no file has that name
+                               std::size_t longest_piece, Open open) {
+  if (path.find('\0') != std::string_view::npos)
+    return make_error_code(NO_FILE);  // no file has that name
   std::array<char, PATH_MAX> piece;
   for (;;) {
     std::size_t size = path.size();
@@ -109,7 +109,8 @@ FileContent read_regular(const FileDescriptor& file, std::size_t limit) {
   if (S_ISDIR(status.st_mode)) return make_error_code(std::errc::is_a_directory);
   if (is_null_device(status)) return std::string();
   if (!S_ISREG(status.st_mode)) return make_error_code(NOT_A_FILE);
-  if (static_cast<std::size_t>(status.st_size) > limit) return make_error_code(std::errc::file_too_large);
+  if (static_cast<std::size_t>(status.st_size) > limit)
+    return make_error_code(std::errc::file_too_large);
 
   // One byte more than the file has: the read that fills less has met its end.
   std::string content(static_cast<std::size_t>(status.st_size) + 1, '\0');
@@ -159,8 +160,7 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
                          std::size_t limit) {
   const Blocking waits;
   FileDescriptor file;
-  const auto error =
-      open_retrying(directory.number(), name.c_str(), O_RDONLY | O_NOFOLLOW, file);
+  const auto error = open_retrying(directory.number(), name.c_str(), O_RDONLY | O_NOFOLLOW, file);
   if (error) return error;
   return read_regular(file, limit);
 }

@@ -78,8 +78,7 @@ FileContent read_file_below_without_links(const std::string& root, std::string_v
 FileSize file_size(std::string_view path);
 
 /// The same of the file `name` in the directory `directory`; a link is followed or has its own.
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name,
-                      LastLink last_link);
+FileSize file_size_in(const FileDescriptor& directory, const std::string& name, LastLink last_link);
 
 /// Whether the way to a root may lead through symbolic links.
 enum class RootLinks { follow, refuse };

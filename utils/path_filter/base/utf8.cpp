@@ -102,7 +102,8 @@ bool continues_word(std::string_view text) {
 
 Character character_at(std::string_view text, std::size_t at) {
   const std::string_view rest = text.substr(at);
-  return decode(rest).value_or(Character{NO_CHARACTER + static_cast<unsigned char>(rest.front()), 1});
+  return decode(rest).value_or(
+      Character{NO_CHARACTER + static_cast<unsigned char>(rest.front()), 1});
 }
 
 std::string_view trim(std::string_view text) {

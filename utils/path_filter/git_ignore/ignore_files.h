@@ -9,8 +9,8 @@
 #include <string>
 #include <system_error>
 
-#include "utils/path_filter/git_ignore/git_ignore.h"
 #include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace path_filter {
 

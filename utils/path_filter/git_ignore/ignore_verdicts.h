@@ -38,8 +38,8 @@
 #include <vector>
 
 #include "utils/path_filter/base/directory_table.h"
-#include "utils/path_filter/git_ignore/git_ignore.h"
 #include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace path_filter {
 

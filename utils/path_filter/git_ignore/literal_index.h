@@ -43,7 +43,9 @@ class LiteralIndex {
         _sizes(_pairs) {}
 
   /// The first round: says that `file` will be called with this literal.
-  void count(Anchor anchor, std::string_view key) { ++_buckets[bucket(anchored_hash(anchor, key))]; }
+  void count(Anchor anchor, std::string_view key) {
+    ++_buckets[bucket(anchored_hash(anchor, key))];
+  }
 
   /// Ends the first round.
   void allot() {
@@ -102,7 +104,9 @@ class LiteralIndex {
   /// Of each anchor.
   using Sizes = std::array<SizeBits, ANCHORS>;
 
-  static SizeBits& of(Sizes& sizes, Anchor anchor) { return sizes[static_cast<std::size_t>(anchor)]; }
+  static SizeBits& of(Sizes& sizes, Anchor anchor) {
+    return sizes[static_cast<std::size_t>(anchor)];
+  }
   static SizeBits of(const Sizes& sizes, Anchor anchor) {
     return sizes[static_cast<std::size_t>(anchor)];
   }

@@ -6,7 +6,6 @@
 #include "utils/path_filter/base/quoting.h"
 #include "utils/path_filter/base/utf8.h"
 
-
 namespace path_filter {
 
 namespace internal {

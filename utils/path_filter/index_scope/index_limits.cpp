@@ -73,9 +73,11 @@ std::optional<LanguageSet> configured_languages(std::span<const std::string> nam
 }  // namespace internal
 
 IndexLimits IndexLimits::from_config(const IndexConfig& index) {
-  for (const auto& [is_there, name] : {std::pair{index.max_file_size_mb.has_value(), "max_file_size_mb"},
-                                       {index.languages.has_value(), "languages"}}) {
-    if (!is_there) throw std::invalid_argument(std::string("the configuration has no index.") + name);
+  for (const auto& [is_there, name] :
+       {std::pair{index.max_file_size_mb.has_value(), "max_file_size_mb"},
+        {index.languages.has_value(), "languages"}}) {
+    if (!is_there)
+      throw std::invalid_argument(std::string("the configuration has no index.") + name);
   }
   auto max_file_bytes = internal::configured_bytes(*index.max_file_size_mb);
   if (!max_file_bytes) {

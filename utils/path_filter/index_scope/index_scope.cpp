@@ -7,8 +7,8 @@
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/base/paths.h"
-#include "utils/path_filter/path_rules/path_rules.h"
 #include "utils/path_filter/index_scope/scope_state.h"
+#include "utils/path_filter/path_rules/path_rules.h"
 
 namespace path_filter {
 
@@ -125,15 +125,16 @@ Decision ScopeState::decide(std::string_view path, const Directory& directory,
   }
   const auto language = language_registry::detect_language(name);
   if (!language) return Decision::excluded(Exclusion::unknown_language);
-  if (language_registry::is_lockfile(name)) return Decision::excluded(Exclusion::lockfile, language);
+  if (language_registry::is_lockfile(name))
+    return Decision::excluded(Exclusion::lockfile, language);
   if (!minified_glob(name).empty()) return Decision::excluded(Exclusion::minified, language);
   if (verdicts._ignored(path, directory)) return Decision::excluded(Exclusion::gitignore, language);
   return _within_limits(*language, facts.size);
 }
 
 std::optional<Exclusion> ScopeState::exclusion_of_directory(std::string_view path,
-                                                        const Directory& directory,
-                                                        IgnoreVerdicts& verdicts) {
+                                                            const Directory& directory,
+                                                            IgnoreVerdicts& verdicts) {
   if (path.empty()) return std::nullopt;
   if (const auto kind = _directory_rule(directory)) return kind;
   if (verdicts._directory_ignored(path, directory)) return Exclusion::gitignore;

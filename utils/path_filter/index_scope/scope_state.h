@@ -9,9 +9,9 @@
 #include <optional>
 #include <string_view>
 
-#include "utils/path_filter/index_scope/decision.h"
 #include "utils/path_filter/base/directory_table.h"
 #include "utils/path_filter/git_ignore/ignore_verdicts.h"
+#include "utils/path_filter/index_scope/decision.h"
 #include "utils/path_filter/index_scope/index_limits.h"
 #include "utils/path_filter/index_scope/index_scope.h"
 #include "utils/path_filter/index_scope/replaceable.h"
@@ -43,7 +43,7 @@ class ScopeState {
 
   /// The kind of rule that leaves out all that the directory at `path` holds.
   std::optional<Exclusion> exclusion_of_directory(std::string_view path, const Directory& directory,
-                                              IgnoreVerdicts& verdicts);
+                                                  IgnoreVerdicts& verdicts);
 
   /// What decided, for IndexScope::explain.
   Explanation explain(std::string_view path, FileFacts facts);

@@ -167,9 +167,8 @@ std::error_code DirectoryLister::State::open(const Directory& directory) {
 
   const FileDescriptor above = std::exchange(_opened, {});
   const std::error_code error =
-      above.is_open()
-          ? internal::open_directory_in(above, std::string(directory.name()), _opened)
-          : open_from_root();
+      above.is_open() ? internal::open_directory_in(above, std::string(directory.name()), _opened)
+                      : open_from_root();
   if (error) return error;
   std::size_t depth = 0;
   if (is_known) {

@@ -39,8 +39,8 @@ inline constexpr std::array<std::string_view, 23> ALWAYS_SKIP_DIRS{
     "node_modules", "obj",   "out",           "target",      "venv"};
 
 /// Hidden directory names that are not skipped for being hidden.
-inline constexpr std::array<std::string_view, 5> ALLOWED_HIDDEN_DIRS{
-    ".circleci", ".github", ".gitlab", ".idea", ".vscode"};
+inline constexpr std::array<std::string_view, 5> ALLOWED_HIDDEN_DIRS{".circleci", ".github",
+                                                                     ".gitlab", ".idea", ".vscode"};
 
 /// The only names admitted directly below a directory named ".github".
 inline constexpr std::array<std::string_view, 4> GITHUB_ALLOWED_SUBDIRS{
@@ -50,7 +50,8 @@ inline constexpr std::array<std::string_view, 4> GITHUB_ALLOWED_SUBDIRS{
 /// the directory directly above, absent at the top. Asks the registry for its test
 /// directory names when `name` begins or ends with "__", as a test directory such as
 /// "__tests__" stays.
-PATH_FILTER_EXPORT bool _skips_directory(std::string_view name, std::optional<std::string_view> parent_name);
+PATH_FILTER_EXPORT bool _skips_directory(std::string_view name,
+                                         std::optional<std::string_view> parent_name);
 
 /// Whether the indexer skips the directory `dirname` (one name, not split) that lies
 /// in the directory `parent_path`.
