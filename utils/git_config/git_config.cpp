@@ -3,11 +3,9 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#ifdef __linux__
-#include <sys/prctl.h>
-#endif
 
 #include <algorithm>
 #include <array>
@@ -27,7 +25,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds LONGEST_WAIT{2};
-constexpr int NO_GIT = 127;  // the exit status where there is none
+// In place of an exit status.
+constexpr int NO_GIT = 127;  // there is none
+constexpr int FAILED = -1;   // it could not be run, or a signal ended it
+constexpr int TAKEN = -2;    // the host ignores SIGCHLD, or takes the status of every child
 
 /// What binds git to a repository other than that of its directory. `git rev-parse
 /// --local-env-vars` lists them; the two that carry the settings of `git -c` are the
@@ -80,22 +81,6 @@ std::vector<char*> git_environment() {
   return variables;
 }
 
-/// Becomes git. Runs in the child of a process that may have threads: it only makes
-/// system calls.
-[[noreturn]] void become_git(char* const* arguments, char* const* environment, int output,
-                             pid_t parent) {
-#ifdef __linux__
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-#endif
-  if (::getppid() != parent) ::_exit(EXIT_FAILURE);  // it ended before that call
-  ::dup2(output, STDOUT_FILENO);
-  const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-  ::dup2(null, STDIN_FILENO);
-  ::dup2(null, STDERR_FILENO);
-  ::execvpe("git", arguments, environment);
-  ::_exit(NO_GIT);
-}
-
 /// A child process, which does not outlive this object.
 class Child {
  public:
@@ -109,13 +94,14 @@ class Child {
     }
   }
 
-  /// Its exit status; -1 when a signal ended it, absent while it runs at `deadline`.
+  /// Its exit status, FAILED or TAKEN; absent while it runs at `deadline`.
   std::optional<int> wait(Clock::time_point deadline) {
     int status = 0;
     for (;;) {
       const pid_t ended = ::waitpid(_number, &status, WNOHANG);
       _ended = ended == _number || (ended < 0 && errno != EINTR);
-      if (_ended) return ended == _number && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      if (_ended && ended < 0) return TAKEN;
+      if (_ended) return WIFEXITED(status) ? WEXITSTATUS(status) : FAILED;
       if (Clock::now() >= deadline) return std::nullopt;
       std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
@@ -141,30 +127,64 @@ bool read_all(const Descriptor& from, Clock::time_point deadline, std::string& t
   }
 }
 
+/// Both ends of a pipe that no child inherits.
+std::optional<std::array<int, 2>> make_pipe() {
+  std::array<int, 2> ends{};
+#ifdef __APPLE__
+  if (::pipe(ends.data()) != 0) return std::nullopt;
+  for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+#else
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
+#endif
+  return ends;
+}
+
+/// Starts git, with `output` as its standard output; absent when it cannot be run. The error is
+/// an errno value.
+std::optional<pid_t> start_git(char* const* arguments, int output, int& error) {
+  const std::vector<char*> environment = git_environment();
+  posix_spawn_file_actions_t streams;
+  error = ::posix_spawn_file_actions_init(&streams);
+  if (error != 0) return std::nullopt;
+  pid_t child = -1;
+  // In this order: the pipe may itself be one of these three.
+  error = ::posix_spawn_file_actions_adddup2(&streams, output, STDOUT_FILENO);
+  for (const int number : {STDIN_FILENO, STDERR_FILENO}) {
+    if (error != 0) break;
+    error = ::posix_spawn_file_actions_addopen(&streams, number, "/dev/null", O_RDWR, 0);
+  }
+  if (error == 0) {
+    error = ::posix_spawnp(&child, "git", &streams, nullptr, arguments, environment.data());
+  }
+  ::posix_spawn_file_actions_destroy(&streams);
+  return error == 0 ? std::optional(child) : std::nullopt;
+}
+
 struct GitAnswer {
-  std::optional<int> status;  // the exit status; -1 when git could not be run, absent: no answer
+  std::optional<int> status;  // as of Child::wait
   std::string output;
 };
 
 GitAnswer ask_git(std::vector<std::string> arguments, Clock::time_point deadline) {
-  std::array<int, 2> pipe{};
-  if (::pipe2(pipe.data(), O_CLOEXEC) != 0) return {-1, {}};
-  const Descriptor from(pipe[0]);
-  Descriptor to(pipe[1]);
+  const auto pipe = make_pipe();
+  if (!pipe) return {FAILED, {}};
+  const Descriptor from((*pipe)[0]);
+  Descriptor to((*pipe)[1]);
 
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  const std::vector<char*> environment = git_environment();
-  const pid_t parent = ::getpid();
-  const pid_t number = ::fork();
-  if (number < 0) return {-1, {}};
-  if (number == 0) become_git(argv.data(), environment.data(), to.number(), parent);
+  int error = 0;
+  const auto number = start_git(argv.data(), to.number(), error);
+  if (!number) return {error == ENOENT ? NO_GIT : FAILED, {}};
 
-  Child child(number);
+  Child child(*number);
   to.close();
   GitAnswer answer;
-  if (read_all(from, deadline, answer.output)) answer.status = child.wait(deadline);
+  if (!read_all(from, deadline, answer.output)) return answer;
+  answer.status = child.wait(deadline);
+  // A value ends with a NUL: one that was read whole counts, whatever became of the child.
+  if (answer.status == TAKEN && answer.output.ends_with('\0')) answer.status = 0;
   return answer;
 }
 
@@ -186,13 +206,13 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
       {"git", "-C", directory, "config", "-z", "--path", "--get", "core.excludesFile"}, deadline);
   // git refuses the configuration of a repository that belongs to somebody else; the
   // user's own counts all the same.
-  if (answer.status > 1) {
+  if (answer.status > 1 || answer.status == TAKEN) {
     answer = ask_git(
         {"git", "-C", "/", "config", "--global", "-z", "--path", "--get", "core.excludesFile"},
         deadline);
   }
-  const bool has_said = answer.status == 0 || answer.status == 1 || answer.status == NO_GIT;
-  if (!has_said && warn) {
+  const bool has_said = answer.status && *answer.status <= 1 && *answer.status != FAILED;
+  if (!has_said && answer.status != NO_GIT && warn) {
     warn("git does not say which file core.excludesFile names; its default place is read");
   }
   if (answer.status != 0) return default_excludes_file();

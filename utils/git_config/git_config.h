@@ -36,8 +36,8 @@ PATH_FILTER_EXPORT std::optional<std::filesystem::path> excludes_file(
 /// The same as a lookup for path_filter::IndexScopeOptions::excludes_file: what is relative to
 /// the root is joined with it.
 PATH_FILTER_EXPORT
-    std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
-    excludes_file_lookup(WarningHandler warn = nullptr);
+std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
+excludes_file_lookup(WarningHandler warn = nullptr);
 
 }  // namespace git_config
 
