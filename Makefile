@@ -55,7 +55,7 @@ test-report: packages  ## open the pages of `report` in headless Chromium
 	cmake --build --preset gcc -j $(JOBS) --target path-filter
 	/usr/bin/python3 tests/report_test.py build/gcc/program/path-filter
 
-lint: packages  ## check the format, and that headers stand alone
+lint: packages  ## check the format, that headers stand alone, which way includes go
 	scripts/lint.sh
 
 # How many lines of tests there are beside the code.

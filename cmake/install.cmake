@@ -76,7 +76,7 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SECTION devel)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  # For who links the static library, or the function for SQLite.
+  # For programs that link the static library, or the function for SQLite.
   set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libutf8proc-dev, libsqlite3-dev")
   include(CPack)
 endif()

@@ -295,7 +295,7 @@ int check(const CheckOptions& options) {
   for (std::size_t i = 0; i < options.threads; ++i) checkers.emplace_back(options, root, output);
   const auto print = [&] {
     for (Checker& checker : checkers) checker.print(output);
-    output.flush();  // who writes a path and waits for its answer gets it
+    output.flush();  // a program that writes a path and waits for its answer gets it
   };
 
   for (const std::string& path : options.paths) checkers.front().ask(path);

@@ -1,4 +1,4 @@
-// The limits that a command is told of, and the place it is asked about.
+// The limits that a command is given, and the directory it is asked about.
 
 #ifndef PROGRAM_SETTINGS_H_
 #define PROGRAM_SETTINGS_H_

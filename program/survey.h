@@ -27,7 +27,7 @@ struct Count {
   }
 };
 
-/// A file outside the pruned directories; what it refers to is valid while it is told of.
+/// A file outside the pruned directories; what it refers to is valid during the call.
 struct SurveyedFile {
   std::string_view path;             // relative to the root
   std::optional<std::int64_t> size;  // absent when it is gone, or a link to nothing

@@ -61,7 +61,7 @@ TEST(Threads, RefreshRacesWithQuestionsAndWalks) {
   EXPECT_EQ(wrong, 0);
 }
 
-/// Who has seen a value through one slot sees none before it through another.
+/// A thread that has seen a value through one slot sees none before it through another.
 TEST(Threads, ReplacingIsOneStep) {
   internal::Replaceable<int> value(std::make_shared<int>(0));
   std::atomic<bool> done{false};

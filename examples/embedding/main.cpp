@@ -11,7 +11,7 @@
 #include "utils/path_filter/path_filter.h"
 
 int main(int argc, char** argv) try {
-  // Who wants git's own ignore rules and none of the user's leaves the lookup out.
+  // Without the lookup git's own ignore rules count and none of the user's.
   const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".",
                                       {.excludes_file = git_config::excludes_file_lookup()});
   std::map<std::string, int> files;

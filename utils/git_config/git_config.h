@@ -1,4 +1,4 @@
-// What git's configuration says, for who decides about paths as git does. path_filter reads no
+// What git's configuration says, to decide about paths as git does. path_filter reads no
 // configuration: it is given a lookup, and this is one, as a library of its own that asks git.
 //
 //   IndexScope scope(root, {.excludes_file = git_config::excludes_file_lookup()});
@@ -15,7 +15,7 @@
 
 namespace git_config {
 
-/// Told in a sentence what went wrong, for a log. Called from the thread that asks.
+/// Gets a sentence that says what went wrong, for a log. Called from the thread that asks.
 using WarningHandler = std::function<void(std::string_view problem)>;
 
 /// The file that core.excludesFile names for the repository at `root`, as git gives it: a
@@ -24,12 +24,12 @@ using WarningHandler = std::function<void(std::string_view problem)>;
 /// absent when git is set to use none, or there is no home. Whether there is such a file is not
 /// looked at.
 ///
-/// git itself is asked, as a child process that gets two seconds, ends with the calling thread
-/// (on Linux) and does not see the variables, such as GIT_DIR, that would point it to another
-/// repository. `warn` is told when it does not answer in time or fails; the default place stands
-/// in then, as it does where there is no git. Never throws but for `warn` and std::bad_alloc. Some
-/// milliseconds. Any number of threads may ask at once; the environment must not change
-/// meanwhile.
+/// git itself is asked, as a child process that gets two seconds and does not see the variables,
+/// such as GIT_DIR, that would point it to another repository. `warn` is called when it does not
+/// answer in time or fails; the default place stands in then, as it does where there is no git.
+/// The host may ignore SIGCHLD or take the status of every child, and its standard streams may be
+/// closed. Throws only what `warn` throws, and std::bad_alloc. Takes some milliseconds. Any number
+/// of threads may ask at once; the environment must not change meanwhile.
 PATH_FILTER_EXPORT std::optional<std::filesystem::path> excludes_file(
     const std::filesystem::path& root, const WarningHandler& warn = nullptr);
 

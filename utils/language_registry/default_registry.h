@@ -1,4 +1,4 @@
-// The default registry by its own name, for who asks it from a registry of their own.
+// The default registry by its own name, for a host whose own registry asks it.
 
 #ifndef UTILS_LANGUAGE_REGISTRY_DEFAULT_REGISTRY_H_
 #define UTILS_LANGUAGE_REGISTRY_DEFAULT_REGISTRY_H_

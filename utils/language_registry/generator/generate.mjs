@@ -4,7 +4,7 @@
 //
 //   npm install --ignore-scripts && npm run generate
 //
-// Who gets an extension that several languages claim: the row of overrides.mjs; else the language
+// Which language an extension belongs to that several claim: the row of overrides.mjs; else the language
 // whose first extension it is, since linguist puts the primary one first; else, among equals, the
 // one that is a programming language, that is more popular, and that comes first by name.
 

@@ -126,7 +126,7 @@ const secret = 'made for secrets';
 const typed = 'a history of commands, passwords typed by mistake among them';
 const digits = [...'123456789'];
 
-// [extension, language or null for none, reason]: who gets an extension that the data does not have
+// [extension, language or null for none, reason]: which language an extension belongs to that the data does not have
 // or gives to several languages or to another. An extension that is of no language may have two
 // parts, of which the second is of one.
 const commonest = 'by far the most files of this extension are of this language';

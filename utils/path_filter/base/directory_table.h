@@ -53,7 +53,7 @@ class DirectoryTable {
   }
 
   /// The same for a path whose directory above is `parent`. It costs one hash of the path,
-  /// however many directories are above: for who goes down a deep tree step by step.
+  /// however many directories are above: for a way down a deep tree, step by step.
   const Directory& child(const Directory& parent, std::string_view path) {
     const std::string_view name = path.substr(parent.path_size + (parent.path_size > 0 ? 1 : 0));
     const auto hash = static_cast<std::uint32_t>(hash_text(path));
@@ -99,20 +99,19 @@ template <typename Value>
 class DirectoryMap {
  public:
   Value find(const Directory& directory) const {
-    const Place place(directory.number);
-    const BlockPointer* blocks = _segments[place.segment].load(std::memory_order_acquire);
+    const Location at(directory.number);
+    const BlockPointer* blocks = _segments[at.segment].load(std::memory_order_acquire);
     if (blocks == nullptr) return Value{};
-    const Block* block = blocks[place.block].load(std::memory_order_acquire);
-    return block == nullptr ? Value{} : (*block)[place.value].load(std::memory_order_acquire);
+    const Block* block = blocks[at.block].load(std::memory_order_acquire);
+    return block == nullptr ? Value{} : (*block)[at.value].load(std::memory_order_acquire);
   }
 
   void store(const Directory& directory, Value value) {
-    const Place place(directory.number);
-    const BlockPointer* blocks = _segments[place.segment].load(std::memory_order_acquire);
-    Block* block =
-        blocks == nullptr ? nullptr : blocks[place.block].load(std::memory_order_acquire);
-    if (block == nullptr) block = &add_block(place);
-    (*block)[place.value].store(value, std::memory_order_release);
+    const Location at(directory.number);
+    const BlockPointer* blocks = _segments[at.segment].load(std::memory_order_acquire);
+    Block* block = blocks == nullptr ? nullptr : blocks[at.block].load(std::memory_order_acquire);
+    if (block == nullptr) block = &add_block(at);
+    (*block)[at.value].store(value, std::memory_order_release);
   }
 
  private:
@@ -124,8 +123,8 @@ class DirectoryMap {
   static constexpr std::uint32_t FIRST_SEGMENT = 16;
   static constexpr std::size_t SEGMENTS = 19;
 
-  struct Place {
-    explicit Place(std::uint32_t number) : value(number % BLOCK_SIZE) {
+  struct Location {
+    explicit Location(std::uint32_t number) : value(number % BLOCK_SIZE) {
       const std::uint32_t shifted = number / BLOCK_SIZE + FIRST_SEGMENT;
       segment = static_cast<std::uint32_t>(std::bit_width(shifted / FIRST_SEGMENT) - 1);
       block = shifted - (FIRST_SEGMENT << segment);
@@ -135,17 +134,17 @@ class DirectoryMap {
     std::uint32_t value;
   };
 
-  Block& add_block(Place place) {
+  Block& add_block(Location at) {
     const std::lock_guard hold(_lock);
-    auto& segment = _owned_segments[place.segment];
+    auto& segment = _owned_segments[at.segment];
     if (!segment) {
-      segment = std::make_unique<BlockPointer[]>(std::size_t{FIRST_SEGMENT} << place.segment);
-      _segments[place.segment].store(segment.get(), std::memory_order_release);
+      segment = std::make_unique<BlockPointer[]>(std::size_t{FIRST_SEGMENT} << at.segment);
+      _segments[at.segment].store(segment.get(), std::memory_order_release);
     }
-    Block* block = segment[place.block].load(std::memory_order_relaxed);
+    Block* block = segment[at.block].load(std::memory_order_relaxed);
     if (block == nullptr) {
       block = _owned_blocks.emplace_back(std::make_unique<Block>()).get();
-      segment[place.block].store(block, std::memory_order_release);
+      segment[at.block].store(block, std::memory_order_release);
     }
     return *block;
   }

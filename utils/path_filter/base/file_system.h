@@ -1,5 +1,5 @@
-// All that the component reads from disk goes through here: whole files, and whole
-// directory listings. Nothing blocks (a FIFO or a device is refused, not read) and
+// What the component reads from disk goes through here: whole files, and whole directory
+// listings. Nothing blocks (a FIFO or a device is refused, not read) and
 // no path is too long: one that the operating system would refuse for its length is
 // opened in steps.
 

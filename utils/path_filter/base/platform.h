@@ -1,7 +1,7 @@
 // What Linux has beyond POSIX and the component makes use of. Each of these is there twice:
 // as Linux does it best, and in what POSIX and the C++ library give on any system
-// (PATH_FILTER_POSIX_ONLY, an option of the build). The answers are the same. Nothing else in
-// the component depends on the system or its C library.
+// (PATH_FILTER_POSIX_ONLY, an option of the build). The answers are the same. Beside
+// file_system.cpp, which is POSIX, nothing else in the component depends on the system.
 //
 // Listing::read, of file_system.h, is the last of them: platform_linux.cpp and
 // platform_posix.cpp define it too.

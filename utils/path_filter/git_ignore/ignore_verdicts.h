@@ -72,7 +72,7 @@ class IgnoreVerdicts {
   std::optional<IgnoreRule> deciding_rule(std::string_view path,
                                           const internal::Directory& directory);
 
-  /// For who lists directories: makes the rules of `rel_dir` known by `read`, and those of
+  /// For a listing of directories: makes the rules of `rel_dir` known by `read`, and those of
   /// the directories above it that are not known yet. `read` is called from the top down,
   /// for what has not been read, and not again. Questions about what lies in the directory
   /// then read nothing but the repository's exclude files.

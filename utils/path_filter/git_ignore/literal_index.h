@@ -3,7 +3,7 @@
 //
 // Of 10,000 rules in the mix of public ignore templates all but some dozens have such a
 // literal; the benchmark `rule_set` gives what that buys. No literal is kept, only some bits
-// of its hash: who asks matches the rules that are found.
+// of its hash: the caller matches the rules that are found.
 //
 // Filing takes two rounds, the first of which counts, so that nothing grows or is moved: the
 // index never takes more memory than in the end.

@@ -82,8 +82,8 @@ inline constexpr std::int64_t MIB = 1048576;
 inline constexpr std::string_view UNUSABLE_SIZE_WARNING =
     "index.max_file_size_mb=%r is not a positive number; using %d";
 
-// What IndexLimits::from_config makes of the two fields, for who keeps the configuration's own
-// values: the size in bytes, absent when it is unusable, and the languages.
+// What IndexLimits::from_config makes of the two fields: the size in bytes, absent when it is
+// unusable, and the languages. A host that logs the configuration's own value calls these.
 PATH_FILTER_EXPORT std::optional<std::int64_t> configured_bytes(const ConfigValue& size);
 PATH_FILTER_EXPORT std::optional<LanguageSet> configured_languages(std::span<const std::string>);
 

@@ -133,7 +133,7 @@ class PATH_FILTER_EXPORT IndexScope {
   bool admits_directory(PathArgument rel_dir) const;
 
   /// The files below the root, outside the directories that are left out, one at a
-  /// time as they are taken. `on_error` is told of each directory that cannot be
+  /// time as they are taken. `on_error` is called for each directory that cannot be
   /// listed. The scope must outlive the walk, which tree_walk.h declares: a temporary one
   /// gives none.
   Walk walk(WalkErrorHandler on_error = nullptr) const&;

@@ -1,5 +1,5 @@
-// The walk of a tree that git does not list, and the listing of one directory at a time for
-// who walks it on threads or in another order.
+// The walk of a tree that git does not list, and the listing of one directory at a time, for a
+// walk on several threads or in another order.
 
 #ifndef UTILS_PATH_FILTER_INDEX_SCOPE_TREE_WALK_H_
 #define UTILS_PATH_FILTER_INDEX_SCOPE_TREE_WALK_H_
@@ -25,8 +25,8 @@ namespace internal {
 struct Directory;
 }
 
-/// A directory below a scope's root, as small as a pointer: for who keeps many of them. It must
-/// not outlive the scope.
+/// A directory below a scope's root, as small as a pointer, so that many can wait to be listed.
+/// It must not outlive the scope.
 class PATH_FILTER_EXPORT ScopeDirectory {
  public:
   /// The directory at `rel_dir`, relative to the root and as it is on disk; "" is the root.
@@ -131,16 +131,16 @@ class PATH_FILTER_EXPORT Walk {
 ///   while (auto below = lister.next_directory()) queue.push(*below);
 ///   while (const std::string* path = lister.next_file()) print(*path, lister.decide());
 ///
-/// Who lists the root and each directory that is given, once, has the files of a walk: the same
+/// Listing the root and each directory that is given, once, gives the files of a walk: the same
 /// paths, decisions, errors and directories left out, in any order and on any threads. What
 /// Walk says of links, names and rules holds here too; the handlers are called within `list`.
 ///
-/// The directory listed last stays open until the next one is listed. One that lies in it, or in
-/// a directory above it that was listed on the way down, is opened by as many steps as there are
-/// between the two, each compared with what was listed there; any other one from the root. So
-/// whoever goes depth first, in whatever order, takes time linear in a tree of any depth. One
-/// thread at a time uses a lister; any number of listers, walks and questions may use one scope,
-/// which must outlive them.
+/// The directory listed last stays open until the next one is listed. One that lies in it is
+/// opened from it; in a deep tree one that lies a few levels higher is opened by as many steps up,
+/// each compared by device and inode with the directory that was listed there; all others are
+/// opened from the root. So a listing that goes depth first, in whatever order, takes time linear
+/// in a tree of any depth. One thread at a time uses a lister; any number of listers, walks and
+/// questions may use one scope, which must outlive them.
 class PATH_FILTER_EXPORT DirectoryLister {
  public:
   explicit DirectoryLister(const IndexScope& scope, WalkErrorHandler on_error = nullptr,
@@ -152,9 +152,9 @@ class PATH_FILTER_EXPORT DirectoryLister {
   DirectoryLister& operator=(DirectoryLister&& other) noexcept;
 
   /// Lists a directory: one that was given, or where to begin, of which it is not asked whether
-  /// the scope admits it. Has nothing to give, and returns false, when it cannot be listed, which
-  /// is told to `on_error`. Throws what a handler or the scope throws, and then has nothing to
-  /// give either.
+  /// the scope admits it. When it cannot be listed, `on_error` is called, and this
+  /// returns false and has nothing to give. Throws what a handler or the scope throws, and then
+  /// has nothing to give either.
   bool list(ScopeDirectory directory);
 
   /// Lists a directory that the scope leaves out, and about whose contents nobody asks: no rule
