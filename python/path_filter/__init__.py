@@ -36,7 +36,7 @@ if TYPE_CHECKING:
     import sqlite3
 
 from . import _core
-from ._records import Decision, Exclusion, Explanation, IgnoreRule, IndexLimits
+from ._records import Decision, Exclusion, Explanation, IgnoreRule, IndexLimits, _expect
 
 __all__ = [
     "ALLOWED_HIDDEN_DIRS",
@@ -141,8 +141,8 @@ class IndexScope(_core.Scope):
         limits: IndexLimits | None = None,
         excludes_file: ExcludesFileLookup | None = None,
     ) -> None:
-        if limits is not None and type(limits) is not IndexLimits:
-            raise TypeError(f"limits: expected IndexLimits or None, not {type(limits).__name__}")
+        are_limits = limits is None or type(limits) is IndexLimits
+        _expect(are_limits, "limits", "IndexLimits or None", limits)
         super().__init__(root, limits, excludes_file)
 
     def __repr__(self) -> str:
@@ -170,10 +170,9 @@ is_test_path = _core.is_test_path
 def production_paths(paths: Iterable[_Path], *, include_tests: bool = False) -> list[_Path]:
     """Those of `paths` that are not test code, in their order; all of them when nothing else is
     left, or with include_tests."""
-    if isinstance(paths, (str, bytes)) or not isinstance(paths, Iterable):
-        raise TypeError(f"paths: expected an iterable of paths, not {type(paths).__name__}")
-    if not isinstance(include_tests, bool):
-        raise TypeError(f"include_tests: expected bool, not {type(include_tests).__name__}")
+    are_paths = isinstance(paths, Iterable) and not isinstance(paths, (str, bytes))
+    _expect(are_paths, "paths", "an iterable of paths", paths)
+    _expect(isinstance(include_tests, bool), "include_tests", "bool", include_tests)
     everything = list(paths)
     if include_tests:
         return everything
@@ -188,10 +187,8 @@ def register_path_functions(connection: sqlite3.Connection) -> None:
     """
     import sqlite3  # not every Python has it
 
-    if not isinstance(connection, sqlite3.Connection):
-        raise TypeError(
-            f"connection: expected sqlite3.Connection, not {type(connection).__name__}"
-        )
+    is_connection = isinstance(connection, sqlite3.Connection)
+    _expect(is_connection, "connection", "sqlite3.Connection", connection)
     connection.create_function(SQL_TEST_PATH_FN, 1, _core._sql_is_test_path, deterministic=True)
 
 
@@ -203,9 +200,7 @@ def sql_test_path_filter(
     It holds for test code or, with `exclude`, for all else. `via="id"` gives the form for the
     table files that asks once for each file instead of once for each row.
     """
-    if not isinstance(exclude, bool):
-        raise TypeError(f"exclude: expected bool, not {type(exclude).__name__}")
-    for name, value in (("alias", alias), ("via", via)):
-        if not isinstance(value, str):
-            raise TypeError(f"{name}: expected str, not {type(value).__name__}")
+    _expect(isinstance(exclude, bool), "exclude", "bool", exclude)
+    _expect(isinstance(alias, str), "alias", "str", alias)
+    _expect(isinstance(via, str), "via", "str", via)
     return _core.sql_condition(alias, exclude, via), []

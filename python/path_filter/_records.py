@@ -10,8 +10,6 @@ from typing import Any, final
 
 from . import _core
 
-_MIB = 1048576
-
 
 class Exclusion(str, enum.Enum):
     """Why a file is left out, in the order in which a scope applies its rules."""
@@ -42,16 +40,13 @@ class Decision:
     language: str | None = None
 
     def __post_init__(self) -> None:
-        if not isinstance(self.indexable, bool):
-            raise TypeError(f"indexable: expected bool, not {type(self.indexable).__name__}")
+        _expect(isinstance(self.indexable, bool), "indexable", "bool", self.indexable)
         if self.kind is not None:
-            if not isinstance(self.kind, str):
-                raise TypeError(f"kind: expected Exclusion or None, not {type(self.kind).__name__}")
+            _expect(isinstance(self.kind, str), "kind", "Exclusion or None", self.kind)
             object.__setattr__(self, "kind", Exclusion(self.kind))
-        if not isinstance(self.reason, str):
-            raise TypeError(f"reason: expected str, not {type(self.reason).__name__}")
-        if not isinstance(self.language, (str, type(None))):
-            raise TypeError(f"language: expected str or None, not {type(self.language).__name__}")
+        _expect(isinstance(self.reason, str), "reason", "str", self.reason)
+        is_language = self.language is None or isinstance(self.language, str)
+        _expect(is_language, "language", "str or None", self.language)
 
     def __bool__(self) -> bool:
         return self.indexable
@@ -68,14 +63,11 @@ class IndexLimits:
     languages: Set[str] | None
 
     def __post_init__(self) -> None:
-        if not isinstance(self.max_file_bytes, int):
-            raise TypeError(
-                f"max_file_bytes: expected int, not {type(self.max_file_bytes).__name__}"
-            )
+        is_size = isinstance(self.max_file_bytes, int)
+        _expect(is_size, "max_file_bytes", "int", self.max_file_bytes)
         if self.languages is not None:
             for name in _entries(self.languages, "languages"):
-                if not isinstance(name, str):
-                    raise TypeError(f"languages: expected texts, not {type(name).__name__}")
+                _expect(isinstance(name, str), "languages", "texts", name)
             names = frozenset(map(str.__str__, self.languages))
             object.__setattr__(self, "languages", names)
 
@@ -89,36 +81,23 @@ class IndexLimits:
         AttributeError when `index` lacks a field, TypeError when its languages are no list
         of names.
         """
-        size = index.max_file_size_mb
-        try:
-            is_bytes = isinstance(size, (bytes, bytearray, memoryview))
-            max_file_bytes = 0 if is_bytes else int(float(size) * _MIB)
-        except Exception:  # whatever it is, it is no number
-            max_file_bytes = 0
-        if max_file_bytes <= 0:
-            logging.getLogger(__package__).warning(
-                "index.max_file_size_mb=%r is not a positive number; using %d",
-                index.max_file_size_mb,
-                _core.DEFAULT_MAX_FILE_SIZE_MB,
-            )
-            max_file_bytes = _core.DEFAULT_MAX_FILE_SIZE_MB * _MIB
-        languages = index.languages
-        if languages is None or languages == "":
-            languages = ()
-        names = set()
-        for name in _entries(languages, "index.languages"):
-            if isinstance(name, (list, tuple, dict)):
-                raise TypeError(f"index.languages: expected names, not {type(name).__name__}")
-            names.add(str(name))
-        if "typescript" in names:
-            names.add("tsx")
-        return cls(max_file_bytes, names or None)
+        size, languages = index.max_file_size_mb, index.languages
+        max_file_bytes = _core.configured_bytes(size)
+        if max_file_bytes is None:
+            default = _core.DEFAULT_MAX_FILE_SIZE_MB
+            logging.getLogger(__package__).warning(_core.UNUSABLE_SIZE_WARNING, size, default)
+            max_file_bytes = default << 20
+        names = []
+        for name in () if languages in (None, "") else _entries(languages, "index.languages"):
+            is_name = not isinstance(name, (list, tuple, dict))
+            _expect(is_name, "index.languages", "names", name)
+            names.append(str(name))
+        return cls(max_file_bytes, _core.configured_languages(names))
 
     def allows(self, language: str) -> bool:
         """Whether files of `language` are indexed. Only code and documentation languages are
         ever restricted."""
-        if not isinstance(language, str):
-            raise TypeError(f"language: expected str, not {type(language).__name__}")
+        _expect(isinstance(language, str), "language", "str", language)
         if self.languages is None or _core.tier_of(language) not in ("code", "docs"):
             return True
         return language in self.languages
@@ -149,9 +128,12 @@ class Explanation:
     rule: IgnoreRule | None = None
 
 
-def _entries(names: object, argument: str) -> Iterable[object]:
-    if isinstance(names, (str, bytes, bytearray)) or not isinstance(names, Iterable):
-        raise TypeError(
-            f"{argument}: expected a list of language names, not {type(names).__name__}"
-        )
+def _entries(names: Iterable[object], argument: str) -> Iterable[object]:
+    is_list = isinstance(names, Iterable) and not isinstance(names, (str, bytes, bytearray))
+    _expect(is_list, argument, "a list of language names", names)
     return names
+
+
+def _expect(holds: bool, argument: str, expected: str, value: object) -> None:
+    if not holds:
+        raise TypeError(f"{argument}: expected {expected}, not {type(value).__name__}")

@@ -60,6 +60,13 @@ nb::str to_str(std::string_view text);
 /// The text of what TextBytes gives.
 nb::str from_utf8(std::string_view text);
 
+/// The list of such texts.
+nb::list listed(const auto& texts) {
+  nb::list made;
+  for (const std::string_view text : texts) made.append(from_utf8(text));
+  return made;
+}
+
 /// Of tables of std::string that are asked with views.
 struct TextHash {
   using is_transparent = void;

@@ -1,5 +1,5 @@
 // The extension module path_filter._core: what of the package is C++. It holds conversions
-// only; the Python manners (defaults, records, docstrings of the package) are in
+// only, and the docstrings of what it makes; the Python manners (defaults, records) are in
 // path_filter/__init__.py.
 //
 // Python calls the questions without a layer between (functions.h); nanobind makes the types
@@ -8,6 +8,7 @@
 // (LOCK_HOOKS).
 
 #include <nanobind/nanobind.h>
+#include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/string_view.h>
 
@@ -24,13 +25,13 @@
 #include "python/src/conversions.h"
 #include "python/src/functions.h"
 #include "python/src/registry_bridge.h"
-#include "utils/path_filter/index_scope/index_scope.h"
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/index_scope/index_scope.h"
+#include "utils/path_filter/index_scope/tree_walk.h"
 #include "utils/path_filter/path_rules/path_rules.h"
 #include "utils/path_filter/test_code/test_code.h"
 #include "utils/path_filter/test_code/test_code_sql.h"
-#include "utils/path_filter/index_scope/tree_walk.h"
 
 namespace path_filter::python {
 namespace {
@@ -87,6 +88,26 @@ Decisions& decisions() {
   return made;
 }
 
+/// For Python's search for cycles: the objects that a T holds. CALLBACK may well refer to what
+/// owns the T, and is let go of.
+template <typename T, nb::object T::*CALLBACK, nb::object T::*... OTHERS>
+struct Cycles {
+  static int traverse(PyObject* self, visitproc visit, void* arg) {
+    Py_VISIT(Py_TYPE(self));
+    if (!nb::inst_ready(self)) return 0;
+    const T& made = *nb::inst_ptr<T>(self);
+    for (PyObject* held : {(made.*CALLBACK).ptr(), (made.*OTHERS).ptr()...}) Py_VISIT(held);
+    return 0;
+  }
+  static int clear(PyObject* self) {
+    if (nb::inst_ready(self)) nb::inst_ptr<T>(self)->*CALLBACK = nb::none();
+    return 0;
+  }
+  static inline PyType_Slot slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(traverse)},
+                                       {Py_tp_clear, reinterpret_cast<void*>(clear)},
+                                       {0, nullptr}};
+};
+
 // --- The scope ---------------------------------------------------------------------
 
 std::filesystem::path to_path(nb::handle object, const char* argument) {
@@ -135,19 +156,8 @@ struct Scope {
     };
   }
 
-  // For Python's search for cycles: a lookup may well refer to what owns the scope.
-  static int traverse(PyObject* self, visitproc visit, void* arg) {
-    Py_VISIT(Py_TYPE(self));
-    if (!nb::inst_ready(self)) return 0;
-    const Scope& made = *nb::inst_ptr<Scope>(self);
-    Py_VISIT(made.root.ptr());
-    Py_VISIT(made.limits.ptr());
-    Py_VISIT(made.excludes_file.ptr());
-    return 0;
-  }
-  static int clear(PyObject* self) {
-    if (nb::inst_ready(self)) nb::inst_ptr<Scope>(self)->excludes_file = nb::none();
-    return 0;
+  static PyType_Slot* slots() {
+    return Cycles<Scope, &Scope::excludes_file, &Scope::root, &Scope::limits>::slots;
   }
 };
 
@@ -281,18 +291,8 @@ class WalkIterator {
     return to_str(**_at);
   }
 
-  static int traverse(PyObject* self, visitproc visit, void* arg) {
-    Py_VISIT(Py_TYPE(self));
-    if (!nb::inst_ready(self)) return 0;
-    const auto& made = *nb::inst_ptr<WalkIterator>(self);
-    Py_VISIT(made._scope.ptr());
-    Py_VISIT(made._on_error.ptr());
-    return 0;
-  }
-
-  static int clear(PyObject* self) {
-    if (nb::inst_ready(self)) nb::inst_ptr<WalkIterator>(self)->_on_error = nb::none();
-    return 0;
+  static PyType_Slot* slots() {
+    return Cycles<WalkIterator, &WalkIterator::_on_error, &WalkIterator::_scope>::slots;
   }
 
  private:
@@ -355,8 +355,9 @@ std::array scope_methods{
         "walk($self, /, on_error=None)\n--\n\n"
         "The files below the root, outside the directories that are left out, one at a time\n"
         "as they are taken: nothing is open in between. on_error is told of each directory\n"
-        "that cannot be listed. A file may be named like an absolute path (\\x): is_indexable\n"
-        "raises ValueError for it. One thread at a time takes from a walk."),
+        "that cannot be listed. Names that begin with a backslash or read like c:/x.py read as\n"
+        "absolute paths: is_indexable raises ValueError for them. One thread at a time takes\n"
+        "from a walk."),
     function<EXPLAIN, explain>(""),
     function<DECIDING_IGNORE_RULE, deciding_ignore_rule>(""),
 };
@@ -417,42 +418,48 @@ nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& ar
   }
 }
 
-constexpr Signature<3> SQL_CONDITION{"sql_condition", {"alias", "exclude", "via"}};
-nb::object sql_condition(PyObject*, const std::array<PyObject*, 3>& arguments) {
-  const TextBytes alias(arguments[0], "alias");
-  const TextBytes via(arguments[2], "via");
-  return from_utf8(
-      sql_test_path_filter(alias, {.exclude = arguments[1] == Py_True, .via = via}).sql);
+nb::object sql_condition(const nb::str& alias, bool exclude, const nb::str& via) {
+  const TextBytes alias_text(alias.ptr(), "alias"), via_text(via.ptr(), "via");
+  return from_utf8(sql_test_path_filter(alias_text, {.exclude = exclude, .via = via_text}).sql);
 }
 
-constexpr Signature<1> TIER_OF{"tier_of", {"language"}};
-nb::object tier_of(PyObject*, const std::array<PyObject*, 1>& arguments) {
-  return from_utf8(language_registry::tier_of(TextBytes(arguments[0], "language")));
+/// The size limit that a value of the configuration gives, whatever its type; absent for one
+/// that is no text and no number, too.
+std::optional<std::int64_t> configured_bytes(nb::handle size) {
+  try {
+    if (PyUnicode_Check(size.ptr()) != 0) {
+      return internal::configured_bytes(
+          {std::string(std::string_view(TextBytes(size.ptr(), "size")))});
+    }
+    const double number = run_python([&] { return PyFloat_AsDouble(size.ptr()); });
+    if (PyErr_Occurred() != nullptr) nb::raise_python_error();
+    return internal::configured_bytes({number});
+  } catch (const nb::python_error& error) {
+    if (!error.matches(PyExc_Exception)) throw;
+    return std::nullopt;
+  }
 }
 
-constexpr Signature<1> BIND_REGISTRY{"bind_registry", {"registry"}};
-nb::object bind_registry(PyObject*, const std::array<PyObject*, 1>& arguments) {
-  python::bind_registry(nb::borrow(arguments[0]));
-  return nb::none();
+nb::object configured_languages(const nb::list& names) {
+  std::vector<std::string> texts;
+  for (nb::handle name : names) {
+    texts.emplace_back(std::string_view(TextBytes(name.ptr(), "index.languages")));
+  }
+  const auto languages = internal::configured_languages(texts);
+  return languages ? nb::object(nb::frozenset(listed(*languages))) : nb::none();
 }
 
-constexpr Signature<2> SET_RECORDS{"set_records", {"decision", "exclusions"}};
-nb::object set_records(PyObject*, const std::array<PyObject*, 2>& arguments) {
+void set_records(nb::object decision, nb::object exclusions) {
   decisions().last = {};
   decisions().shared = {};
-  decisions().decision_type = nb::borrow(arguments[0]);
-  decisions().exclusions = nb::borrow(arguments[1]);
-  return nb::none();
+  decisions().decision_type = std::move(decision);
+  decisions().exclusions = std::move(exclusions);
 }
 
-constexpr Signature<1> SET_SINK{"set_sink", {"sink"}};
-nb::object set_sink(PyObject*, const std::array<PyObject*, 1>& arguments) {
-  if (arguments[0] == Py_None) {
-    logger->set_sink(nullptr);
-    return nb::none();
-  }
+void set_sink(nb::object given) {
+  if (given.is_none()) return logger->set_sink(nullptr);
   // Never freed: a warning may come until the very end.
-  const nb::handle sink = nb::borrow(arguments[0]).release();
+  const nb::handle sink = given.release();
   logger->set_sink([sink](const Warning& warning) {
     const nb::gil_scoped_acquire hold;
     nb::list values;
@@ -463,7 +470,6 @@ nb::object set_sink(PyObject*, const std::array<PyObject*, 1>& arguments) {
     }
     run_python([&] { return sink(to_str(warning.format), nb::tuple(values)); });
   });
-  return nb::none();
 }
 
 std::array functions{
@@ -480,11 +486,6 @@ std::array functions{
     function<IS_INDEXABLE_PATH, is_indexable_path>("is_indexable_path($module, /, path)\n--\n\n"
                                                    "Whether no component of path is skipped."),
     function<SQL_IS_TEST_PATH, sql_is_test_path>(""),
-    function<SQL_CONDITION, sql_condition>(""),
-    function<TIER_OF, tier_of>(""),
-    function<BIND_REGISTRY, bind_registry>(""),
-    function<SET_RECORDS, set_records>(""),
-    function<SET_SINK, set_sink>(""),
 };
 
 }  // namespace
@@ -498,53 +499,53 @@ NB_MODULE(_core, module) {
 #endif
   internal::blocking_hooks.store(&LOCK_HOOKS, std::memory_order_release);
   nb::set_leak_warnings(false);  // shared decisions live as long as the process
-  add_functions(module, functions);
   nb::register_exception_translator([](const std::exception_ptr& thrown, void*) {
     try {
       std::rethrow_exception(thrown);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
       set_current_exception();
     }
   });
+  add_functions(module, functions);
+  const auto optional = nb::arg().none();
+  module.def("bind_registry", &bind_registry, optional)
+      .def("configured_bytes", &configured_bytes, optional)
+      .def("configured_languages", &configured_languages)
+      .def("set_records", &set_records)
+      .def("set_sink", &set_sink, optional)
+      .def("sql_condition", &sql_condition)
+      .def("tier_of", [](const nb::str& language) {
+        return from_utf8(language_registry::tier_of(TextBytes(language.ptr(), "language")));
+      });
 
-  const auto texts = [](const auto& values) {
-    nb::list made;
-    for (const std::string_view text : values) made.append(to_str(text));
-    return made;
-  };
   module.attr("VERSION") = PATH_FILTER_VERSION;
-  module.attr("ALWAYS_SKIP_DIRS") = nb::frozenset(texts(ALWAYS_SKIP_DIRS));
-  module.attr("ALLOWED_HIDDEN_DIRS") = nb::frozenset(texts(ALLOWED_HIDDEN_DIRS));
-  module.attr("GITHUB_ALLOWED_SUBDIRS") = nb::frozenset(texts(GITHUB_ALLOWED_SUBDIRS));
-  module.attr("MINIFIED_FILE_GLOBS") = nb::tuple(texts(MINIFIED_FILE_GLOBS));
+  module.attr("ALWAYS_SKIP_DIRS") = nb::frozenset(listed(ALWAYS_SKIP_DIRS));
+  module.attr("ALLOWED_HIDDEN_DIRS") = nb::frozenset(listed(ALLOWED_HIDDEN_DIRS));
+  module.attr("GITHUB_ALLOWED_SUBDIRS") = nb::frozenset(listed(GITHUB_ALLOWED_SUBDIRS));
+  module.attr("MINIFIED_FILE_GLOBS") = nb::tuple(listed(MINIFIED_FILE_GLOBS));
   module.attr("SQL_TEST_PATH_FN") = SQL_TEST_PATH_FN;
   module.attr("DEFAULT_MAX_FILE_SIZE_MB") = DEFAULT_MAX_FILE_SIZE_MB;
   module.attr("INDEX_DATA_DIR") = INDEX_DATA_DIR;
   module.attr("IGNORE_FILE_NAME") = IGNORE_FILE_NAME;
+  module.attr("UNUSABLE_SIZE_WARNING") = internal::UNUSABLE_SIZE_WARNING;
 
-  // The module may be loaded anew, by who removed it from sys.modules: the types stay.
+  // The module may be loaded anew, once it is removed from sys.modules: the types stay.
   if (nb::type<Scope>().is_valid()) {
     module.attr("Scope") = nb::type<Scope>();
     module.attr("Walk") = nb::type<WalkIterator>();
     return;
   }
-  PyType_Slot walk_slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(WalkIterator::traverse)},
-                              {Py_tp_clear, reinterpret_cast<void*>(WalkIterator::clear)},
-                              {0, nullptr}};
-  nb::class_<WalkIterator>(module, "Walk", nb::type_slots(walk_slots), nb::is_final())
+  nb::class_<WalkIterator>(module, "Walk", nb::type_slots(WalkIterator::slots()), nb::is_final())
       .def("__iter__", [](nb::handle self) { return nb::borrow(self); })
       .def("__next__", &WalkIterator::next);
 
-  PyType_Slot scope_slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(Scope::traverse)},
-                               {Py_tp_clear, reinterpret_cast<void*>(Scope::clear)},
-                               {0, nullptr}};
-  auto scope =
-      nb::class_<Scope>(module, "Scope", nb::type_slots(scope_slots), nb::is_weak_referenceable());
+  auto scope = nb::class_<Scope>(module, "Scope", nb::type_slots(Scope::slots()),
+                                 nb::is_weak_referenceable());
   scope
       .def(nb::init<nb::object, nb::object, nb::object>(), nb::arg("root").none(),
            nb::arg("limits").none(), nb::arg("excludes_file").none())
-      .def_ro("root", &Scope::root)
-      .def_ro("limits", &Scope::limits);
+      .def_ro("root", &Scope::root, "The repository's root, as it was given.")
+      .def_ro("limits", &Scope::limits, "The configuration's limits, or None.");
   for (PyMethodDef& method : scope_methods) {
     scope.attr(method.ml_name) =
         nb::steal(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(scope.ptr()), &method));

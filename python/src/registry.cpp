@@ -2,8 +2,6 @@
 
 #include <nanobind/nanobind.h>
 
-#include <string_view>
-
 #include "python/src/functions.h"
 #include "utils/language_registry/default_registry.h"
 
@@ -12,12 +10,6 @@ namespace path_filter::python {
 namespace registry = language_registry::default_registry;
 
 namespace {
-
-nb::object listed(const auto& texts) {
-  nb::list made;
-  for (const std::string_view text : texts) made.append(from_utf8(text));
-  return made;
-}
 
 constexpr Signature<1> DETECT_LANGUAGE{"detect_language", {"name"}};
 nb::object detect_language(PyObject*, const std::array<PyObject*, 1>& arguments) {

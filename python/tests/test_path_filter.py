@@ -261,7 +261,7 @@ def test_warnings_are_records_of_logging(tmp_path, caplog):
 @pytest.mark.parametrize(
     "size, size_bytes",
     [(10, 10485760), (0.5, 524288), ("2", 2097152), (True, 1048576), (10**9, 10**9 << 20)]
-    + [(bad, 10485760) for bad in (0, -1, None, "", "inf", float("nan"), 1e308, 10**400, [], 1e-7)],
+    + [(bad, 10485760) for bad in (0, -1, None, "2_0", "inf", float("nan"), 10**400, b"2", 1e-7)],
 )
 def test_configured_sizes(size, size_bytes):
     limits = IndexLimits.from_config(SimpleNamespace(max_file_size_mb=size, languages=None))
