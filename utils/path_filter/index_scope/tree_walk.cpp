@@ -300,53 +300,28 @@ std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) c
 
 // --- The walk ----------------------------------------------------------------------
 
-class Walk::State {
- public:
-  State(const IndexScope& scope, WalkErrorHandler on_error)
-      : _lister(scope, std::move(on_error)), _pending{ScopeDirectory(scope, "")} {}
-
-  const std::string& path() const { return *_path; }
-
-  bool advance() {
-    try {
-      return step();
-    } catch (...) {
-      _pending.clear();
-      _lister._state->clear();
-      throw;
-    }
-  }
-
- private:
-  bool step() {
-    while ((_path = _lister.next_file()) == nullptr) {
-      if (_pending.empty()) return false;
-      const ScopeDirectory directory = _pending.back();
-      _pending.pop_back();
-      _lister.list(directory);
-      const auto below = _pending.size();
-      while (const auto next = _lister.next_directory()) _pending.push_back(*next);
-      std::reverse(_pending.begin() + static_cast<std::ptrdiff_t>(below), _pending.end());
-    }
-    _lister._state->close();
-    return true;
-  }
-
-  DirectoryLister _lister;
-  std::vector<ScopeDirectory> _pending;  // the next one last
-  const std::string* _path = nullptr;
-};
-
 Walk IndexScope::walk(WalkErrorHandler on_error) const& { return Walk(*this, std::move(on_error)); }
 
 Walk::Walk(const IndexScope& scope, WalkErrorHandler on_error)
-    : _state(std::make_unique<State>(scope, std::move(on_error))) {}
+    : _lister(scope, std::move(on_error)), _pending{ScopeDirectory(scope, "")} {}
 
-Walk::~Walk() = default;
-Walk::Walk(Walk&& other) noexcept = default;
-Walk& Walk::operator=(Walk&& other) noexcept = default;
-
-const std::string& Walk::path() const { return _state->path(); }
-bool Walk::advance() { return _state->advance(); }
+bool Walk::advance() {
+  while ((_path = _lister.next_file()) == nullptr) {
+    if (_pending.empty()) return false;
+    const ScopeDirectory directory = _pending.back();
+    _pending.pop_back();
+    try {
+      _lister.list(directory);
+    } catch (...) {
+      _pending.clear();
+      throw;
+    }
+    const auto below = static_cast<std::ptrdiff_t>(_pending.size());
+    while (const auto next = _lister.next_directory()) _pending.push_back(*next);
+    std::reverse(_pending.begin() + below, _pending.end());
+  }
+  _lister._state->close();
+  return true;
+}
 
 }  // namespace path_filter

@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "utils/path_filter/base/export.h"
 #include "utils/path_filter/index_scope/decision.h"
@@ -43,86 +44,10 @@ class PATH_FILTER_EXPORT ScopeDirectory {
   const internal::Directory* _directory;
 };
 
-/// Told of each directory that a listing leaves out, by its path relative to the root as well,
-/// and of the kind of rule that leaves it out: directory, index_data or gitignore.
+/// Called with each directory that a listing leaves out, its path relative to the root, and the
+/// kind of rule that leaves it out: directory, index_data or gitignore.
 using PruneHandler =
     std::function<void(ScopeDirectory directory, std::string_view rel_dir, Exclusion kind)>;
-
-/// The files below a scope's root, in directories that the scope admits, as paths
-/// relative to the root with "/" between components and the names' own bytes. An input
-/// range, taken once; made by IndexScope::walk.
-///
-/// Top-down and depth-first: a directory's own files come first, in the order of the
-/// file system, then each subdirectory with all below it. Every entry that is no
-/// directory is a file: links to files, dangling links and special files too. A link
-/// to a directory is neither a file nor entered. Files are not judged.
-///
-/// Each step lists directories until it has a path, and closes them again: between two
-/// paths nothing is open, and the walk can be dropped at any time. A directory is
-/// listed once. Below the root nothing is opened through a symbolic link, not even
-/// when a directory is replaced by one meanwhile. A directory that cannot be listed is
-/// told to `on_error` and left out whole; so is one whose name reads as an absolute path
-/// once backslashes are taken for separators (EINVAL). An exception of a handler or of
-/// the scope ends the walk.
-///
-/// A file may be named like an absolute path, once backslashes are taken for separators
-/// ("\x"): it is produced, and the scope's questions throw std::invalid_argument for it.
-///
-/// A directory's rules are those of when it is listed: a refresh of the scope counts from
-/// the next directory on.
-///
-/// A directory costs its listing and, to open it, the system's way down from the root, as
-/// nothing stays open between two paths: some 40,000 directories inside each other, each with a
-/// file, take the kernel minutes. Those without files are opened one from another, and a
-/// DirectoryLister takes time linear in any tree.
-///
-/// One thread at a time uses a walk; several walks of one scope may run at once. It can be
-/// moved before begin() is called.
-class PATH_FILTER_EXPORT Walk {
- public:
-  ~Walk();
-  Walk(Walk&& other) noexcept;
-  Walk& operator=(Walk&& other) noexcept;
-
-  class Iterator {
-   public:
-    using iterator_concept = std::input_iterator_tag;
-    using value_type = std::string;
-    using difference_type = std::ptrdiff_t;
-
-    Iterator() = default;
-    explicit Iterator(Walk* walk) : _walk(walk) {}
-    /// The path; valid until the iterator is moved on.
-    const std::string& operator*() const { return _walk->path(); }
-    const std::string* operator->() const { return &_walk->path(); }
-    Iterator& operator++() {
-      if (!_walk->advance()) _walk = nullptr;
-      return *this;
-    }
-    void operator++(int) { ++*this; }
-    bool operator==(std::default_sentinel_t) const { return _walk == nullptr; }
-
-   private:
-    Walk* _walk = nullptr;
-  };
-
-  /// Takes the first path. To be called once.
-  Iterator begin() & { return ++Iterator(this); }
-  std::default_sentinel_t end() const { return {}; }
-
- private:
-  friend class IndexScope;
-
-  Walk(const IndexScope& scope, WalkErrorHandler on_error);
-
-  const std::string& path() const;
-
-  /// Moves on to the next path; false at the end.
-  bool advance();
-
-  class State;
-  std::unique_ptr<State> _state;
-};
 
 /// What a walk finds in a directory, for one directory after the other, as the caller says:
 ///
@@ -188,6 +113,77 @@ class PATH_FILTER_EXPORT DirectoryLister {
 
   class State;
   std::unique_ptr<State> _state;
+};
+
+/// The files below a scope's root, in directories that the scope admits, as paths
+/// relative to the root with "/" between components and the names' own bytes. An input
+/// range, taken once; made by IndexScope::walk.
+///
+/// Top-down and depth-first: a directory's own files come first, in the order of the
+/// file system, then each subdirectory with all below it. Every entry that is no
+/// directory is a file: links to files, dangling links and special files too. A link
+/// to a directory is neither a file nor entered. Files are not judged.
+///
+/// Each step lists directories until it has a path, and closes them again: between two
+/// paths nothing is open, and the walk can be dropped at any time. A directory is
+/// listed once. Below the root nothing is opened through a symbolic link, not even
+/// when a directory is replaced by one meanwhile. A directory that cannot be listed goes
+/// to `on_error` and is left out whole; so is one whose name reads as an absolute path
+/// once backslashes are taken for separators (EINVAL). An exception of a handler or of
+/// the scope ends the walk.
+///
+/// A file may be named like an absolute path, once backslashes are taken for separators
+/// ("\x"): it is produced, and the scope's questions throw std::invalid_argument for it.
+///
+/// A directory's rules are those of when it is listed: a refresh of the scope counts from
+/// the next directory on.
+///
+/// A directory costs its listing and, to open it, the system's way down from the root, as
+/// nothing stays open between two paths: some 40,000 directories inside each other, each with a
+/// file, take the kernel minutes. Those without files are opened one from another, and a
+/// DirectoryLister takes time linear in any tree.
+///
+/// One thread at a time uses a walk; several walks of one scope may run at once. It can be
+/// moved before begin() is called.
+class PATH_FILTER_EXPORT Walk {
+ public:
+  class Iterator {
+   public:
+    using iterator_concept = std::input_iterator_tag;
+    using value_type = std::string;
+    using difference_type = std::ptrdiff_t;
+
+    Iterator() = default;
+    explicit Iterator(Walk* walk) : _walk(walk) {}
+    /// The path; valid until the iterator is moved on.
+    const std::string& operator*() const { return *_walk->_path; }
+    const std::string* operator->() const { return _walk->_path; }
+    Iterator& operator++() {
+      if (!_walk->advance()) _walk = nullptr;
+      return *this;
+    }
+    void operator++(int) { ++*this; }
+    bool operator==(std::default_sentinel_t) const { return _walk == nullptr; }
+
+   private:
+    Walk* _walk = nullptr;
+  };
+
+  /// Takes the first path. To be called once.
+  Iterator begin() & { return ++Iterator(this); }
+  std::default_sentinel_t end() const { return {}; }
+
+ private:
+  friend class IndexScope;
+
+  Walk(const IndexScope& scope, WalkErrorHandler on_error);
+
+  /// Moves on to the next path; false at the end.
+  bool advance();
+
+  DirectoryLister _lister;
+  std::vector<ScopeDirectory> _pending;  // the next one last
+  const std::string* _path = nullptr;
 };
 
 }  // namespace path_filter
