@@ -114,6 +114,27 @@ class DirectoryMap {
     (*block)[at.value].store(value, std::memory_order_release);
   }
 
+  /// The value of `directory`. Those that are not known yet, of it and the directories above it,
+  /// are made and stored from the top down: `make(directory, above)` is called with each directory
+  /// and the value of the one that holds it, which for the root is `top`.
+  template <typename Make>
+  Value find_or_make(const Directory& directory, Value top, Make make) {
+    std::vector<const Directory*> unknown;
+    Value value = top;
+    for (const Directory* at = &directory; at != nullptr; at = at->parent) {
+      if (const Value known = find(*at); known != Value{}) {
+        value = known;
+        break;
+      }
+      unknown.push_back(at);
+    }
+    for (; !unknown.empty(); unknown.pop_back()) {
+      value = make(*unknown.back(), value);
+      store(*unknown.back(), value);
+    }
+    return value;
+  }
+
  private:
   static constexpr std::uint32_t BLOCK_SIZE = 1024;
   using Block = std::array<std::atomic<Value>, BLOCK_SIZE>;

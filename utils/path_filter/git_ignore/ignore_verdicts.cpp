@@ -68,32 +68,21 @@ void IgnoreVerdicts::learn(std::string_view rel_dir, const Directory& directory,
 const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view rel_dir,
                                                              const Directory& directory,
                                                              const IgnoreFileReader& read) {
-  std::vector<const Directory*> unknown{&directory};
-  const IgnoreFile* chain = &NO_RULES;
-  for (const Directory* above = directory.parent; above != nullptr; above = above->parent) {
-    if (const IgnoreFile* known = _ignore_files.find(*above)) {
-      chain = known;
-      break;
-    }
-    unknown.push_back(above);
-  }
-  for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
-    const std::string_view path = rel_dir.substr(0, (*next)->path_size);
+  const auto read_one = [&](const Directory& unread, const IgnoreFile* above) {
+    const std::string_view path = rel_dir.substr(0, unread.path_size);
     const internal::FileContent content = read(path);
-    std::optional<GitIgnoreSpec> rules;
-    if (const auto* text = std::get_if<std::string>(&content)) {
-      rules = GitIgnoreSpec::from_content(*text);
-    } else {
+    const auto* text = std::get_if<std::string>(&content);
+    if (text == nullptr) {
       warn_unreadable(std::get<std::error_code>(content),
                       [&] { return (_root / path / IGNORE_FILE_NAME).string(); });
+      return above;
     }
-    if (rules) {
-      const std::lock_guard hold(_lock);
-      chain = &_files.emplace_back(IgnoreFile{std::move(*rules), *next, chain, {}});
-    }
-    _ignore_files.store(**next, chain);
-  }
-  return chain;
+    auto rules = GitIgnoreSpec::from_content(*text);
+    if (!rules) return above;
+    const std::lock_guard hold(_lock);
+    return &std::as_const(_files.emplace_back(IgnoreFile{std::move(*rules), &unread, above, {}}));
+  };
+  return _ignore_files.find_or_make(directory, &NO_RULES, read_one);
 }
 
 internal::FileContent IgnoreVerdicts::read_below_root(std::string_view rel_dir) const {
@@ -138,27 +127,14 @@ IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Dire
 
 bool IgnoreVerdicts::_directory_ignored(std::string_view rel_dir, const Directory& directory) {
   Verdict verdict = _ignored_directories.find(directory);
-  if (verdict != Verdict::unknown) return verdict == Verdict::ignored;
-
-  // Up to the nearest directory that has been judged, and down again: what lies in an
-  // ignored directory is ignored, and its own rules are not asked.
-  std::vector<const Directory*> unknown;
-  verdict = Verdict::not_ignored;
-  for (const Directory* at = &directory; at->parent != nullptr; at = at->parent) {
-    const Verdict known = _ignored_directories.find(*at);
-    if (known != Verdict::unknown) {
-      verdict = known;
-      break;
-    }
-    unknown.push_back(at);
-  }
-  for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
-    const Directory& judged = **next;
-    if (verdict == Verdict::not_ignored &&
-        _matches(rel_dir.substr(0, judged.path_size), *judged.parent, true).ignores()) {
-      verdict = Verdict::ignored;
-    }
-    _ignored_directories.store(judged, verdict);
+  if (verdict == Verdict::unknown) {
+    // What lies in an ignored directory is ignored, and its own rules are not asked.
+    verdict = _ignored_directories.find_or_make(
+        directory, Verdict::not_ignored, [&](const Directory& judged, Verdict above) {
+          if (above == Verdict::ignored || judged.parent == nullptr) return above;
+          const Match match = _matches(rel_dir.substr(0, judged.path_size), *judged.parent, true);
+          return match.ignores() ? Verdict::ignored : Verdict::not_ignored;
+        });
   }
   return verdict == Verdict::ignored;
 }

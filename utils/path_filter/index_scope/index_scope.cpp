@@ -182,30 +182,16 @@ Explanation ScopeState::explain(std::string_view path, FileFacts facts) {
 std::optional<Exclusion> ScopeState::_directory_rule(const Directory& directory) {
   DirectoryRule rule = _directory_rules.find(directory);
   if (rule == DirectoryRule::unknown) {
-    // Up to the nearest directory whose rule is known, and down again.
-    std::vector<const Directory*> unknown;
-    const Directory* at = &directory;
-    rule = DirectoryRule::none;
-    for (; at->parent != nullptr; at = at->parent) {
-      const DirectoryRule known = _directory_rules.find(*at);
-      if (known != DirectoryRule::unknown) {
-        rule = known;
-        break;
-      }
-      unknown.push_back(at);
-    }
-    for (auto next = unknown.rbegin(); next != unknown.rend(); ++next) {
-      const Directory& judged = **next;
-      if (rule == DirectoryRule::none) {
-        const std::string_view above = judged.parent->name();
-        if (_skips_directory(judged.name(), above.empty() ? std::nullopt : std::optional(above))) {
-          rule = DirectoryRule::directory;
-        } else if (&judged == _index_data_directory) {
-          rule = DirectoryRule::index_data;
-        }
-      }
-      _directory_rules.store(judged, rule);
-    }
+    rule = _directory_rules.find_or_make(
+        directory, DirectoryRule::none, [&](const Directory& judged, DirectoryRule above) {
+          if (above != DirectoryRule::none || judged.parent == nullptr) return above;
+          const std::string_view parent = judged.parent->name();
+          if (_skips_directory(judged.name(),
+                               parent.empty() ? std::nullopt : std::optional(parent))) {
+            return DirectoryRule::directory;
+          }
+          return &judged == _index_data_directory ? DirectoryRule::index_data : DirectoryRule::none;
+        });
   }
   switch (rule) {
     case DirectoryRule::directory:

@@ -31,8 +31,7 @@ std::string ScopeDirectory::path() const {
 
 // --- One directory after the other -------------------------------------------------
 
-class DirectoryLister::State {
- public:
+struct DirectoryLister::State {
   State(const IndexScope& scope, WalkErrorHandler on_error, PruneHandler on_pruned)
       : _root(scope.root),
         _scope(*scope._state),
@@ -40,9 +39,6 @@ class DirectoryLister::State {
         _on_pruned(std::move(on_pruned)) {}
 
   bool list(const Directory& directory, bool judged);
-  const Directory* next_directory();
-  bool next_file();
-  internal::FileSize file_size() const;
 
   /// Gives nothing any more.
   void clear();
@@ -50,11 +46,6 @@ class DirectoryLister::State {
   /// Lets go of the directory that was listed last.
   void close() { _opened = {}; }
 
-  const std::string& path() const { return _path; }
-  Decision decide(FileFacts facts) const { return _listed->decide(_path, facts); }
-  bool is_regular_file() const { return _listing[_next_file - 1].is_regular; }
-
- private:
   /// From so many levels on a way up is taken: a shorter one down from the root costs no more.
   static constexpr std::size_t DEEP = 16;
 
@@ -126,28 +117,6 @@ void DirectoryLister::State::clear() {
   _next_file = 0;
   _subdirectories.clear();
   _next_directory = 0;
-}
-
-const Directory* DirectoryLister::State::next_directory() {
-  if (_next_directory == _subdirectories.size()) return nullptr;
-  return _subdirectories[_next_directory++];
-}
-
-bool DirectoryLister::State::next_file() {
-  while (_next_file < _listing.size()) {
-    const auto entry = _listing[_next_file++];
-    if (entry.is_directory) continue;
-    _path.resize(_prefix);
-    _path += entry.name;
-    return true;
-  }
-  return false;
-}
-
-internal::FileSize DirectoryLister::State::file_size() const {
-  using internal::LastLink;
-  return internal::file_size_in(_opened, _path.substr(_prefix),
-                                _listed ? LastLink::follow : LastLink::refuse);
 }
 
 // --- The way to a directory ----------------------------------------------------------
@@ -280,19 +249,35 @@ bool DirectoryLister::list_unjudged(ScopeDirectory directory) {
 }
 
 std::optional<ScopeDirectory> DirectoryLister::next_directory() {
-  const Directory* next = _state->next_directory();
-  return next == nullptr ? std::nullopt : std::optional(ScopeDirectory(*next));
+  if (_state->_next_directory == _state->_subdirectories.size()) return std::nullopt;
+  return ScopeDirectory(*_state->_subdirectories[_state->_next_directory++]);
 }
 
 const std::string* DirectoryLister::next_file() {
-  return _state->next_file() ? &_state->path() : nullptr;
+  State& state = *_state;
+  while (state._next_file < state._listing.size()) {
+    const auto entry = state._listing[state._next_file++];
+    if (entry.is_directory) continue;
+    state._path.resize(state._prefix);
+    state._path += entry.name;
+    return &state._path;
+  }
+  return nullptr;
 }
 
-Decision DirectoryLister::decide(FileFacts facts) const { return _state->decide(facts); }
-bool DirectoryLister::is_regular_file() const { return _state->is_regular_file(); }
+Decision DirectoryLister::decide(FileFacts facts) const {
+  return _state->_listed->decide(_state->_path, facts);
+}
+
+bool DirectoryLister::is_regular_file() const {
+  return _state->_listing[_state->_next_file - 1].is_regular;
+}
 
 std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) const {
-  const internal::FileSize size = _state->file_size();
+  using internal::LastLink;
+  const auto links = _state->_listed ? LastLink::follow : LastLink::refuse;
+  const auto size =
+      internal::file_size_in(_state->_opened, _state->_path.substr(_state->_prefix), links);
   const auto* failed = std::get_if<std::error_code>(&size);
   error = failed != nullptr ? *failed : std::error_code();
   return failed != nullptr ? std::nullopt : std::optional(std::get<std::int64_t>(size));

@@ -111,7 +111,7 @@ class PATH_FILTER_EXPORT DirectoryLister {
  private:
   friend class Walk;
 
-  class State;
+  struct State;
   std::unique_ptr<State> _state;
 };
 
