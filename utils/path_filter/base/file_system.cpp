@@ -251,9 +251,12 @@ std::error_code open_directory_in(const FileDescriptor& parent, const std::strin
   return open_retrying(parent.number(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW, opened);
 }
 
-std::error_code open_parent(const FileDescriptor& directory, FileDescriptor& opened) {
+std::error_code open_above(const FileDescriptor& directory, std::size_t levels,
+                           FileDescriptor& opened) {
   const Blocking waits;
-  return open_retrying(directory.number(), "..", PASSING, opened);
+  std::string path;
+  for (; levels > 0; --levels) path += "../";
+  return open_retrying(directory.number(), path.c_str(), PASSING, opened);
 }
 
 std::optional<FileIdentity> identity(const FileDescriptor& file) {

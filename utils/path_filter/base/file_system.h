@@ -96,8 +96,9 @@ std::error_code open_directory_below(const std::string& root, std::string_view b
 std::error_code open_directory_in(const FileDescriptor& parent, const std::string& name,
                                   FileDescriptor& opened);
 
-/// Opens the directory that `directory` lies in, for passing through.
-std::error_code open_parent(const FileDescriptor& directory, FileDescriptor& opened);
+/// Opens the directory so many `levels` above `directory`, for passing through.
+std::error_code open_above(const FileDescriptor& directory, std::size_t levels,
+                           FileDescriptor& opened);
 
 /// What tells a file from all others that are there at the same time.
 struct FileIdentity {

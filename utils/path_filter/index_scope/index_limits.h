@@ -84,8 +84,8 @@ inline constexpr std::string_view UNUSABLE_SIZE_WARNING =
 
 // What IndexLimits::from_config makes of the two fields: the size in bytes, absent when it is
 // unusable, and the languages. A host that logs the configuration's own value calls these.
-PATH_FILTER_EXPORT std::optional<std::int64_t> configured_bytes(const ConfigValue& size);
-PATH_FILTER_EXPORT std::optional<LanguageSet> configured_languages(std::span<const std::string>);
+std::optional<std::int64_t> configured_bytes(const ConfigValue& size);
+std::optional<LanguageSet> configured_languages(std::span<const std::string>);
 
 }  // namespace internal
 }  // namespace path_filter

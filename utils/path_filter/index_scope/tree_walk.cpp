@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -53,7 +54,7 @@ struct DirectoryLister::State {
   struct Passed {
     const Directory* directory;
     std::size_t depth;
-    std::optional<internal::FileIdentity> identity;  // of a deep one
+    std::optional<internal::FileIdentity> identity;  // of a deep one that holds others
   };
 
   std::error_code open(const Directory& directory);
@@ -104,6 +105,10 @@ bool DirectoryLister::State::list(const Directory& directory, bool judged) {
       const bool is_admitted = !judged || admits(below, entry.is_link);
       if (is_admitted && !entry.is_link) _subdirectories.push_back(&below);
     }
+    Passed& passed = _way.back();
+    if (!_subdirectories.empty() && passed.depth + 1 >= DEEP) {
+      passed.identity = internal::identity(_opened);
+    }
   } catch (...) {
     clear();
     throw;
@@ -145,8 +150,7 @@ std::error_code DirectoryLister::State::open(const Directory& directory) {
   } else {
     for (const Directory* at = directory.parent; at != nullptr; at = at->parent) ++depth;
   }
-  const bool is_deep = depth + 1 >= DEEP;
-  _way.push_back({&directory, depth, is_deep ? internal::identity(_opened) : std::nullopt});
+  _way.push_back({&directory, depth, std::nullopt});
   return {};
 }
 
@@ -163,15 +167,16 @@ bool DirectoryLister::State::go_back_to(const Directory& directory) {
     return false;
   }
   const auto steps = static_cast<std::size_t>(on_way - _way.rbegin());
-  if (steps * DEEP > on_way->depth) close();
-  for (; &_way.back() != &*on_way; _way.pop_back()) {
-    if (!_opened.is_open()) continue;
-    // A directory may have been moved meanwhile: it then leads up to some other place.
+  _way.resize(_way.size() - steps);
+  if (steps > 0 && _opened.is_open()) {
+    const FileDescriptor last = std::exchange(_opened, {});
     FileDescriptor above;
-    const auto& expected = _way[_way.size() - 2].identity;
-    const bool is_same = !internal::open_parent(_opened, above) && expected.has_value() &&
-                         internal::identity(above) == expected;
-    _opened = is_same ? std::move(above) : FileDescriptor();
+    // The last one may have been moved meanwhile: it then leads up to some other directory.
+    const auto& expected = _way.back().identity;
+    if (steps * DEEP <= _way.back().depth && expected &&
+        !internal::open_above(last, steps, above) && internal::identity(above) == expected) {
+      _opened = std::move(above);
+    }
   }
   return true;
 }
