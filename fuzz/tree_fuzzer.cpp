@@ -32,7 +32,7 @@ struct Model {
   /// Whether the rules leave out `path` by itself; a directory's ends in "/". What one file's
   /// rules say is proved elsewhere.
   bool matches(const std::string& path) const {
-    using Link = internal::LastLink;
+    using Link = internal::Links;
     const auto say = [&](const fs::path& file, Link link, std::size_t skip) {
       const auto rules = _read_ignore_rules(file, link);
       return rules ? rules->check_file(path.substr(skip)).include : std::nullopt;

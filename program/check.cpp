@@ -47,7 +47,7 @@ class DirectoriesOnDisk {
       close();
       // The root's path has no links any more.
       const std::error_code error = path_filter::internal::open_directory_below(
-          _root.native(), above, _opened, path_filter::internal::RootLinks::refuse);
+          _root.native(), above, _opened, path_filter::internal::Links::refuse);
       if (error == std::errc::too_many_files_open || error == std::errc::not_enough_memory ||
           error == std::errc::too_many_files_open_in_system) {
         throw std::system_error(error, "cannot look at its directory");

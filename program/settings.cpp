@@ -86,8 +86,8 @@ std::optional<std::string> unknown_language(std::string_view name) {
 
 IndexConfig read_config(const std::string& file) {
   constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
-  const auto content = path_filter::internal::read_file(
-      file, path_filter::internal::LastLink::follow, MAX_CONFIG_BYTES);
+  const auto content = path_filter::internal::read_file(file, path_filter::internal::Links::follow,
+                                                        MAX_CONFIG_BYTES);
   if (const auto* error = std::get_if<std::error_code>(&content)) {
     throw UsageError("cannot read the configuration " + printable(file) + ": " +
                      path_filter::internal::message(*error));

@@ -40,7 +40,7 @@ TEST(GitIgnore, WhatHoldsNoRulesOrCannotBeRead) {
         Row{"fifo", ": Not a regular file", "\n"}, Row{"large", ": File too large", "\n"},
         Row{"link", ": Too many levels of symbolic links", "\n"}}) {
     const CapturedLog log;
-    EXPECT_FALSE(_read_ignore_rules(tree / path, internal::LastLink::refuse));
+    EXPECT_FALSE(_read_ignore_rules(tree / path, internal::Links::refuse));
     const std::string warning = "Cannot read the ignore rules in ";
     EXPECT_EQ(log.text(), end.empty() ? "" : warning + (tree / path).string() + problem + end);
   }

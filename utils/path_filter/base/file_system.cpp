@@ -128,9 +128,9 @@ FileContent read_regular(const FileDescriptor& file, std::size_t limit) {
   return content;
 }
 
-FileSize size_in(int directory, const char* name, LastLink last_link) {
+FileSize size_in(int directory, const char* name, Links last_link) {
   struct stat status {};
-  const int flags = last_link == LastLink::refuse ? AT_SYMLINK_NOFOLLOW : 0;
+  const int flags = last_link == Links::refuse ? AT_SYMLINK_NOFOLLOW : 0;
   if (::fstatat(directory, name, &status, flags) != 0) return last_error();
   return std::int64_t{status.st_size};
 }
@@ -147,10 +147,10 @@ std::string message(std::error_code error) {
   return error == NOT_A_FILE ? "Not a regular file" : error.message();
 }
 
-FileContent read_file(std::string_view path, LastLink last_link, std::size_t limit) {
+FileContent read_file(std::string_view path, Links last_link, std::size_t limit) {
   const Blocking waits;
   FileDescriptor file(AT_FDCWD);
-  const int flags = O_RDONLY | (last_link == LastLink::refuse ? O_NOFOLLOW : 0);
+  const int flags = O_RDONLY | (last_link == Links::refuse ? O_NOFOLLOW : 0);
   const auto error = open_in_pieces(file, path, flags, LONGEST_PIECE, open_retrying);
   if (error) return error;
   return read_regular(file, limit);
@@ -166,17 +166,23 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 }
 
 FileContent read_file_below(const std::string& root, std::string_view below,
-                            const std::string& name, std::size_t limit) {
+                            const std::string& name, std::size_t limit, Links on_the_way) {
   const Blocking waits;
   FileDescriptor opened;
-  if (const JoinedPath path(root, below, name); path.fits()) {
-    const auto error = open_retrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW, opened);
-    if (error) return error;
-    return read_regular(opened, limit);
-  }
-  auto error = open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(), PASSING, opened);
-  if (!error && !below.empty()) {
-    error = open_in_pieces(opened, below, PASSING, LONGEST_PIECE, open_retrying);
+  std::error_code error;
+  if (on_the_way == Links::refuse) {
+    error = open_directory_below(root, below, opened);
+    if (error == std::errc::too_many_symbolic_link_levels) {
+      error = make_error_code(std::errc::not_a_directory);
+    }
+  } else if (const JoinedPath path(root, below, name); path.fits()) {
+    error = open_retrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW, opened);
+    if (!error) return read_regular(opened, limit);
+  } else {
+    error = open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(), PASSING, opened);
+    if (!error && !below.empty()) {
+      error = open_in_pieces(opened, below, PASSING, LONGEST_PIECE, open_retrying);
+    }
   }
   if (error) return error;
   return read_file_in(opened, name, limit);
@@ -186,7 +192,7 @@ FileSize file_size(std::string_view path) {
   const Blocking waits;
   if (path.find('\0') != std::string_view::npos) return make_error_code(NO_FILE);
   if (const JoinedPath whole(path, {}, {}); whole.fits()) {
-    return size_in(AT_FDCWD, whole.c_str(), LastLink::follow);
+    return size_in(AT_FDCWD, whole.c_str(), Links::follow);
   }
   // Its directory is opened, not the file, which may be one that must not be read.
   SplitPath split(path);
@@ -196,20 +202,19 @@ FileSize file_size(std::string_view path) {
       open_in_pieces(directory, split.directory, PASSING, LONGEST_PIECE, open_retrying);
   if (error) return error;
   const std::string name(split.name.empty() ? "." : split.name);
-  return size_in(directory.number(), name.c_str(), LastLink::follow);
+  return size_in(directory.number(), name.c_str(), Links::follow);
 }
 
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name,
-                      LastLink last_link) {
+FileSize file_size_in(const FileDescriptor& directory, const std::string& name, Links last_link) {
   const Blocking waits;
   return size_in(directory.number(), name.c_str(), last_link);
 }
 
 std::error_code open_directory_below(const std::string& root, std::string_view below,
-                                     FileDescriptor& opened, RootLinks root_links) {
+                                     FileDescriptor& opened, Links to_root) {
   const Blocking waits;
   constexpr int LISTING = O_RDONLY | O_DIRECTORY;
-  if (root_links == RootLinks::refuse && !below.empty()) {
+  if (to_root == Links::refuse && !below.empty()) {
     if (const JoinedPath path(root, below, {}); path.fits()) {
       const auto error = open_without_links(AT_FDCWD, path.c_str(), LISTING, opened);
       if (!is_missing_call(error)) return error;
@@ -231,18 +236,6 @@ std::error_code open_directory_below(const std::string& root, std::string_view b
   }
   if (!error) opened = std::move(reached);
   return error;
-}
-
-FileContent read_file_below_without_links(const std::string& root, std::string_view below,
-                                          const std::string& name, std::size_t limit) {
-  const Blocking waits;
-  FileDescriptor directory;
-  const auto error = open_directory_below(root, below, directory);
-  if (error == std::errc::too_many_symbolic_link_levels) {
-    return make_error_code(std::errc::not_a_directory);
-  }
-  if (error) return error;
-  return read_file_in(directory, name, limit);
 }
 
 std::error_code open_directory_in(const FileDescriptor& parent, const std::string& name,

@@ -52,36 +52,28 @@ std::error_code last_error();
 /// What the operating system says of an error; of one that a read has found itself, what it is.
 std::string message(std::error_code error);
 
-/// Whether the last component of a path may be a symbolic link.
-enum class LastLink { follow, refuse };
+/// Whether symbolic links are followed where one may be.
+enum class Links { follow, refuse };
 
-/// Reads the file at `path` whole. A directory fails with is_a_directory, a file of
-/// more than `limit` bytes with file_too_large, and what is neither a regular file nor the null
-/// device with not_supported, without being read.
-FileContent read_file(std::string_view path, LastLink last_link, std::size_t limit);
+/// Reads the file at `path` whole. `last_link` says what becomes of a link at its end. A directory
+/// fails with is_a_directory, a file of more than `limit` bytes with file_too_large, and what is
+/// neither a regular file nor the null device with not_supported, without being read.
+FileContent read_file(std::string_view path, Links last_link, std::size_t limit);
 
 /// The same for the file `name` in the directory `directory`; a link is refused.
 FileContent read_file_in(const FileDescriptor& directory, const std::string& name,
                          std::size_t limit);
 
-/// The same for the file `name` in the directory `root`/`below` (the root itself when
-/// `below` is ""). Links on the way to it are followed.
+/// The same for the file `name` in the directory `root`/`below` (the root itself when `below` is
+/// ""). A link on the way from the root that is refused counts as what it is, not_a_directory.
 FileContent read_file_below(const std::string& root, std::string_view below,
-                            const std::string& name, std::size_t limit);
-
-/// The same without following a link on the way from the root: a link there counts as what
-/// it is, not_a_directory.
-FileContent read_file_below_without_links(const std::string& root, std::string_view below,
-                                          const std::string& name, std::size_t limit);
+                            const std::string& name, std::size_t limit, Links on_the_way);
 
 /// The size in bytes of the file at `path`, links followed.
 FileSize file_size(std::string_view path);
 
 /// The same of the file `name` in the directory `directory`; a link is followed or has its own.
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name, LastLink last_link);
-
-/// Whether the way to a root may lead through symbolic links.
-enum class RootLinks { follow, refuse };
+FileSize file_size_in(const FileDescriptor& directory, const std::string& name, Links last_link);
 
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is "". The way
 /// from the root may not lead through symbolic links: that fails with
@@ -89,8 +81,7 @@ enum class RootLinks { follow, refuse };
 /// call does both where the system has one that does; elsewhere links on the way to the root are
 /// followed.
 std::error_code open_directory_below(const std::string& root, std::string_view below,
-                                     FileDescriptor& opened,
-                                     RootLinks root_links = RootLinks::follow);
+                                     FileDescriptor& opened, Links to_root = Links::follow);
 
 /// Opens the directory `name` in `parent` for listing. A symbolic link is refused.
 std::error_code open_directory_in(const FileDescriptor& parent, const std::string& name,

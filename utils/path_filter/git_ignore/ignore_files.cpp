@@ -32,7 +32,7 @@ namespace {
 std::optional<std::string> read_pointer(const std::filesystem::path& path) {
   constexpr std::size_t MAX_POINTER_BYTES = std::size_t{1} << 20;  // as in git
   const auto content =
-      internal::read_file(path.native(), internal::LastLink::follow, MAX_POINTER_BYTES);
+      internal::read_file(path.native(), internal::Links::follow, MAX_POINTER_BYTES);
   const auto* text = std::get_if<std::string>(&content);
   if (text == nullptr) return std::nullopt;
   if (const auto invalid = internal::find_invalid_utf8(*text)) {
@@ -56,7 +56,7 @@ void warn_unreadable(std::error_code error, const std::function<std::string()>& 
 }
 
 std::optional<GitIgnoreSpec> _read_ignore_rules(const std::filesystem::path& path,
-                                                internal::LastLink last_link) {
+                                                internal::Links last_link) {
   const auto content = internal::read_file(path.native(), last_link, MAX_IGNORE_FILE_BYTES);
   if (const auto* error = std::get_if<std::error_code>(&content)) {
     warn_unreadable(*error, [&] { return path.string(); });

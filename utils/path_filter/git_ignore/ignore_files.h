@@ -20,7 +20,7 @@ namespace path_filter {
 /// file or is over MAX_IGNORE_FILE_BYTES. Invalid UTF-8 reads as U+FFFD. Whether a
 /// symbolic link is read is the caller's to say: git reads none for a `.gitignore`.
 std::optional<GitIgnoreSpec> _read_ignore_rules(
-    const std::filesystem::path& path, internal::LastLink last_link = internal::LastLink::follow);
+    const std::filesystem::path& path, internal::Links last_link = internal::Links::follow);
 
 /// Logs the one warning for an ignore file that could not be read, unless it is only
 /// missing. `path` gives its path and is called when there is something to log.

@@ -86,15 +86,15 @@ const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view re
 }
 
 internal::FileContent IgnoreVerdicts::read_below_root(std::string_view rel_dir) const {
-  const auto read =
-      _links == Links::follow ? internal::read_file_below : internal::read_file_below_without_links;
-  return read(_root.native(), rel_dir, std::string(IGNORE_FILE_NAME), MAX_IGNORE_FILE_BYTES);
+  return internal::read_file_below(_root.native(), rel_dir, std::string(IGNORE_FILE_NAME),
+                                   MAX_IGNORE_FILE_BYTES, _links);
 }
 
 IgnoreVerdicts& IgnoreVerdicts::without_links() {
   const std::lock_guard hold(_lock);
   if (!_without_links) {
-    _without_links = std::make_unique<IgnoreVerdicts>(_root, _excludes_file, Links::refuse);
+    _without_links =
+        std::make_unique<IgnoreVerdicts>(_root, _excludes_file, internal::Links::refuse);
   }
   return *_without_links;
 }

@@ -48,12 +48,10 @@ using IgnoreFileReader = std::function<internal::FileContent(std::string_view re
 
 class IgnoreVerdicts {
  public:
-  /// Whether directory links are followed on the way to an ignore file.
-  enum class Links { follow, refuse };
-
-  /// Reads nothing. `root` and `excludes_file` are referred to and must outlive it.
+  /// Reads nothing. `root` and `excludes_file` are referred to and must outlive it; `links` are
+  /// those to directories on the way to an ignore file.
   IgnoreVerdicts(const std::filesystem::path& root, const ExcludesFileLookup& excludes_file,
-                 Links links = Links::follow)
+                 internal::Links links = internal::Links::follow)
       : _root(root), _excludes_file(excludes_file), _links(links) {}
 
   // In what follows, paths are relative to the root, with "/" between components, and come
@@ -121,7 +119,7 @@ class IgnoreVerdicts {
 
   const std::filesystem::path& _root;
   const ExcludesFileLookup& _excludes_file;
-  const Links _links;
+  const internal::Links _links;  // on the way to an ignore file
 
   internal::DirectoryMap<Verdict> _ignored_directories;
   /// The first of the chain that judges the directory's files; NO_RULES when neither it

@@ -184,14 +184,13 @@ bool DirectoryLister::State::go_back_to(const Directory& directory) {
 /// The way to the root may lead through links: it is followed once, and from then on a
 /// directory is opened by its whole path, in one call that takes no link.
 std::error_code DirectoryLister::State::open_from_root() {
-  using internal::RootLinks;
   if (!_top) {
     const internal::Blocking waits;
     std::error_code unresolved;
     _top = std::filesystem::canonical(_root, unresolved).native();
   }
   if (_path_size > 0 && !_top->empty()) {
-    return internal::open_directory_below(*_top, listed_path(), _opened, RootLinks::refuse);
+    return internal::open_directory_below(*_top, listed_path(), _opened, internal::Links::refuse);
   }
   return internal::open_directory_below(_root.native(), listed_path(), _opened);
 }
@@ -209,8 +208,8 @@ void DirectoryLister::State::judge() {
 internal::FileContent DirectoryLister::State::read_ignore_file(std::string_view rel_dir) const {
   const std::string name(IGNORE_FILE_NAME);
   if (rel_dir.size() != _path_size) {
-    return internal::read_file_below_without_links(_root.native(), rel_dir, name,
-                                                   MAX_IGNORE_FILE_BYTES);
+    return internal::read_file_below(_root.native(), rel_dir, name, MAX_IGNORE_FILE_BYTES,
+                                     internal::Links::refuse);
   }
   if (!_listing.contains(name)) return make_error_code(std::errc::no_such_file_or_directory);
   return internal::read_file_in(_opened, name, MAX_IGNORE_FILE_BYTES);
@@ -279,8 +278,8 @@ bool DirectoryLister::is_regular_file() const {
 }
 
 std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) const {
-  using internal::LastLink;
-  const auto links = _state->_listed ? LastLink::follow : LastLink::refuse;
+  using internal::Links;
+  const auto links = _state->_listed ? Links::follow : Links::refuse;
   const auto size =
       internal::file_size_in(_state->_opened, _state->_path.substr(_state->_prefix), links);
   const auto* failed = std::get_if<std::error_code>(&size);
