@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 #include <variant>
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <functional>
 #include <numeric>
 #include <optional>
 #include <utility>

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <climits>
 #include <memory>
-#include <system_error>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/paths.h"

@@ -1,7 +1,6 @@
 #include "utils/path_filter/git_ignore/ignore_files.h"
 
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <variant>
 

@@ -1,13 +1,9 @@
 #include "utils/path_filter/index_scope/tree_walk.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <stdexcept>
-#include <string>
-#include <system_error>
 #include <utility>
 #include <variant>
-#include <vector>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/file_system.h"

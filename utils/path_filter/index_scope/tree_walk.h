@@ -61,9 +61,9 @@ using PruneHandler =
 /// Walk says of links, names and rules holds here too; the handlers are called within `list`.
 ///
 /// The directory listed last stays open until the next one is listed. One that lies in it is
-/// opened from it; in a deep tree one that lies a few levels higher is opened by as many steps up,
-/// each compared by device and inode with the directory that was listed there; all others are
-/// opened from the root. So a listing that goes depth first, in whatever order, takes time linear
+/// opened from it; in a deep tree one that lies a few levels higher is opened by way of "..", if
+/// that leads, by device and inode, to the directory that was listed there; all others are opened
+/// from the root. So a listing that goes depth first, in whatever order, takes time linear
 /// in a tree of any depth. One thread at a time uses a lister; any number of listers, walks and
 /// questions may use one scope, which must outlive them.
 class PATH_FILTER_EXPORT DirectoryLister {
