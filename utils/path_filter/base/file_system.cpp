@@ -24,12 +24,14 @@ constexpr std::errc NO_FILE = std::errc::no_such_file_or_directory;
 
 /// Opens `path` from the directory `from`.
 std::error_code open_retrying(int from, const char* path, int flags, FileDescriptor& opened) {
+  int number = -1;
   do {
-    opened = FileDescriptor(::openat(from, path, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-  } while (!opened.is_open() && errno == EINTR);
-  if (opened.is_open()) return {};
-  if (errno == EMLINK) errno = ELOOP;  // FreeBSD's word for a link refused
-  return last_error();
+    number = ::openat(from, path, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  } while (number < 0 && errno == EINTR);
+  if (number < 0 && errno == EMLINK) errno = ELOOP;  // FreeBSD's word for a link refused
+  if (number < 0) return last_error();
+  opened = FileDescriptor(number);
+  return {};
 }
 
 bool is_missing_call(std::error_code error) {

@@ -55,7 +55,7 @@ struct DirectoryLister::State {
 
   std::error_code open(const Directory& directory);
   std::error_code open_from_root();
-  bool go_back_to(const Directory& directory);
+  bool go_back_to(const Directory* directory);
   void judge();
   internal::FileContent read_ignore_file(std::string_view rel_dir) const;
   bool admits(const Directory& directory, bool is_link);
@@ -124,7 +124,7 @@ void DirectoryLister::State::clear() {
 
 /// Makes `directory` the one that is open, and _path its path.
 std::error_code DirectoryLister::State::open(const Directory& directory) {
-  const bool is_known = directory.parent != nullptr && go_back_to(*directory.parent);
+  const bool is_known = go_back_to(directory.parent);
   if (is_known) {
     _path.resize(directory.path_size - directory.name_size);
     _path += directory.name();
@@ -152,12 +152,12 @@ std::error_code DirectoryLister::State::open(const Directory& directory) {
 
 /// Shortens the way to one that ends at `directory`, and opens that if it is worth it: a step up
 /// takes the system as long as some DEEP down. False, with nothing open, when `directory` is not
-/// on the way.
-bool DirectoryLister::State::go_back_to(const Directory& directory) {
+/// on the way or is null.
+bool DirectoryLister::State::go_back_to(const Directory* directory) {
   const auto on_way = std::find_if(_way.rbegin(), _way.rend(), [&](const Passed& passed) {
-    return passed.directory->path_size <= directory.path_size;
+    return directory != nullptr && passed.directory->path_size <= directory->path_size;
   });
-  if (on_way == _way.rend() || on_way->directory != &directory) {
+  if (on_way == _way.rend() || on_way->directory != directory) {
     _way.clear();
     close();
     return false;
