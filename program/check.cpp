@@ -1,10 +1,6 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <deque>
 #include <exception>
-#include <filesystem>
 #include <future>
 #include <optional>
 #include <span>
@@ -17,137 +13,20 @@
 #include "program/commands.h"
 #include "program/decider.h"
 #include "program/input.h"
+#include "program/judge.h"
 #include "program/output.h"
-#include "program/repository.h"
-#include "utils/path_filter/base/file_system.h"
-#include "utils/path_filter/base/quoting.h"
 
 namespace program {
 
 using path_filter::Decision;
-using path_filter::Exclusion;
-using path_filter::Explanation;
-using path_filter::IndexScope;
 
 namespace {
-
-/// Which paths below a root are directories on disk.
-///
-/// Paths come by directories, as git and find list them: the one of the last question stays
-/// open, and a question takes half of what it does by the whole path. To list each directory
-/// takes as long, as most are left and entered again, and is of any size.
-class DirectoriesOnDisk {
- public:
-  explicit DirectoriesOnDisk(const std::filesystem::path& root) : _root(root) {}
-
-  bool contains(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string_view above = path.substr(0, slash == path.npos ? 0 : slash);
-    if (above != _above) {
-      close();
-      // The root's path has no links any more.
-      const std::error_code error = path_filter::internal::open_directory_below(
-          _root.native(), above, _opened, path_filter::internal::Links::refuse);
-      if (error == std::errc::too_many_files_open || error == std::errc::not_enough_memory ||
-          error == std::errc::too_many_files_open_in_system) {
-        throw std::system_error(error, "cannot look at its directory");
-      }
-      _above = above;
-    }
-    if (!_opened.is_open()) return false;
-    // With a "/" the kernel says that a file is no directory without looking at the file, in a
-    // fifth less time; and takes a link to a directory for one.
-    _name.assign(path.substr(slash + 1)) += '/';  // npos + 1 is 0
-    struct stat status {};
-    if (::fstatat(_opened.number(), _name.c_str(), &status, 0) != 0) return false;
-    _name.pop_back();
-    return ::fstatat(_opened.number(), _name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISDIR(status.st_mode);
-  }
-
-  /// Keeps nothing open: until the next question somebody may put another in its place.
-  void close() {
-    _above.reset();
-    _opened = {};
-  }
-
- private:
-  const std::filesystem::path& _root;
-  std::optional<std::string> _above;  // the path of the directory that is open
-  path_filter::internal::FileDescriptor _opened;
-  std::string _name;
-};
-
-/// The repository, and how a path as the shell wrote it becomes one below its root.
-class CheckedRoot {
- public:
-  explicit CheckedRoot(const Settings& settings)
-      : CheckedRoot(find_place(settings.root.value_or("."), settings.root), read_limits(settings)) {
-    if (!settings.root) return;
-    const auto named = std::filesystem::absolute(*settings.root).lexically_normal();
-    std::error_code unresolved;
-    if (std::filesystem::canonical(named, unresolved) == repository.scope.root) _named = named;
-  }
-
-  /// `path`, which is relative to the current directory or to --root, relative to the root; a
-  /// "/" at its end stays. Throws std::invalid_argument for a path outside the root.
-  std::string relative(std::string_view path) const {
-    if (path.empty()) throw std::invalid_argument("an empty path");
-    if (path.find('\0') != path.npos) {
-      throw std::invalid_argument("no path holds NUL; paths that end with it are for -0");
-    }
-    while (path.starts_with("./") && path.size() > 2) path.remove_prefix(2);
-    // As git and find list them: nothing is to be resolved.
-    if (has_plain_names(path)) return std::string(_prefix).append(path);
-    std::filesystem::path absolute = (_base / path).lexically_normal();
-    const bool is_directory = !absolute.has_filename();
-    if (is_directory && absolute.has_relative_path()) absolute = absolute.parent_path();
-    for (const bool resolve : {false, true}) {
-      // Links may lead to the root, or out of it and back.
-      if (resolve) absolute = resolved(absolute);
-      if (absolute == repository.scope.root || absolute == _named) return "/";
-      auto below = repository.scope.relative(absolute);
-      if (!below && !_named.empty()) below = IndexScope(_named).relative(absolute);
-      if (below) return std::move(*below) + (is_directory ? "/" : "");
-    }
-    throw std::invalid_argument("outside the repository " +
-                                printable(repository.scope.root.native()));
-  }
-
-  const Repository repository;
-
- private:
-  CheckedRoot(const Place& place, std::optional<path_filter::IndexLimits> limits)
-      : repository(place.root, std::move(limits)),
-        _base(place.root / place.below),
-        _prefix(place.below.empty() ? "" : place.below + '/') {}
-
-  /// Whether each component of a relative path is a name.
-  static bool has_plain_names(std::string_view path) {
-    for (std::size_t begin = 0; begin < path.size();) {
-      const std::string_view name = path.substr(begin, path.find('/', begin) - begin);
-      if (name.empty() || name == "." || name == "..") return false;
-      begin += name.size() + 1;
-    }
-    return true;
-  }
-
-  /// `path` with the links on the way to its last component followed.
-  static std::filesystem::path resolved(const std::filesystem::path& path) {
-    std::error_code unresolved;
-    return std::filesystem::weakly_canonical(path.parent_path(), unresolved) / path.filename();
-  }
-
-  std::filesystem::path _base;   // of relative paths
-  std::filesystem::path _named;  // the root as --root names it
-  std::string _prefix;           // of _base below the root, with a "/" at its end
-};
 
 /// Asks about paths, on one thread, and holds the answers as text until they are printed.
 class Checker {
  public:
-  Checker(const CheckOptions& options, const CheckedRoot& root, const Output& output)
-      : _options(options), _root(root), _output(output), _on_disk(root.repository.scope.root) {}
+  Checker(const CheckOptions& options, Repositories& repositories, const Output& output)
+      : _options(options), _output(output), _judge(repositories, options.settings.root) {}
 
   /// Asks about the paths of lines, or of texts that end with NUL.
   void ask_lines(std::span<const std::string_view> lines) {
@@ -165,10 +44,9 @@ class Checker {
 
   void ask(std::string_view path) {
     try {
-      const std::string relative = _root.relative(path);
-      const Explanation explanation = answer(relative);
-      if (!_options.quiet) add(path, relative, explanation);
-      if (!explanation.decision) _status = std::max(_status, 1);
+      const Judge::Answer answer = _judge.ask(path, _options.verbose);
+      if (!_options.quiet) add(path, answer);
+      if (!answer.explanation.decision) _status = std::max(_status, 1);
     } catch (const std::exception& error) {
       complain(path, error.what());
     }
@@ -186,40 +64,19 @@ class Checker {
     output << std::string_view(_text).substr(printed);
     _text.clear();
     _complaints.clear();
-    _on_disk.close();
+    _judge.forget();
   }
 
   int status() const { return _status; }
 
  private:
-  /// What decided about the directory at `path`, or the file there. A directory is what ends in
-  /// "/", and what is one on disk.
-  Explanation answer(const std::string& path) {
-    const Repository& repository = _root.repository;
-    if (!path.ends_with('/')) {
-      path_filter::FileFacts facts;
-      if (repository.scope.limits) facts.size = repository.size(path);
-      Explanation answer = _options.verbose
-                               ? repository.explain(path, facts)
-                               : Explanation{repository.scope.is_indexable(path, facts)};
-      const auto kind = answer.decision.kind();
-      // What lies in a directory that is left out is left out with it, whatever it is.
-      if (kind == Exclusion::directory || kind == Exclusion::index_data ||
-          !_on_disk.contains(path)) {
-        return answer;
-      }
-    }
-    const std::string directory = path.substr(0, path.find_last_not_of('/') + 1);  // npos + 1 is 0
-    return repository.exclusion_of_directory(directory).value_or(Explanation{Decision(true)});
-  }
-
-  void add(std::string_view path, std::string_view relative, const Explanation& explanation) {
-    const Decision& decision = explanation.decision;
-    const auto& scope = _root.repository.scope;
+  void add(std::string_view path, const Judge::Answer& answer) {
+    const Decision& decision = answer.explanation.decision;
+    const auto& scope = answer.repository.scope;
     if (_options.json) {
       JsonLine object;
-      object.add_path(path).add_decision(relative, decision);
-      if (_options.verbose) add_decider(object, explanation, relative, scope);
+      object.add_path(path).add_decision(answer.path, decision);
+      if (_options.verbose) add_decider(object, answer.explanation, answer.path, scope);
       _text.append(object.text()) += '\n';
       return;
     }
@@ -239,7 +96,9 @@ class Checker {
     } else {
       _text += decision.language() ? std::string_view(*decision.language()) : "a directory";
     }
-    if (_options.verbose) (_text += separator) += decider(explanation, relative, scope, raw);
+    if (_options.verbose) {
+      (_text += separator) += decider(answer.explanation, answer.path, scope, raw);
+    }
     _text += raw ? '\0' : '\n';
   }
 
@@ -255,9 +114,8 @@ class Checker {
   }
 
   const CheckOptions& _options;
-  const CheckedRoot& _root;
   const Output& _output;
-  DirectoriesOnDisk _on_disk;
+  Judge _judge;
   std::string _text;
   /// What goes to standard error when so much of the text is printed.
   std::vector<std::pair<std::size_t, std::string>> _complaints;
@@ -289,10 +147,11 @@ void ask_lines(std::deque<Checker>& checkers, std::span<const std::string_view> 
 }  // namespace
 
 int check(const CheckOptions& options) {
-  const CheckedRoot root(options.settings);
+  Repositories repositories(read_limits(options.settings));
   Output output(options.color);
   std::deque<Checker> checkers;
-  for (std::size_t i = 0; i < options.threads; ++i) checkers.emplace_back(options, root, output);
+  for (std::size_t i = 0; i < options.threads; ++i)
+    checkers.emplace_back(options, repositories, output);
   const auto print = [&] {
     for (Checker& checker : checkers) checker.print(output);
     output.flush();  // a program that writes a path and waits for its answer gets it

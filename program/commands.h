@@ -18,8 +18,8 @@ namespace program {
 enum class Surface { all, production, tests };
 
 struct ListOptions {
-  Settings settings;  // but for the directory
-  std::vector<std::string> directories = {"."};
+  Settings settings;                    // but for the directory
+  std::vector<std::string> paths = {};  // of files and directories; none: the root or the current
   bool null = false;
   bool json = false;
   bool excluded = false;
@@ -32,9 +32,9 @@ struct ListOptions {
   Color color = Color::automatic;
 };
 
-/// Lists one directory after the other, of any repositories. The same lines with any number of
-/// threads. Exit status 1 when a directory could not be read or a name not be asked about, 2 when
-/// one of the directories asked about is none.
+/// Lists one path after the other, of any repositories. The same lines with any number of threads.
+/// Exit status 1 when what was named is left out, a directory could not be read or a name not be
+/// asked about, 2 when a path that was named is not there.
 int list(const ListOptions& options);
 
 struct CheckOptions {

@@ -3,7 +3,6 @@
 #include <exception>
 #include <filesystem>
 #include <iterator>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -16,6 +15,7 @@
 #include "program/commands.h"
 #include "program/decider.h"
 #include "program/directory_queue.h"
+#include "program/judge.h"
 #include "program/output.h"
 #include "program/repository.h"
 #include "utils/path_filter/index_scope/tree_walk.h"
@@ -77,25 +77,23 @@ class Lines {
     return !_output.closed();
   }
 
-  /// Of a path that is passed over.
-  void complain(std::string_view path, std::string_view problem) {
-    fail(1, printable(path) + ": " + std::string(problem));
-  }
-
-  /// Of a directory that cannot be asked about.
-  void refuse(const std::string& problem) { fail(2, problem); }
-
-  int status() const { return _status; }
-
-  std::atomic<bool> has_production = false;
-
- private:
+  /// Tells a problem, after which the exit status is at least this.
   void fail(int status, const std::string& problem) {
     program::complain(problem);
     const std::lock_guard lock(_mutex);
     _status = std::max(_status, status);
   }
 
+  /// Of a path that is passed over.
+  void complain(std::string_view path, std::string_view problem) {
+    fail(1, printable(path) + ": " + std::string(problem));
+  }
+
+  int status() const { return _status; }
+
+  std::atomic<bool> has_production = false;
+
+ private:
   std::mutex _mutex;  // of what follows
   Output _output;
   std::vector<Line> _kept;
@@ -127,22 +125,16 @@ class TreePrinter {
       directory = visit(*directory, queue);
       if (!directory) directory = queue.take(true);
     }
-    flush(0);
-    // Kept until the end, or until somebody finds a file that is none.
-    if (!_lines.has_production) _lines.keep_tests(std::move(_only_tests));
-    _lines.keep(std::move(_sorted));
+    finish();
   }
 
-  /// Prints the directory asked about, which is left out as a whole.
-  void print_excluded(const Explanation& explanation) {
-    if (wants(explanation.decision)) {
-      print(_place.below + '/', explanation);
-    } else if (!_options.excluded) {
-      program::complain(printable(_place.directory) + ": " +
-                        std::string(explanation.decision.reason()));
+  /// Prints what was named: a file at `path`, or a directory that is left out as a whole.
+  void print_named(const std::string& path, const Explanation& explanation) {
+    if (!explanation.decision && !_options.excluded) {
+      throw LeftOut(printable(_place.directory), explanation.decision.reason());
     }
-    flush(0);
-    _lines.keep(std::move(_sorted));
+    print_judged(path, explanation);
+    finish();
   }
 
  private:
@@ -173,16 +165,24 @@ class TreePrinter {
   /// All that a directory holds is left out with it: one line names it.
   void print_pruned(std::string_view rel_dir, Exclusion kind) {
     Explanation explanation{path_filter::Decision::excluded(kind)};
-    if (!wants(explanation.decision)) return;
+    if (!wants(explanation.decision) || is_git_store(rel_dir)) return;
     if (_options.verbose) {
       explanation = _repository.exclusion_of_directory(std::string(rel_dir)).value_or(explanation);
     }
     print(std::string(rel_dir) + '/', explanation);
   }
 
+  /// Hands on what is kept.
+  void finish() {
+    flush(0);
+    // Kept until the end, or until somebody finds a file that is none.
+    if (!_lines.has_production) _lines.keep_tests(std::move(_only_tests));
+    _lines.keep(std::move(_sorted));
+  }
+
   void print_file(const std::string& path) {
-    // The next program in a pipe would wait for a FIFO.
-    if (!_files.is_regular_file()) return;
+    // The next program in a pipe would wait for a FIFO, and read what a link names anywhere.
+    if (!_files.is_regular_file() || is_git_store(path)) return;
     try {
       path_filter::FileFacts facts;
       std::error_code error;
@@ -197,20 +197,25 @@ class TreePrinter {
         Explanation asked = _repository.explain(path, facts);
         if (asked.decision == explanation.decision) explanation = std::move(asked);
       }
-      const bool is_test = _options.surface != Surface::all && path_filter::is_test_path(path);
-      if (_options.surface == Surface::tests && !is_test) return;
-      if (_options.surface == Surface::production) {
-        // A repository that is nothing but tests has them as its production surface: they
-        // are kept until the first file that is none.
-        if (!is_test) _lines.has_production = true;
-        if (_lines.has_production) _only_tests = {};
-        if (is_test && !_lines.has_production) keep(path, explanation, _only_tests);
-        if (is_test) return;
-      }
-      print(path, explanation);
+      print_judged(path, explanation);
     } catch (const std::invalid_argument& error) {
       _lines.complain(_place.shown(path), error.what());
     }
+  }
+
+  void print_judged(const std::string& path, const Explanation& explanation) {
+    if (!wants(explanation.decision)) return;
+    const bool is_test = _options.surface != Surface::all && path_filter::is_test_path(path);
+    if (_options.surface == Surface::tests && !is_test) return;
+    if (_options.surface == Surface::production) {
+      // A repository that is nothing but tests has them as its production surface: they
+      // are kept until the first file that is none.
+      if (!is_test) _lines.has_production = true;
+      if (_lines.has_production) _only_tests = {};
+      if (is_test && !_lines.has_production) keep(path, explanation, _only_tests);
+      if (is_test) return;
+    }
+    print(path, explanation);
   }
 
   void print(std::string_view path, const Explanation& explanation) {
@@ -238,7 +243,7 @@ class TreePrinter {
     const Decision& decision = explanation.decision;
     if (_options.json) {
       JsonLine object;
-      object.add_path(path).add_decision(path, decision);
+      object.add_path(_place.shown(path)).add_decision(path, decision);
       if (_options.verbose) add_decider(object, explanation, path, _repository.scope);
       out.append(object.text()) += '\n';
       return;
@@ -255,8 +260,10 @@ class TreePrinter {
       const std::string_view kind = to_string(*decision.kind());
       add(raw ? kind : _lines.styled(Style::out, kind));
       add(decision.reason());
-      if (_options.verbose) add(decider(explanation, path, _repository.scope, raw));
+    } else if (_options.verbose) {
+      add(*decision.language());
     }
+    if (_options.verbose) add(decider(explanation, path, _repository.scope, raw));
     out += raw ? '\0' : '\n';
   }
 
@@ -270,11 +277,11 @@ class TreePrinter {
   std::vector<Line> _only_tests;
 };
 
-/// Lists one place.
-void list(const ListOptions& options, const Repository& repository, const Place& place,
-          Lines& lines) {
+/// Lists a directory.
+void list_directory(const ListOptions& options, const Repository& repository, const Place& place,
+                    Lines& lines) {
   if (const auto excluded = repository.exclusion_of_directory(place.below)) {
-    TreePrinter(options, repository, place, lines).print_excluded(*excluded);
+    TreePrinter(options, repository, place, lines).print_named(place.below + '/', *excluded);
     return;
   }
   DirectoryQueue queue(ScopeDirectory(repository.scope, place.below));
@@ -300,25 +307,47 @@ void list(const ListOptions& options, const Repository& repository, const Place&
   if (failure) std::rethrow_exception(failure);
 }
 
+/// Lists a file that was named.
+void list_file(const ListOptions& options, const std::string& name, Judge& judge, Lines& lines) {
+  const Judge::Answer answer = judge.ask(name, options.verbose);
+  Place place;
+  place.root = answer.repository.scope.root;
+  place.directory = name;
+  // What stands before the file's name, here and below the root.
+  const auto above = [](const std::string& path) { return path.substr(0, path.rfind('/') + 1); };
+  place.prefix = above(name);
+  place.below = above(answer.path);
+  if (!place.below.empty()) place.below.pop_back();
+  TreePrinter(options, answer.repository, place, lines)
+      .print_named(answer.path, answer.explanation);
+}
+
 }  // namespace
 
 int list(const ListOptions& options) {
   const auto& root = options.settings.root;
-  if (root) find_place(*root, root);  // a wrong one is told once
-  const auto limits = read_limits(options.settings);
+  Repositories repositories(read_limits(options.settings));
+  Judge judge(repositories, root);  // a wrong root is told once
   Lines lines(options.color);
-  std::map<std::filesystem::path, Repository> repositories;  // by their roots
-  for (const std::string& directory : options.directories) {
-    if (!lines.is_read()) break;
+  const auto list_path = [&](const std::optional<std::string>& path) {
     try {
-      const Place place = find_place(directory, root);
-      const auto known = repositories.try_emplace(place.root, place.root, limits).first;
-      list(options, known->second, place, lines);
+      if (path && judge.is_file(*path)) return list_file(options, *path, judge, lines);
+      const Place place = find_place(path, root);
+      list_directory(options, repositories.at(place.root), place, lines);
+    } catch (const LeftOut& error) {
+      lines.fail(1, error.what());
     } catch (const UsageError& error) {
-      lines.refuse(error.what());
+      lines.fail(2, error.what());
     } catch (const path_filter::DecodingError& error) {  // its ".git"
-      lines.refuse(printable(error.what()));
+      lines.fail(2, printable(error.what()));
+    } catch (const std::invalid_argument& error) {
+      lines.complain(path.value_or("."), error.what());
     }
+  };
+  if (options.paths.empty()) list_path(std::nullopt);
+  for (const std::string& path : options.paths) {
+    if (!lines.is_read()) break;
+    list_path(path);
   }
   lines.finish(options.sorted);
   return lines.status();

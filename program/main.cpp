@@ -27,6 +27,7 @@ using program::Color;
 using program::Settings;
 using program::UsageError;
 
+constexpr int LEFT_OUT_STATUS = 1;
 constexpr int USAGE_STATUS = 2;
 
 /// The help without what the parser knows of an option and the text says better.
@@ -138,10 +139,10 @@ CLI::Option* add_paths(CLI::App& command, const std::string& name, const std::st
       ->take_all();
 }
 
-/// Returns the option of the directories.
+/// Returns the option of the paths.
 CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
-  auto* command = app.add_subcommand("list", "Print the indexable files below each DIR");
-  auto* directories = add_paths(*command, "DIR", "Directories to list (the current one)");
+  auto* command = app.add_subcommand("list", "Print the indexable files at or below each PATH");
+  auto* paths = add_paths(*command, "PATH", "Directories and files (the current directory)");
   add_root(*command, list.settings);
   auto* null =
       command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
@@ -183,7 +184,7 @@ CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
   add_color(*command, list.color);
   add_limits(*command, list.settings);
   command->footer("Exit status: 0, 1 when something could not be read, 2 on an error.");
-  return directories;
+  return paths;
 }
 
 /// Returns the option of the paths.
@@ -287,9 +288,9 @@ int run(int argc, char** argv) {
   app.require_subcommand(0, 1);
 
   program::ListOptions list;
-  CLI::Option* const directories = add_list(app, list);
+  CLI::Option* const listed = add_list(app, list);
   program::CheckOptions check;
-  CLI::Option* const paths = add_check(app, check);
+  CLI::Option* const checked = add_check(app, check);
 
   program::SummaryOptions summary;
   auto* summary_command =
@@ -344,11 +345,11 @@ int run(int argc, char** argv) {
   }
 
   if (app.got_subcommand("list")) {
-    if (!directories->empty()) list.directories = directories->results();
+    if (!listed->empty()) list.paths = listed->results();
     return program::list(list);
   }
   if (app.got_subcommand("check")) {
-    check.paths = paths->results();
+    check.paths = checked->results();
     if (check.paths.empty() && !check.read_stdin) {
       throw UsageError("check: no paths; name some, or give --stdin");
     }
@@ -375,6 +376,9 @@ int main(int argc, char** argv) {
       [](const path_filter::Warning& warning) { program::warn(warning.message()); });
   try {
     return run(argc, argv);
+  } catch (const program::LeftOut& error) {
+    program::complain(error.what());
+    return LEFT_OUT_STATUS;
   } catch (const UsageError& error) {
     program::complain(error.what());
     return USAGE_STATUS;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "program/output.h"
 #include "utils/git_config/git_config.h"
@@ -14,10 +13,7 @@ namespace program {
 using path_filter::Explanation;
 using path_filter::IndexScope;
 
-namespace {
-
-/// The directory's path, absolute and without links.
-std::filesystem::path resolved(const std::string& directory) {
+std::filesystem::path resolved_directory(const std::string& directory) {
   std::error_code error;
   auto path = std::filesystem::canonical(directory, error);
   if (directory.empty()) error = std::make_error_code(std::errc::no_such_file_or_directory);
@@ -28,30 +24,36 @@ std::filesystem::path resolved(const std::string& directory) {
   throw UsageError(printable(directory.empty() ? "''" : directory) + ": " + error.message());
 }
 
-}  // namespace
+bool has_git(const std::filesystem::path& directory) {
+  std::error_code unexamined;
+  return std::filesystem::exists(directory / ".git", unexamined);
+}
 
-Place find_place(const std::string& directory, const std::optional<std::string>& root) {
-  const auto asked = resolved(directory);
-  Place place{asked, "", directory, directory};
-  if (root) {
-    place.root = resolved(*root);
-  } else {
-    for (auto top = asked;; top = top.parent_path()) {
-      std::error_code unexamined;
-      if (std::filesystem::exists(top / ".git", unexamined)) {
-        place.root = top;
-        break;
-      }
-      if (top == top.parent_path()) break;
-    }
+std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory) {
+  for (;; directory = directory.parent_path()) {
+    if (has_git(directory)) return directory;
+    if (directory == directory.parent_path()) return std::nullopt;
   }
+}
+
+bool is_git_store(std::string_view path) { return path == ".git" || path.ends_with("/.git"); }
+
+Place find_place(const std::optional<std::string>& directory,
+                 const std::optional<std::string>& root) {
+  Place place;
+  place.directory = directory.value_or(".");
+  if (root) place.root = resolved_directory(*root);
+  // An empty name would be the root's own.
+  const bool is_below_root = root && !place.directory.empty();
+  const auto asked =
+      resolved_directory(is_below_root ? (place.root / place.directory).native() : place.directory);
+  if (!root) place.root = nearest_root(asked).value_or(asked);
   if (auto below = IndexScope(place.root).relative(asked)) {
     place.below = std::move(*below);
   } else if (asked != place.root) {
-    throw UsageError(printable(directory) + ": outside the root " + printable(*root));
+    throw UsageError(printable(place.directory) + ": outside the root " + printable(*root));
   }
-  if (place.prefix == "." || place.prefix == "./") place.prefix.clear();
-  if (!place.prefix.empty() && !place.prefix.ends_with('/')) place.prefix += '/';
+  if (directory) place.prefix = *directory + (directory->ends_with('/') ? "" : "/");
   return place;
 }
 
@@ -75,7 +77,6 @@ std::string Place::shown(const std::filesystem::filesystem_error& error) const {
 
 bool is_absence(std::error_code error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
-         error == std::errc::too_many_symbolic_link_levels ||
          error == std::errc::filename_too_long;  // of one component: no file has that name
 }
 
@@ -97,17 +98,6 @@ Repository::Repository(const std::filesystem::path& top,
                     return file;
                   }}) {}
 
-std::optional<std::int64_t> Repository::size(std::string_view path) const {
-  std::string file = scope.root.native();
-  if (!file.empty() && !file.ends_with('/')) file += '/';
-  file += path;
-  const auto size = path_filter::internal::file_size(file);
-  if (const auto* bytes = std::get_if<std::int64_t>(&size)) return *bytes;
-  const auto& error = std::get<std::error_code>(size);
-  if (is_absence(error)) return std::nullopt;
-  throw std::runtime_error(unknown_size(error));
-}
-
 Explanation Repository::explain(std::string_view path, path_filter::FileFacts facts) const {
   Explanation explanation = scope.explain(path, facts);
   const std::lock_guard lock(_mutex);
@@ -124,6 +114,12 @@ std::optional<Explanation> Repository::exclusion_of_directory(const std::string&
   Explanation explanation = explain(rel_dir + "/a.c", {});
   explanation.decision = path_filter::Decision::excluded(*explanation.decision.kind());
   return explanation;
+}
+
+const Repository& Repositories::at(const std::string& directory) {
+  auto root = resolved_directory(directory);
+  const std::lock_guard lock(_mutex);
+  return _by_root.try_emplace(root, root, _limits).first->second;
 }
 
 }  // namespace program

@@ -3,13 +3,14 @@
 #ifndef PROGRAM_REPOSITORY_H_
 #define PROGRAM_REPOSITORY_H_
 
-#include <cstdint>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "program/settings.h"
 #include "utils/path_filter/index_scope/index_limits.h"
@@ -25,10 +26,9 @@ struct Place {
   std::filesystem::path root;
   /// The directory asked about, relative to the root; "" for the root.
   std::string below;
-  /// The same as the user named it.
+  /// The same as the user named it; "." when nobody did.
   std::string directory;
-  /// What stands before a path below that directory: nothing for ".", or else the directory as
-  /// the user named it, with a "/" at its end.
+  /// What stands before a path below that directory: as the user named it, with a "/" at its end.
   std::string prefix;
 
   /// A path below that directory, relative to the root, as the user would name it.
@@ -38,11 +38,25 @@ struct Place {
   std::string shown(const std::filesystem::filesystem_error& error) const;
 };
 
-/// Throws UsageError when the directory or the root is no directory, or the one is not at or
-/// below the other.
-Place find_place(const std::string& directory, const std::optional<std::string>& root);
+/// The place that the settings' directory is, relative to the root that they name or else to the
+/// current directory; that itself when they name none. Throws UsageError when the directory or the
+/// root is no directory, or the one is not at or below the other.
+Place find_place(const std::optional<std::string>& directory,
+                 const std::optional<std::string>& root);
 
-/// Whether a size could not be told because there is no such file.
+/// The directory's path, absolute and without links. Throws UsageError when it is none.
+std::filesystem::path resolved_directory(const std::string& directory);
+
+/// Whether there is a `.git` in the directory: whether a repository begins there.
+bool has_git(const std::filesystem::path& directory);
+
+/// The nearest directory, at or above this absolute one, where a repository begins.
+std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory);
+
+/// Whether the path is that of a repository's own store, which is no file of it.
+bool is_git_store(std::string_view path);
+
+/// Whether a file could not be looked at because there is none.
 bool is_absence(std::error_code error);
 
 /// The problem with a file whose size cannot be told for another reason.
@@ -65,16 +79,29 @@ class Repository {
  public:
   const path_filter::IndexScope scope;
 
-  /// The size in bytes of the file at `path` below the root; absent when there is none. Throws
-  /// std::runtime_error when that cannot be told.
-  std::optional<std::int64_t> size(std::string_view path) const;
-
   /// What the scope says of the file at `path`, with the ignore files named as git names them.
   path_filter::Explanation explain(std::string_view path, path_filter::FileFacts facts) const;
 
   /// Why a walk does not go into the directory at `rel_dir`, and what decided; absent when it
   /// does.
   std::optional<path_filter::Explanation> exclusion_of_directory(const std::string& rel_dir) const;
+};
+
+/// The repositories that a command meets, by their roots. Any number of threads may ask.
+class Repositories {
+ public:
+  /// The limits are those of all.
+  explicit Repositories(std::optional<path_filter::IndexLimits> limits)
+      : _limits(std::move(limits)) {}
+
+  /// The repository whose root the directory is. It stays. Throws UsageError when there is no such
+  /// directory.
+  const Repository& at(const std::string& directory);
+
+ private:
+  const std::optional<path_filter::IndexLimits> _limits;
+  std::mutex _mutex;  // of what follows
+  std::map<std::filesystem::path, Repository> _by_root;
 };
 
 }  // namespace program

@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "utils/path_filter/index_scope/index_limits.h"
@@ -17,9 +18,16 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// That what the user named is left out itself, so that there is nothing to tell of it.
+class LeftOut : public std::runtime_error {
+ public:
+  LeftOut(const std::string& name, std::string_view reason)
+      : std::runtime_error(name + " is left out: " + std::string(reason)) {}
+};
+
 struct Settings {
-  std::string directory = ".";      // what is asked about
-  std::optional<std::string> root;  // the repository's, when it is not to be looked for
+  std::optional<std::string> directory;  // what is asked about, when it is named
+  std::optional<std::string> root;       // the repository's, when it is not to be looked for
   std::optional<std::string> config;
   std::optional<std::string> max_file_size_mb;  // a number, in MiB unless k, M or G follows it
   std::optional<std::string> languages;         // names, separated by commas

@@ -55,8 +55,7 @@ class Progress {
 int survey(const Repository& repository, const Place& place, const SurveyHandlers& handlers) {
   const IndexScope& scope = repository.scope;
   if (const auto excluded = repository.exclusion_of_directory(place.below)) {
-    throw UsageError(printable(place.directory) +
-                     " is left out: " + std::string(excluded->decision.reason()));
+    throw LeftOut(printable(place.directory), excluded->decision.reason());
   }
   Progress progress;
   int status = 0;
@@ -73,6 +72,7 @@ int survey(const Repository& repository, const Place& place, const SurveyHandler
         complain(place.shown(error), error.code().message());
       },
       [&](ScopeDirectory directory, std::string_view rel_dir, Exclusion kind) {
+        if (is_git_store(rel_dir)) return;
         pruned.push_back({directory, {std::string(rel_dir), kind, {}}});
       });
   const auto add_subdirectories = [&] {
@@ -89,6 +89,7 @@ int survey(const Repository& repository, const Place& place, const SurveyHandler
       add_subdirectories();
       while (lister.next_file() != nullptr) {
         progress.step();
+        if (!lister.is_regular_file()) continue;
         std::error_code error;
         if (const auto size = lister.file_size(error)) count.add(static_cast<std::size_t>(*size));
       }
@@ -101,7 +102,7 @@ int survey(const Repository& repository, const Place& place, const SurveyHandler
     add_subdirectories();
     while (const std::string* path = lister.next_file()) {
       progress.step();
-      if (!lister.is_regular_file()) continue;  // as `list` has it
+      if (!lister.is_regular_file() || is_git_store(*path)) continue;  // as `list` has it
       std::error_code error;
       const auto size = lister.file_size(error);
       if (error && !is_absence(error)) {

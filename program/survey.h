@@ -30,7 +30,7 @@ struct Count {
 /// A file outside the pruned directories; what it refers to is valid during the call.
 struct SurveyedFile {
   std::string_view path;             // relative to the root
-  std::optional<std::int64_t> size;  // absent when it is gone, or a link to nothing
+  std::optional<std::int64_t> size;  // absent when it is gone
   const path_filter::Decision& decision;
   bool is_test;  // of one that is in
 
@@ -53,8 +53,8 @@ struct SurveyHandlers {
 /// directory's files and the pruned directories in it come before what its other directories
 /// hold. Below a pruned one links are not followed, and what cannot be read is not counted.
 /// How far it is stands on standard error when that is a terminal, as do the problems.
-/// Returns the exit status: 1 when there were some. Throws UsageError when the directory is
-/// left out itself.
+/// Returns the exit status: 1 when there were some. Throws LeftOut when the directory is left out
+/// itself. Only regular files are told of, and none of a repository's own store.
 int survey(const Repository& repository, const Place& place, const SurveyHandlers& handlers);
 
 }  // namespace program

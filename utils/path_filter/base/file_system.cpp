@@ -12,7 +12,6 @@
 #include <memory>
 
 #include "utils/path_filter/base/blocking.h"
-#include "utils/path_filter/base/paths.h"
 #include "utils/path_filter/base/platform.h"
 
 namespace path_filter::internal {
@@ -129,13 +128,6 @@ FileContent read_regular(const FileDescriptor& file, std::size_t limit) {
   return content;
 }
 
-FileSize size_in(int directory, const char* name, Links last_link) {
-  struct stat status {};
-  const int flags = last_link == Links::refuse ? AT_SYMLINK_NOFOLLOW : 0;
-  if (::fstatat(directory, name, &status, flags) != 0) return last_error();
-  return std::int64_t{status.st_size};
-}
-
 }  // namespace
 
 std::error_code last_error() { return {errno, std::generic_category()}; }
@@ -189,26 +181,18 @@ FileContent read_file_below(const std::string& root, std::string_view below,
   return read_file_in(opened, name, limit);
 }
 
-FileSize file_size(std::string_view path) {
+std::variant<FileStatus, std::error_code> status_in(const FileDescriptor& directory,
+                                                    const std::string& name) {
   const Blocking waits;
-  if (path.find('\0') != std::string_view::npos) return make_error_code(NO_FILE);
-  if (const JoinedPath whole(path, {}, {}); whole.fits()) {
-    return size_in(AT_FDCWD, whole.c_str(), Links::follow);
+  struct stat status {};
+  if (::fstatat(directory.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return last_error();
   }
-  // Its directory is opened, not the file, which may be one that must not be read.
-  SplitPath split(path);
-  if (split.directory.empty()) return make_error_code(std::errc::filename_too_long);
-  FileDescriptor directory(AT_FDCWD);
-  const auto error =
-      open_in_pieces(directory, split.directory, PASSING, LONGEST_PIECE, open_retrying);
-  if (error) return error;
-  const std::string name(split.name.empty() ? "." : split.name);
-  return size_in(directory.number(), name.c_str(), Links::follow);
-}
-
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name, Links last_link) {
-  const Blocking waits;
-  return size_in(directory.number(), name.c_str(), last_link);
+  const FileType type = S_ISREG(status.st_mode)   ? FileType::regular
+                        : S_ISDIR(status.st_mode) ? FileType::directory
+                        : S_ISLNK(status.st_mode) ? FileType::link
+                                                  : FileType::other;
+  return FileStatus{type, std::int64_t{status.st_size}};
 }
 
 std::error_code open_directory_below(const std::string& root, std::string_view below,
@@ -277,15 +261,17 @@ void Listing::add(const FileDescriptor& directory, const char* name, unsigned ch
   bool is_directory = type == DT_DIR;
   bool is_link = type == DT_LNK;
   bool is_regular = type == DT_REG;
-  struct stat status {};
-  const auto look = [&](int flags) {
-    const bool there = ::fstatat(directory.number(), name, &status, flags) == 0;
-    is_directory = there && S_ISDIR(status.st_mode);
-    is_regular = there && S_ISREG(status.st_mode);
-    return there && S_ISLNK(status.st_mode);
-  };
-  if (type == DT_UNKNOWN) is_link = look(AT_SYMLINK_NOFOLLOW);
-  if (is_link) look(0);
+  if (type == DT_UNKNOWN) {
+    const auto status = status_in(directory, name);
+    const auto* known = std::get_if<FileStatus>(&status);
+    is_directory = known != nullptr && known->type == FileType::directory;
+    is_link = known != nullptr && known->type == FileType::link;
+    is_regular = known != nullptr && known->type == FileType::regular;
+  }
+  if (is_link) {
+    struct stat target {};
+    is_directory = ::fstatat(directory.number(), name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+  }
   _records.push_back({_names.size(), text.size(), is_directory, is_link, is_regular});
   _names += text;
 }

@@ -42,9 +42,8 @@ class FileDescriptor {
   int _number = -1;
 };
 
-/// What a read gives: the content or the size, or why there is none.
+/// What a read gives: the content, or why there is none.
 using FileContent = std::variant<std::string, std::error_code>;
-using FileSize = std::variant<std::int64_t, std::error_code>;
 
 /// The operating system's last error, of the generic category.
 std::error_code last_error();
@@ -69,11 +68,17 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit, Links on_the_way);
 
-/// The size in bytes of the file at `path`, links followed.
-FileSize file_size(std::string_view path);
+enum class FileType { regular, directory, link, other };
 
-/// The same of the file `name` in the directory `directory`; a link is followed or has its own.
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name, Links last_link);
+struct FileStatus {
+  FileType type;
+  std::int64_t size;  // in bytes
+};
+
+/// What the file `name` in the directory `directory` is, or why that cannot be told. Of a link, its
+/// own.
+std::variant<FileStatus, std::error_code> status_in(const FileDescriptor& directory,
+                                                    const std::string& name);
 
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is "". The way
 /// from the root may not lead through symbolic links: that fails with
@@ -108,7 +113,7 @@ class Listing {
     std::string_view name;
     bool is_directory;  // a symbolic link to a directory counts as one
     bool is_link;
-    bool is_regular;  // or a link to what is
+    bool is_regular;
   };
 
   /// Reads the listing of `directory` from where it stands to its end, in place of what was

@@ -274,13 +274,10 @@ bool DirectoryLister::is_regular_file() const {
 }
 
 std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) const {
-  using internal::Links;
-  const auto links = _state->_listed ? Links::follow : Links::refuse;
-  const auto size =
-      internal::file_size_in(_state->_opened, _state->_path.substr(_state->_prefix), links);
-  const auto* failed = std::get_if<std::error_code>(&size);
+  const auto status = internal::status_in(_state->_opened, _state->_path.substr(_state->_prefix));
+  const auto* failed = std::get_if<std::error_code>(&status);
   error = failed != nullptr ? *failed : std::error_code();
-  return failed != nullptr ? std::nullopt : std::optional(std::get<std::int64_t>(size));
+  return failed != nullptr ? std::nullopt : std::optional(std::get<0>(status).size);
 }
 
 // --- The walk ----------------------------------------------------------------------

@@ -98,14 +98,12 @@ class PATH_FILTER_EXPORT DirectoryLister {
   /// judged without reading through a link. Throws as is_indexable does.
   Decision decide(FileFacts facts = {}) const;
 
-  /// Whether that file is a regular one or a link to one, and no FIFO, device, socket or dangling
-  /// link: whether a program that reads files can read it. As it was when its directory was
-  /// listed.
+  /// Whether that file is a regular one, and no link, FIFO, device or socket: whether a program
+  /// that reads files reads a file of the repository. As it was when its directory was listed.
   bool is_regular_file() const;
 
-  /// That file's size in bytes as it is now, its target's when it is a link; of what was listed
-  /// unjudged a link's own. Absent when it cannot be told, and then `error` says why; a file that
-  /// is gone is none.
+  /// That file's size in bytes as it is now, a link's own. Absent when it cannot be told, and then
+  /// `error` says why.
   std::optional<std::int64_t> file_size(std::error_code& error) const;
 
  private:

@@ -1,0 +1,199 @@
+#include "program/judge.h"
+
+#include <algorithm>
+#include <climits>
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+#include "program/output.h"
+
+namespace program {
+
+using path_filter::Decision;
+using path_filter::Explanation;
+using path_filter::internal::FileStatus;
+using path_filter::internal::FileType;
+
+namespace {
+
+/// Whether each component of a relative path is a name: nothing is to be resolved.
+bool has_plain_names(std::string_view path) {
+  for (std::size_t begin = 0; begin < path.size();) {
+    const std::string_view name = path.substr(begin, path.find('/', begin) - begin);
+    if (name.empty() || name == "." || name == "..") return false;
+    begin += name.size() + 1;
+  }
+  return true;
+}
+
+/// The path of a directory without a "/" at its end.
+std::string without_end(std::string path) {
+  if (path.ends_with('/')) path.pop_back();
+  return path;
+}
+
+/// Whether one of the directories on the way to `below` is a link.
+bool has_link(const std::filesystem::path& root, std::string_view below) {
+  std::error_code unexamined;
+  for (std::size_t end = 0; end != below.npos;) {
+    end = below.find('/', end + 1);
+    if (std::filesystem::is_symlink(root / below.substr(0, end), unexamined)) return true;
+    if (unexamined) return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+OnDisk::Entry OnDisk::look(const std::filesystem::path& root, std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string_view above = path.substr(0, slash == path.npos ? 0 : slash);
+  if (above != _above || root.native() != _root) {
+    close();
+    _error = path_filter::internal::open_directory_below(root.native(), above, _opened,
+                                                         path_filter::internal::Links::refuse);
+    if (_error == std::errc::too_many_files_open || _error == std::errc::not_enough_memory ||
+        _error == std::errc::too_many_files_open_in_system) {
+      throw std::system_error(_error, "cannot look at its directory");
+    }
+    _root = root.native();
+    _above = above;
+  }
+  if (!_opened.is_open()) {
+    const bool may_be_link =
+        _error == std::errc::too_many_symbolic_link_levels || _error == std::errc::not_a_directory;
+    return {std::nullopt, _error, may_be_link && has_link(root, above)};
+  }
+  const auto status =
+      path_filter::internal::status_in(_opened, std::string(path.substr(slash + 1)));
+  if (const auto* known = std::get_if<FileStatus>(&status)) return {*known, {}};
+  return {std::nullopt, std::get<std::error_code>(status)};
+}
+
+void OnDisk::close() {
+  _above.reset();
+  _opened = {};
+}
+
+Judge::Judge(Repositories& repositories, const std::optional<std::string>& root)
+    : _repositories(repositories),
+      _has_root(root),
+      _base(without_end(resolved_directory(root.value_or(".")).native())),
+      _base_root{_base.size(), &_repositories.at(_base + '/')} {}
+
+Judge::Answer Judge::ask(std::string_view path, bool verbose) {
+  Located located = locate(path);
+  const Repository& repository = located.repository;
+  path_filter::FileFacts facts;
+  if (!located.path.empty()) {
+    const OnDisk::Entry entry = _on_disk.look(repository.scope.root, located.path);
+    if (entry.behind_link) throw std::invalid_argument("beyond a symbolic link");
+    if (entry.status) {
+      facts.size = entry.status->size;
+      switch (entry.status->type) {
+        case FileType::link:
+          throw std::invalid_argument("a symbolic link");
+        case FileType::other:
+          throw std::invalid_argument("neither a file nor a directory");
+        case FileType::directory:
+          if (!located.is_directory) return ask(std::string(path) + '/', verbose);
+          break;
+        case FileType::regular:
+          break;
+      }
+    } else if (repository.scope.limits && !is_absence(entry.error) && !located.is_directory) {
+      throw std::invalid_argument(unknown_size(entry.error));
+    }
+  }
+  if (located.is_directory) {
+    auto explanation = repository.exclusion_of_directory(located.path);
+    return {repository, std::move(located.path), true,
+            explanation ? *std::move(explanation) : Explanation{Decision(true)}};
+  }
+  Explanation explanation = verbose
+                                ? repository.explain(located.path, facts)
+                                : Explanation{repository.scope.is_indexable(located.path, facts)};
+  return {repository, std::move(located.path), false, std::move(explanation)};
+}
+
+bool Judge::is_file(const std::string& path) {
+  const auto named = std::filesystem::path(_base + '/') / path;
+  std::error_code unexamined;
+  const auto status = std::filesystem::symlink_status(named, unexamined);
+  if (!std::filesystem::is_symlink(status) || !std::filesystem::is_directory(named, unexamined)) {
+    return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
+  }
+  return !has_git(named) && nearest_root(named.lexically_normal().parent_path());
+}
+
+void Judge::forget() {
+  _on_disk.close();
+  _way.reset();
+  _roots.clear();
+}
+
+Judge::Located Judge::locate(std::string_view path) {
+  if (path.empty()) throw std::invalid_argument("an empty path");
+  if (path.find('\0') != path.npos) {
+    throw std::invalid_argument("no path holds NUL; paths that end with it are for -0");
+  }
+  while (path.starts_with("./") && path.size() > 2) path.remove_prefix(2);
+  bool is_directory = false;
+  if (has_plain_names(path)) {  // as git and find list them
+    if (path.ends_with('/')) {
+      path.remove_suffix(1);
+      is_directory = true;
+    }
+    if (_has_root) return {*_base_root.repository, std::string(path), is_directory};
+    (_absolute.assign(_base) += '/') += path;
+  } else {
+    _absolute = (std::filesystem::path(_base + '/') / path).lexically_normal().native();
+    is_directory = _absolute.ends_with('/');
+    _absolute = without_end(_absolute);
+  }
+  const std::string_view absolute = _absolute;
+  const Root& root = root_of(is_directory ? absolute : absolute.substr(0, absolute.rfind('/')));
+  // The root's own path has no "/" after it.
+  const std::size_t begin = std::min(root.size + 1, absolute.size());
+  return {*root.repository, std::string(absolute.substr(begin)), is_directory};
+}
+
+/// The root that the absolute `directory` belongs to; "" is "/". What the way to it shares with
+/// that of the last question is not looked at again.
+const Judge::Root& Judge::root_of(std::string_view directory) {
+  std::size_t known = 0;  // bytes of the way
+  if (_way) {
+    const std::string_view way = *_way;
+    const auto [end, other] = std::ranges::mismatch(way, directory);
+    known = static_cast<std::size_t>(end - way.begin());
+    const bool is_whole = (known == way.size() || way[known] == '/') &&
+                          (known == directory.size() || directory[known] == '/');
+    if (!is_whole) known = way.rfind('/', known - 1);
+  }
+  while (!_roots.empty() && _roots.back().size > known) _roots.pop_back();
+  const std::size_t first = std::exchange(_way, std::nullopt) ? known + 1 : 0;
+  // What is longer no system opens by its path.
+  const auto longest = std::min<std::size_t>(directory.size(), PATH_MAX);
+  for (std::size_t end = first; end <= longest; ++end) {
+    end = std::min(directory.find('/', end), directory.size());
+    const std::string prefix = std::string(directory.substr(0, end)) + '/';
+    if (is_root(prefix)) _roots.push_back({end, &_repositories.at(prefix)});
+  }
+  _way = directory;
+  if (!_roots.empty()) return _has_root ? _roots.front() : _roots.back();
+  if (_has_root) throw std::invalid_argument("outside the root " + printable(_base + '/'));
+  const bool is_inside = directory.starts_with(_base) &&
+                         (directory.size() == _base.size() || directory[_base.size()] == '/');
+  if (!is_inside) throw std::invalid_argument("in no repository; --root names one");
+  return _base_root;
+}
+
+/// Whether the directory, whose path ends in "/", is a root.
+bool Judge::is_root(const std::string& directory) const {
+  std::error_code unexamined;
+  return _has_root ? std::filesystem::equivalent(directory, _base + '/', unexamined)
+                   : has_git(directory);
+}
+
+}  // namespace program
