@@ -1,11 +1,16 @@
 // path-filter: which files of a repository belong in the index, and why the others do
 // not.
 
+#include <fcntl.h>
+#include <sys/resource.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <csignal>
 #include <exception>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -28,11 +33,32 @@ using program::Settings;
 using program::UsageError;
 
 constexpr int LEFT_OUT_STATUS = 1;
+constexpr int UNREAD_STATUS = 1;
 constexpr int USAGE_STATUS = 2;
 
-/// The help without what the parser knows of an option and the text says better.
+/// The help without what the parser knows of an option and the text says better, on lines that
+/// fit a terminal.
 class Formatter : public CLI::Formatter {
  public:
+  std::string make_help(const CLI::App* app, std::string name,
+                        CLI::AppFormatMode mode) const override {
+    const std::size_t width = program::terminal_width().value_or(80);
+    std::istringstream lines(CLI::Formatter::make_help(app, std::move(name), mode));
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+      // What describes an option goes on below where it begins.
+      const std::size_t indent = line.starts_with("  ") ? get_column_width() : 0;
+      while (line.size() > width) {
+        const std::size_t end = line.rfind(' ', width);
+        if (end == line.npos || end <= indent) break;
+        text.append(line, 0, end) += '\n';
+        line.replace(0, end + 1, indent, ' ');
+      }
+      (text += line) += '\n';
+    }
+    return text;
+  }
+
   std::string make_option_opts(const CLI::Option* option) const override {
     return option->get_type_name().empty() ? "" : " " + option->get_type_name();
   }
@@ -41,7 +67,8 @@ class Formatter : public CLI::Formatter {
 void add_root(CLI::App& command, Settings& settings) {
   command
       .add_option("--root", settings.root,
-                  "The repository's root; else the nearest directory above that has a .git")
+                  "The repository's root, to which paths are then relative; else the nearest "
+                  "directory above that has a .git")
       ->type_name("DIR")
       ->take_last();
 }
@@ -49,30 +76,41 @@ void add_root(CLI::App& command, Settings& settings) {
 void add_directory(CLI::App& command, Settings& settings) {
   command
       .add_option("DIR", settings.directory,
-                  "A directory of the repository, or its root (the current directory)")
+                  "A directory (that of --root, or else the current one)")
       ->type_name("");
   add_root(command, settings);
+}
+
+/// An option that takes names, separated by commas or one at each time that it is given; `take` is
+/// given all of them with commas between.
+CLI::Option* add_names(CLI::App& command, const std::string& option, const std::string& type,
+                       const std::string& description,
+                       const std::function<void(const std::string&)>& take) {
+  return command
+      .add_option_function<std::vector<std::string>>(
+          option, [take](const std::vector<std::string>& given) { take(CLI::detail::join(given)); },
+          description)
+      ->allow_extra_args(false)
+      ->type_name(type);
 }
 
 void add_limits(CLI::App& command, Settings& settings) {
   command
       .add_option(
           "--config", settings.config,
-          "A TOML file whose section [index] has the limits: max_file_size_mb and languages")
+          "A TOML file whose section [index] has the limits: max_file_size_mb and languages; "
+          "- is standard input")
       ->type_name("FILE")
       ->take_last();
   command
       .add_option("--max-file-size-mb", settings.max_file_size_mb,
-                  "Leave out larger files; in MiB, or 10k, 2M, 1G (10 when only other limits are "
-                  "given)")
+                  "Leave out larger files; in MiB, or 10k, 2MB, 1GiB (10 when only other limits "
+                  "are given)")
       ->type_name("SIZE")
       ->take_last();
-  command
-      .add_option_function<std::string>(
-          "--languages", [&settings](const std::string& names) { settings.languages = names; },
-          "Index only these code and documentation languages, separated by commas")
-      ->join(',')
-      ->type_name("NAME,...");
+  add_names(command, "--languages", "NAME,...",
+            "Index only these code and documentation languages, separated by commas",
+            [&settings](const std::string& names) { settings.languages = names; });
 }
 
 void add_color(CLI::App& command, Color& color) {
@@ -93,13 +131,41 @@ void add_color(CLI::App& command, Color& color) {
       ->take_last();
 }
 
-Exclusion kind_named(const std::string& name) {
-  std::string kinds;
+std::vector<Exclusion> kinds_named(const std::string& names) {
+  std::vector<std::string_view> known;
+  std::string all;
   for (const Exclusion kind : path_filter::ALL_EXCLUSIONS) {
-    if (name == to_string(kind)) return kind;
-    kinds += (kinds.empty() ? "" : ", ") + std::string(to_string(kind));
+    known.push_back(to_string(kind));
+    all += (all.empty() ? "" : ", ") + std::string(to_string(kind));
   }
-  throw UsageError("--kind: no kind '" + printable(name) + "'; there are " + kinds);
+  std::vector<Exclusion> kinds;
+  for (const std::string& name : program::split_at_commas(names)) {
+    const auto found = std::ranges::find(known, name);
+    if (found == known.end()) {
+      const auto meant = program::did_you_mean(program::nearest(name, known));
+      throw UsageError("--kind: no kind '" + printable(name) + "'" +
+                       (meant.empty() ? "; there are " + all : meant));
+    }
+    kinds.push_back(path_filter::ALL_EXCLUSIONS[static_cast<std::size_t>(found - known.begin())]);
+  }
+  if (kinds.empty()) {
+    throw UsageError("--kind: '" + printable(names) + "' names no kind; there are " + all);
+  }
+  return kinds;
+}
+
+/// How many threads there are descriptors for, of `count`: without them files would be passed over.
+std::size_t affordable(std::size_t count) {
+  constexpr std::size_t EACH = 3;    // a directory, the next one, an ignore file
+  constexpr std::size_t SHARED = 2;  // what git is asked with
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return count;
+  std::size_t free = 0;
+  for (int number = 0; free < SHARED + EACH * count; ++number) {
+    if (static_cast<rlim_t>(number) >= limit.rlim_cur) break;
+    if (::fcntl(number, F_GETFD) < 0) ++free;
+  }
+  return std::clamp<std::size_t>((free - std::min(free, SHARED)) / EACH, 1, count);
 }
 
 /// How many threads that asks for.
@@ -113,8 +179,10 @@ std::size_t threads(const std::string& number) {
   if (parsed.ec != std::errc() || parsed.ptr != end || count > MOST) {
     throw UsageError("--threads: '" + printable(number) + "' is no number from 0 to 256");
   }
-  if (count > 0) return count;
-  return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, MOST_BY_ITSELF);
+  if (count == 0) {
+    count = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, MOST_BY_ITSELF);
+  }
+  return affordable(count);
 }
 
 void add_threads(CLI::App& command, std::size_t& count) {
@@ -145,24 +213,19 @@ CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
   auto* paths = add_paths(*command, "PATH", "Directories and files (the current directory)");
   add_root(*command, list.settings);
   auto* null =
-      command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
+      command->add_flag("-0,-z,--null", list.null, "End paths with NUL instead of a new line");
   command->add_flag("--json", list.json, "Print each decision as one line of JSON")->excludes(null);
   auto* excluded = command->add_flag("--excluded", list.excluded,
                                      "Print what is left out instead, with its kind and reason");
-  command
-      ->add_option_function<std::string>(
-          "--kind",
-          [&list](const std::string& names) {
-            for (const std::string& name : program::split_at_commas(names)) {
-              list.kinds.push_back(kind_named(name));
-            }
-            list.excluded = true;
-          },
-          "Print what is left out for these reasons only, separated by commas")
-      ->join(',')
-      ->type_name("KIND,...");
+  add_names(*command, "--kind", "KIND,...",
+            "Print what is left out for these reasons only, separated by commas",
+            [&list](const std::string& names) {
+              list.kinds = kinds_named(names);
+              list.excluded = true;
+            });
   command->add_flag("-v,--verbose", list.verbose,
-                    "Name what decided: the ignore rule, the directory, the pattern, the limit");
+                    "Name the language, or what decided: the ignore rule, the directory, the "
+                    "pattern, the limit");
   auto* production = command->add_flag_callback(
       "--production", [&list] { list.surface = program::Surface::production; },
       "Print only what is not test code; everything when nothing else is there");
@@ -183,19 +246,19 @@ CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
   add_threads(*command, list.threads);
   add_color(*command, list.color);
   add_limits(*command, list.settings);
-  command->footer("Exit status: 0, 1 when something could not be read, 2 on an error.");
+  command->footer(
+      "Exit status: 0, 1 when something could not be read or a PATH is left out, 2 on an error.");
   return paths;
 }
 
 /// Returns the option of the paths.
 CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
   auto* command = app.add_subcommand("check", "Print the decision on each PATH");
-  auto* paths =
-      add_paths(*command, "PATH", "Paths as the shell has them; with --root, relative to that");
+  auto* paths = add_paths(*command, "PATH", "Files and directories, there or not; - is --stdin");
   add_root(*command, check.settings);
   command->add_flag("--stdin", check.read_stdin,
                     "Read paths from standard input too, quoted ones as git writes them");
-  command->add_flag("-0,--null", check.null,
+  command->add_flag("-0,-z,--null", check.null,
                     "Paths on standard input, and the fields of answers, end with NUL");
   command->add_flag("--json", check.json, "Print each decision as one line of JSON");
   command->add_flag("-v,--verbose", check.verbose,
@@ -247,25 +310,36 @@ UsageError no_argument(const CLI::App& app, const CLI::App& command, std::string
                     program::did_you_mean(program::nearest(name, known)));
 }
 
-/// The arguments, "--option=" as "--option" and "": the parser would take the next argument for
-/// its value.
-std::vector<std::string> with_empty_values(CLI::App& app, int argc, char** argv) {
+/// The arguments, with what the parser would misread set right: "--option=" becomes "--option" and
+/// "", for which it would take the next argument; a flag with a value, and an option that is a
+/// digit and that the command has not, which it would take for a path, are errors.
+std::vector<std::string> readable_arguments(CLI::App& app, int argc, char** argv) {
   std::vector<std::string> arguments;
   const auto* command = argc > 1 && has_command(app, argv[1]) ? app.get_subcommand(argv[1]) : &app;
   for (int index = 1; index < argc; ++index) {
-    std::string argument = argv[index];
-    const bool is_option = argument.starts_with("--") && argument.size() > 3 &&
-                           std::ranges::find(arguments, "--") == arguments.end();
-    if (is_option && argument.ends_with('=')) {
-      const std::string name = argument.substr(0, argument.size() - 1);
-      const auto* option = command->get_option_no_throw(name);
-      if (option != nullptr && option->get_type_size() > 0) {
-        arguments.push_back(name);
+    const std::string argument = argv[index];
+    arguments.push_back(argument);
+    if (argument == "--") {
+      arguments.insert(arguments.end(), argv + index + 1, argv + argc);
+      break;
+    }
+    if (argument.size() < 2 || argument[0] != '-') continue;
+    const std::string name = argument.substr(0, argument[1] == '-' ? argument.find('=') : 2);
+    const auto* option = command->get_option_no_throw(name);
+    const bool takes_value = option != nullptr && option->get_expected_max() > 0;
+    if (option == nullptr && argument[1] >= '0' && argument[1] <= '9') {
+      throw UsageError("no option '" + printable(name) + "'; a path that begins so is ./" +
+                       printable(argument));
+    }
+    if (name.size() == argument.size()) {
+      if (takes_value && index + 1 < argc) arguments.emplace_back(argv[++index]);
+    } else if (argument[name.size()] == '=') {
+      if (option != nullptr && !takes_value) throw UsageError(name + " takes no value");
+      if (takes_value && name.size() + 1 == argument.size()) {
+        arguments.back().pop_back();
         arguments.emplace_back();
-        continue;
       }
     }
-    arguments.push_back(std::move(argument));
   }
   return arguments;
 }
@@ -278,7 +352,12 @@ int print(std::string_view text) {
   return 0;
 }
 
-int run(int argc, char** argv) {
+/// The exit status of a command that ends with `status`, when something could not be read.
+int status_of(int status, const std::atomic<bool>& unread) {
+  return unread ? std::max(status, UNREAD_STATUS) : status;
+}
+
+int run(int argc, char** argv, const std::atomic<bool>& unread) {
   CLI::App app(
       "Tells which files of a repository belong in the index, and why the others do not.\n"
       "Nothing limits sizes or languages unless one of the three limit options is given.");
@@ -328,7 +407,7 @@ int run(int argc, char** argv) {
 
   if (argc > 1 && argv[1][0] != '-' && !has_command(app, argv[1])) throw no_command(app, argv[1]);
   try {
-    std::vector<std::string> arguments = with_empty_values(app, argc, argv);
+    std::vector<std::string> arguments = readable_arguments(app, argc, argv);
     std::ranges::reverse(arguments);  // as the parser takes them
     app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
@@ -346,17 +425,19 @@ int run(int argc, char** argv) {
 
   if (app.got_subcommand("list")) {
     if (!listed->empty()) list.paths = listed->results();
-    return program::list(list);
+    return status_of(program::list(list), unread);
   }
   if (app.got_subcommand("check")) {
-    check.paths = checked->results();
+    for (const std::string& path : checked->results()) {
+      path == "-" ? void(check.read_stdin = true) : check.paths.push_back(path);
+    }
     if (check.paths.empty() && !check.read_stdin) {
       throw UsageError("check: no paths; name some, or give --stdin");
     }
     return program::check(check);
   }
-  if (*summary_command) return program::summarize(summary);
-  if (*report_command) return program::write_report(report);
+  if (*summary_command) return status_of(program::summarize(summary), unread);
+  if (*report_command) return status_of(program::write_report(report), unread);
   if (*languages_command) return program::print_languages(languages);
   if (*rules_command) return program::print_rules(rules);
   if (!*help_command) throw UsageError("no command given\nTry 'path-filter --help'.");
@@ -372,10 +453,13 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // A closed pipe is seen where the output is written.
   std::signal(SIGPIPE, SIG_IGN);
-  path_filter::logger->set_sink(
-      [](const path_filter::Warning& warning) { program::warn(warning.message()); });
+  const auto unread = std::make_shared<std::atomic<bool>>(false);
+  path_filter::logger->set_sink([unread](const path_filter::Warning& warning) {
+    *unread = *unread || warning.format.starts_with("Cannot read");
+    program::warn(warning.message());
+  });
   try {
-    return run(argc, argv);
+    return run(argc, argv, *unread);
   } catch (const program::LeftOut& error) {
     program::complain(error.what());
     return LEFT_OUT_STATUS;

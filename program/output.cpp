@@ -1,6 +1,7 @@
 #include "program/output.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,6 +49,12 @@ bool write_all(int descriptor, std::string_view text) {
 }
 
 bool is_dumb_terminal() { return variable("TERM") == "dumb"; }
+
+std::optional<std::size_t> terminal_width() {
+  winsize size{};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
+  return size.ws_col;
+}
 
 Output::Output(Color color) : _colored(color == Color::always) {
   if (color != Color::automatic || ::isatty(STDOUT_FILENO) != 1) return;

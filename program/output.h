@@ -26,6 +26,9 @@ bool write_all(int descriptor, std::string_view text);
 /// Whether the terminal, if there is one, can only print lines.
 bool is_dumb_terminal();
 
+/// The columns of the terminal that standard output is; absent when it is none.
+std::optional<std::size_t> terminal_width();
+
 enum class Color { automatic, always, never };
 
 /// What a text is, where colours are on.

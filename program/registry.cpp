@@ -60,7 +60,9 @@ std::vector<registry::Language> languages_named(const std::vector<std::string>& 
       throw UsageError("languages: no language '" + printable(name) + "'" +
                        did_you_mean(nearest_language(name)));
     }
-    languages.push_back(*found);
+    const bool is_new =
+        std::ranges::find(languages, name, &registry::Language::name) == languages.end();
+    if (is_new) languages.push_back(*found);
   }
   return languages;
 }

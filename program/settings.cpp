@@ -6,6 +6,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <fstream>
+#include <iostream>
 #include <sstream>
 #include <string_view>
 #include <system_error>
@@ -16,6 +18,7 @@
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/base/file_system.h"
 #include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/base/utf8.h"
 
 namespace program {
 
@@ -65,14 +68,17 @@ double megabytes(std::string_view text) {
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
-  if (unit == "k" || unit == "K") number /= 1024;
-  if (unit == "g" || unit == "G") number *= 1024;
-  constexpr std::array<std::string_view, 7> UNITS{"", "k", "K", "m", "M", "g", "G"};
+  std::string unit_name;
+  path_filter::internal::append_lower(unit, unit_name);
+  constexpr std::array<std::string_view, 10> UNITS{"",   "m",   "mb", "mib", "k",
+                                                   "kb", "kib", "g",  "gb",  "gib"};
+  if (unit_name.starts_with('k')) number /= 1024;
+  if (unit_name.starts_with('g')) number *= 1024;
   // Less than a byte would be no limit that anybody means.
-  if (error != std::errc() || std::ranges::find(UNITS, unit) == UNITS.end() ||
+  if (error != std::errc() || std::ranges::find(UNITS, unit_name) == UNITS.end() ||
       !std::isfinite(number) || number * 1024 * 1024 < 1) {
     throw UsageError("--max-file-size-mb: '" + printable(text) +
-                     "' is not a size; write 2 or 0.5 for MiB, or 10k, 2M, 1G");
+                     "' is not a size; write 2 or 0.5 for MiB, or 10k, 2MB, 1GiB");
   }
   return number;
 }
@@ -84,17 +90,40 @@ std::optional<std::string> unknown_language(std::string_view name) {
          " ('path-filter languages' lists them)";
 }
 
-IndexConfig read_config(const std::string& file) {
-  constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
-  const auto content = path_filter::internal::read_file(file, path_filter::internal::Links::follow,
-                                                        MAX_CONFIG_BYTES);
-  if (const auto* error = std::get_if<std::error_code>(&content)) {
-    throw UsageError("cannot read the configuration " + printable(file) + ": " +
-                     path_filter::internal::message(*error));
+constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
+
+/// The text of what is no file: a pipe, a terminal.
+path_filter::internal::FileContent read_stream(std::istream& stream) {
+  std::string text;
+  std::array<char, 4096> part{};
+  while (stream.read(part.data(), part.size()), stream.gcount() > 0) {
+    text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+    if (text.size() > MAX_CONFIG_BYTES) return std::make_error_code(std::errc::file_too_large);
   }
+  return text;
+}
+
+std::string read_text(const std::string& file) {
+  using path_filter::internal::Links;
+  auto content = file == "-"
+                     ? read_stream(std::cin)
+                     : path_filter::internal::read_file(file, Links::follow, MAX_CONFIG_BYTES);
+  const auto* error = std::get_if<std::error_code>(&content);
+  if (error != nullptr && *error == path_filter::internal::NOT_A_FILE) {
+    std::ifstream stream(file, std::ios::binary);
+    if (stream) content = read_stream(stream);
+  }
+  if (const auto* failed = std::get_if<std::error_code>(&content)) {
+    throw UsageError("cannot read the configuration " + printable(file.empty() ? "''" : file) +
+                     ": " + path_filter::internal::message(*failed));
+  }
+  return std::get<std::string>(std::move(content));
+}
+
+IndexConfig read_config(const std::string& file) {
   toml::table table;
   try {
-    table = toml::parse(std::get<std::string>(content), file);
+    table = toml::parse(read_text(file), file);
   } catch (const toml::parse_error& error) {
     std::ostringstream message;
     message << printable(file) << ":" << error.source().begin.line << ":"

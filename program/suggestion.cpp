@@ -30,6 +30,16 @@ std::size_t distance(std::string_view from, std::string_view to) {
   return rows[from.size()][to.size()];
 }
 
+/// Whether `word` begins as `name` does and has only letters of it, in their order: "ls" of "list".
+bool abbreviates(std::string_view word, std::string_view name) {
+  constexpr std::size_t LEAST = 2;
+  if (word.size() < LEAST || name.empty() || word[0] != name[0]) return false;
+  for (const char letter : name) {
+    if (!word.empty() && word[0] == letter) word.remove_prefix(1);
+  }
+  return word.empty();
+}
+
 std::string lower(std::string_view text) {
   std::string out;
   path_filter::internal::append_lower(text, out);
@@ -51,6 +61,10 @@ std::optional<std::string_view> nearest(std::string_view word,
       best = name;
       least = steps;
     }
+  }
+  if (best) return best;
+  for (const std::string_view name : known) {
+    if (abbreviates(asked, lower(name)) && (!best || name.size() < best->size())) best = name;
   }
   return best;
 }

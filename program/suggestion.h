@@ -9,8 +9,8 @@
 namespace program {
 
 /// The one of `known` that a person who wrote `word` probably meant: it differs in case only, or
-/// by at most a quarter of its letters left out, added, replaced or swapped with their neighbour.
-/// Absent when none is that near.
+/// by at most a quarter of its letters left out, added, replaced or swapped with their neighbour;
+/// or else the shortest that `word` abbreviates. Absent when there is none.
 std::optional<std::string_view> nearest(std::string_view word,
                                         std::span<const std::string_view> known);
 

@@ -17,8 +17,6 @@
 namespace path_filter::internal {
 namespace {
 
-/// Of what cannot be read as a file: a FIFO, a device, a socket.
-constexpr std::errc NOT_A_FILE = std::errc::not_supported;
 constexpr std::errc NO_FILE = std::errc::no_such_file_or_directory;
 
 /// Opens `path` from the directory `from`.

@@ -54,9 +54,12 @@ std::string message(std::error_code error);
 /// Whether symbolic links are followed where one may be.
 enum class Links { follow, refuse };
 
+/// Of what cannot be read as a file: a FIFO, a device, a socket.
+constexpr std::errc NOT_A_FILE = std::errc::not_supported;
+
 /// Reads the file at `path` whole. `last_link` says what becomes of a link at its end. A directory
 /// fails with is_a_directory, a file of more than `limit` bytes with file_too_large, and what is
-/// neither a regular file nor the null device with not_supported, without being read.
+/// neither a regular file nor the null device with NOT_A_FILE, without being read.
 FileContent read_file(std::string_view path, Links last_link, std::size_t limit);
 
 /// The same for the file `name` in the directory `directory`; a link is refused.
