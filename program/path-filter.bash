@@ -2,7 +2,7 @@
 
 # The words of a shape, an extended regular expression, at the left of a command's help.
 _path_filter_help() {
-  path-filter ${1:+"$1"} --help 2>/dev/null | sed -nE "s/^  (-.,)? *($2)( .*)?$/\2/p"
+  path-filter ${1:+"$1"} --help 2>/dev/null | sed -nE "s/^  (-.,)*($2)( .*)?$/\2/p"
 }
 
 # "=" is a word of its own in COMP_WORDS, "," is not.
@@ -23,8 +23,8 @@ _path_filter() {
       case $command:$current in
         *:-*) words=$(_path_filter_help "$command" '--[a-z-]+') ;;
         :* | help:*) words=$(_path_filter_help "" '[a-z]+') ;;
-        check:*) files=-f ;;
-        list:* | summary:* | report:*) files=-d ;;
+        list:* | check:*) files=-f ;;
+        summary:* | report:*) files=-d ;;
         languages:*) words=$(path-filter languages 2>/dev/null | cut -sf 1) ;;
       esac
       ;;

@@ -22,7 +22,7 @@ complete -c path-filter -s h -l help -d 'Print the help'
 complete -c path-filter -n '__path_filter_on ""' -s V -l version -d 'Print the version'
 
 set -l command complete -c path-filter -n '__path_filter_on "" help' -a
-$command list -d 'Print the indexable files below a directory'
+$command list -d 'Print the indexable files at or below paths'
 $command check -d 'Print the decision on each path'
 $command summary -d 'Count what is in and out, by language and kind'
 $command report -d 'Write a page that shows what is in and out'
@@ -41,9 +41,10 @@ $files -l max-file-size-mb -x -d 'Leave out larger files'
 $files -l languages -x -a '(__fish_append , (__path_filter_languages))' -d 'Index only these'
 
 set -l decisions complete -c path-filter -n '__path_filter_on list check'
-$decisions -s 0 -l null -d 'End paths, or the fields of answers, with NUL'
+$decisions -s 0 -s z -l null -d 'End paths, or the fields of answers, with NUL'
 $decisions -s v -l verbose -d 'Name what decided'
 $decisions -s j -l threads -x -d 'Use so many threads'
+$decisions -F
 
 set -l list complete -c path-filter -n '__path_filter_on list'
 $list -l excluded -d 'Print what is left out instead'
@@ -55,8 +56,7 @@ $list -l sort -x -a path -d 'Print in an order'
 set -l check complete -c path-filter -n '__path_filter_on check'
 $check -l stdin -d 'Read paths from standard input too'
 $check -s q -l quiet -d 'Print no decision'
-$check -F
 
 complete -c path-filter -n '__path_filter_on report' -s o -l output -r -F -d 'Write to a file'
-complete -c path-filter -n '__path_filter_on list summary report' -a '(__path_filter_directories)'
+complete -c path-filter -n '__path_filter_on summary report' -a '(__path_filter_directories)'
 complete -c path-filter -n '__path_filter_on languages' -a '(__path_filter_languages)'

@@ -46,7 +46,7 @@ done < <(
   cat << 'LINES'
 path-filter |check help languages list report rules summary
 path-filter help l|languages list
-path-filter list |src
+path-filter list |notes.toml src
 path-filter summary --root=|src
 path-filter check --config |notes.toml src
 path-filter check list n|notes.toml
@@ -57,7 +57,7 @@ path-filter list --kind size,l|size,language size,lockfile
 path-filter rules --color=a|always auto
 LINES
   for command in "" check help languages list report rules summary; do
-    options=$(path-filter $command --help | grep -oP '^  (-.,)?\K--[a-z-]+' | sort | paste -sd ' ')
+    options=$(path-filter $command --help | grep -oP '^  (-.,)*\K--[a-z-]+' | sort | paste -sd ' ')
     echo "path-filter ${command:+$command }--|$options"
   done
 ) | (! grep .)
