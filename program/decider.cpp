@@ -68,7 +68,7 @@ void add_decider(JsonLine& object, const Explanation& explanation, std::string_v
             {"pattern", explanation.rule->pattern}};
   }
   object.add_json("rule", rule);
-  if (explanation.directory) object.add("directory", *explanation.directory);
+  if (explanation.directory) object.add("directory", *explanation.directory + "/");
   if (const auto glob = deciding_glob(explanation, path)) object.add("glob", *glob);
   if (explanation.decision.kind() == Exclusion::size) {
     object.add_json("max_file_bytes", Json(scope.limits->max_file_bytes()));

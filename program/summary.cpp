@@ -112,7 +112,7 @@ void print_text(Output& output, const Summary& summary, const Place& place) {
   }
 }
 
-void print_json(Output& output, const Summary& summary) {
+void print_json(Output& output, const Summary& summary, const Place& place) {
   Json languages = Json::array();
   for (const auto& [language, count] : by_files(summary.languages)) {
     languages.push_back(with({{"language", language}}, count));
@@ -124,7 +124,8 @@ void print_json(Output& output, const Summary& summary) {
   Json pruned = Json::array();
   for (const PrunedDirectory& directory : summary.pruned) {
     pruned.push_back(
-        with({{"path", directory.path}, {"kind", to_string(directory.kind)}}, directory.count));
+        with({{"path", place.shown(directory.path + "/")}, {"kind", to_string(directory.kind)}},
+             directory.count));
   }
   JsonLine line;
   Json indexed = json_of(summary.in);
@@ -144,7 +145,7 @@ int summarize(const SummaryOptions& options) {
   const Summary summary = count(repository, place);
   Output output(options.color);
   if (options.json) {
-    print_json(output, summary);
+    print_json(output, summary, place);
   } else {
     print_text(output, summary, place);
   }
