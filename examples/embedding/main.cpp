@@ -2,6 +2,7 @@
 // that do not, with the reason.
 
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -17,6 +18,8 @@ int main(int argc, char** argv) try {
   std::map<std::string, int> files;
   int excluded = 0;
   for (const std::string& path : scope.walk()) try {
+      // A link in a stranger's repository leads to any file, and a FIFO to nothing.
+      if (!is_regular_file(symlink_status(scope.root / path))) continue;
       const path_filter::Decision decision = scope.is_indexable(path);
       if (decision) {
         ++files[*decision.language()];
