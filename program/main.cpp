@@ -359,8 +359,8 @@ int status_of(int status, const std::atomic<bool>& unread) {
 
 int run(int argc, char** argv, const std::atomic<bool>& unread) {
   CLI::App app(
-      "Tells which files of a repository belong in the index, and why the others do not.\n"
-      "Nothing limits sizes or languages unless one of the three limit options is given.");
+      "Tells which files of a repository belong in the index, and why others do not.\n"
+      "No size and no language is left out without one of the three limit options.");
   app.name("path-filter");
   app.formatter(std::make_shared<Formatter>());
   app.set_version_flag("-V,--version", "path-filter " PATH_FILTER_VERSION);
@@ -390,14 +390,14 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
 
   program::RegistryOptions languages;
   auto* languages_command =
-      app.add_subcommand("languages", "Print the language registry, or some languages of it");
+      app.add_subcommand("languages", "Print the language registry, or languages of it");
   languages_command->add_option("NAME", languages.names, "A language")->type_name("");
   languages_command->add_flag("--json", languages.json, "Print it as JSON");
   add_color(*languages_command, languages.color);
 
   program::RegistryOptions rules;
   auto* rules_command =
-      app.add_subcommand("rules", "Print the fixed rules, which no file and no option changes");
+      app.add_subcommand("rules", "Print the fixed rules, which nothing changes");
   rules_command->add_flag("--json", rules.json, "Print them as JSON");
   add_color(*rules_command, rules.color);
 
