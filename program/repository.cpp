@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "program/output.h"
 #include "utils/git_config/git_config.h"
@@ -101,11 +100,10 @@ std::optional<std::int64_t> Repository::size(std::string_view path) const {
   std::string file = scope.root.native();
   if (!file.empty() && !file.ends_with('/')) file += '/';
   file += path;
-  const auto size = path_filter::internal::file_size(file);
-  if (const auto* bytes = std::get_if<std::int64_t>(&size)) return *bytes;
-  const auto& error = std::get<std::error_code>(size);
-  if (is_absence(error)) return std::nullopt;
-  throw std::runtime_error(unknown_size(error));
+  std::error_code error;
+  const auto size = path_filter::internal::file_size(file, error);
+  if (error && !is_absence(error)) throw std::runtime_error(unknown_size(error));
+  return size;
 }
 
 Explanation Repository::explain(std::string_view path, path_filter::FileFacts facts) const {

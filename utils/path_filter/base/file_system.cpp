@@ -9,7 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <memory>
+#include <initializer_list>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/paths.h"
@@ -38,29 +38,15 @@ bool is_missing_call(std::error_code error) {
   return error == std::errc::function_not_supported || error == std::errc::operation_not_permitted;
 }
 
-/// Up to three parts of a path with a "/" between them, for one call and without an
-/// allocation, when the operating system takes a path of that length.
-class JoinedPath {
- public:
-  JoinedPath(std::string_view root, std::string_view below, std::string_view name) {
-    if (root.size() + below.size() + name.size() + 3 > _text.size()) return;
-    if (below.find('\0') != std::string_view::npos) return;  // left to open_in_pieces
-    _fits = true;
-    char* end = _text.data();
-    for (const std::string_view part : {root, below, name}) {
-      if (part.empty()) continue;
-      if (end != _text.data() && end[-1] != '/') *end++ = '/';
-      end = std::copy(part.begin(), part.end(), end);
-    }
-    *end = '\0';
+/// Parts of a path with a "/" between them; empty ones are left out.
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string path;
+  for (const std::string_view part : parts) {
+    if (!part.empty() && !path.empty() && path.back() != '/') path += '/';
+    path += part;
   }
-  bool fits() const { return _fits; }
-  const char* c_str() const { return _text.data(); }
-
- private:
-  bool _fits = false;
-  std::array<char, PATH_MAX> _text;
-};
+  return path;
+}
 
 /// Goes from the directory `from` down `path` in pieces that the operating system takes; what
 /// is left behind is closed at once. `Open` opens one piece. When `longest_piece` is 0 each
@@ -129,11 +115,14 @@ FileContent read_regular(const FileDescriptor& file, std::size_t limit) {
   return content;
 }
 
-FileSize size_in(int directory, const char* name, Links last_link) {
+std::optional<std::int64_t> size_in(int directory, const std::string& name, Links last_link,
+                                    std::error_code& error) {
   struct stat status {};
   const int flags = last_link == Links::refuse ? AT_SYMLINK_NOFOLLOW : 0;
-  if (::fstatat(directory, name, &status, flags) != 0) return last_error();
-  return std::int64_t{status.st_size};
+  error = {};
+  if (::fstatat(directory, name.c_str(), &status, flags) == 0) return status.st_size;
+  error = last_error();
+  return std::nullopt;
 }
 
 }  // namespace
@@ -168,47 +157,35 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit, Links on_the_way) {
-  const Blocking waits;
+  if (on_the_way == Links::follow) {
+    return read_file(joined({root, below, name}), Links::refuse, limit);
+  }
   FileDescriptor opened;
-  std::error_code error;
-  if (on_the_way == Links::refuse) {
-    error = open_directory_below(root, below, opened);
-    if (error == std::errc::too_many_symbolic_link_levels) {
-      error = make_error_code(std::errc::not_a_directory);
-    }
-  } else if (const JoinedPath path(root, below, name); path.fits()) {
-    error = open_retrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW, opened);
-    if (!error) return read_regular(opened, limit);
-  } else {
-    error = open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(), PASSING, opened);
-    if (!error && !below.empty()) {
-      error = open_in_pieces(opened, below, PASSING, LONGEST_PIECE, open_retrying);
-    }
+  std::error_code error = open_directory_below(root, below, opened);
+  if (error == std::errc::too_many_symbolic_link_levels) {
+    error = make_error_code(std::errc::not_a_directory);
   }
   if (error) return error;
   return read_file_in(opened, name, limit);
 }
 
-FileSize file_size(std::string_view path) {
+std::optional<std::int64_t> file_size(const std::string& path, std::error_code& error) {
   const Blocking waits;
-  if (path.find('\0') != std::string_view::npos) return make_error_code(NO_FILE);
-  if (const JoinedPath whole(path, {}, {}); whole.fits()) {
-    return size_in(AT_FDCWD, whole.c_str(), Links::follow);
-  }
-  // Its directory is opened, not the file, which may be one that must not be read.
-  SplitPath split(path);
-  if (split.directory.empty()) return make_error_code(std::errc::filename_too_long);
   FileDescriptor directory(AT_FDCWD);
-  const auto error =
-      open_in_pieces(directory, split.directory, PASSING, LONGEST_PIECE, open_retrying);
-  if (error) return error;
-  const std::string name(split.name.empty() ? "." : split.name);
-  return size_in(directory.number(), name.c_str(), Links::follow);
+  std::string name = path;
+  // Of a long path its directory is opened, not the file, which may be one that must not be read.
+  if (SplitPath split(path); path.size() >= PATH_MAX && !split.directory.empty()) {
+    error = open_in_pieces(directory, split.directory, PASSING, LONGEST_PIECE, open_retrying);
+    if (error) return std::nullopt;
+    name = split.name.empty() ? "." : split.name;
+  }
+  return size_in(directory.number(), name, Links::follow, error);
 }
 
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name, Links last_link) {
+std::optional<std::int64_t> file_size_in(const FileDescriptor& directory, const std::string& name,
+                                         Links last_link, std::error_code& error) {
   const Blocking waits;
-  return size_in(directory.number(), name.c_str(), last_link);
+  return size_in(directory.number(), name, last_link, error);
 }
 
 std::error_code open_directory_below(const std::string& root, std::string_view below,
@@ -216,10 +193,12 @@ std::error_code open_directory_below(const std::string& root, std::string_view b
   const Blocking waits;
   constexpr int LISTING = O_RDONLY | O_DIRECTORY;
   if (to_root == Links::refuse && !below.empty()) {
-    if (const JoinedPath path(root, below, {}); path.fits()) {
-      const auto error = open_without_links(AT_FDCWD, path.c_str(), LISTING, opened);
-      if (!is_missing_call(error)) return error;
-    }
+    FileDescriptor reached(AT_FDCWD);
+    const std::string whole = joined({root, below});
+    std::string_view left = whole;
+    const auto error = open_in_pieces(reached, left, LISTING, LONGEST_PIECE, open_without_links);
+    if (!error) opened = std::move(reached);
+    if (!is_missing_call(error)) return error;
   }
   FileDescriptor reached;
   auto error = open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(),

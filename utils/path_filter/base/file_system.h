@@ -42,9 +42,8 @@ class FileDescriptor {
   int _number = -1;
 };
 
-/// What a read gives: the content or the size, or why there is none.
+/// What a read gives: the content, or why there is none.
 using FileContent = std::variant<std::string, std::error_code>;
-using FileSize = std::variant<std::int64_t, std::error_code>;
 
 /// The operating system's last error, of the generic category.
 std::error_code last_error();
@@ -69,11 +68,13 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit, Links on_the_way);
 
-/// The size in bytes of the file at `path`, links followed.
-FileSize file_size(std::string_view path);
+/// The size in bytes of the file at `path`, which holds no NUL, links followed. Absent when it
+/// cannot be told, and then `error` says why.
+std::optional<std::int64_t> file_size(const std::string& path, std::error_code& error);
 
 /// The same of the file `name` in the directory `directory`; a link is followed or has its own.
-FileSize file_size_in(const FileDescriptor& directory, const std::string& name, Links last_link);
+std::optional<std::int64_t> file_size_in(const FileDescriptor& directory, const std::string& name,
+                                         Links last_link, std::error_code& error);
 
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is "". The way
 /// from the root may not lead through symbolic links: that fails with

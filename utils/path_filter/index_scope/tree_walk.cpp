@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/file_system.h"
@@ -276,11 +275,8 @@ bool DirectoryLister::is_regular_file() const {
 std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) const {
   using internal::Links;
   const auto links = _state->_listed ? Links::follow : Links::refuse;
-  const auto size =
-      internal::file_size_in(_state->_opened, _state->_path.substr(_state->_prefix), links);
-  const auto* failed = std::get_if<std::error_code>(&size);
-  error = failed != nullptr ? *failed : std::error_code();
-  return failed != nullptr ? std::nullopt : std::optional(std::get<std::int64_t>(size));
+  const std::string name = _state->_path.substr(_state->_prefix);
+  return internal::file_size_in(_state->_opened, name, links, error);
 }
 
 // --- The walk ----------------------------------------------------------------------
