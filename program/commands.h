@@ -19,7 +19,7 @@ enum class Surface { all, production, tests };
 
 struct ListOptions {
   Settings settings;  // but for the directory
-  std::vector<std::string> directories = {"."};
+  std::vector<std::string> directories = {};
   bool null = false;
   bool json = false;
   bool excluded = false;

@@ -41,8 +41,7 @@ void add_root(CLI::App& command, Settings& settings) {
   command
       .add_option("--root", settings.root,
                   "The repository's root; else the nearest directory above that has a .git")
-      ->type_name("DIR")
-      ->take_last();
+      ->type_name("DIR");
 }
 
 void add_directory(CLI::App& command, Settings& settings) {
@@ -58,14 +57,12 @@ void add_limits(CLI::App& command, Settings& settings) {
       .add_option(
           "--config", settings.config,
           "A TOML file whose section [index] has the limits: max_file_size_mb and languages")
-      ->type_name("FILE")
-      ->take_last();
+      ->type_name("FILE");
   command
       .add_option("--max-file-size-mb", settings.max_file_size_mb,
                   "Leave out larger files; in MiB, or 10k, 2M, 1G (10 when only other limits are "
                   "given)")
-      ->type_name("SIZE")
-      ->take_last();
+      ->type_name("SIZE");
   command
       .add_option_function<std::string>(
           "--languages", [&settings](const std::string& names) { settings.languages = names; },
@@ -88,8 +85,7 @@ void add_color(CLI::App& command, Color& color) {
                                        : Color::never;
           },
           "Use colours: auto (on a terminal), always or never")
-      ->type_name("WHEN")
-      ->take_last();
+      ->type_name("WHEN");
 }
 
 Exclusion kind_named(const std::string& name) {
@@ -122,26 +118,26 @@ void add_threads(CLI::App& command, std::size_t& count) {
       .add_option_function<std::string>(
           "-j,--threads", [&count](const std::string& number) { count = threads(number); },
           "How many threads to use; 0, the default, is one for each processor, and at most 8")
-      ->type_name("NUMBER")
-      ->take_last();
+      ->type_name("NUMBER");
 }
 
-/// An option of any number of paths, which are to be taken from it as they were given: of one
-/// that takes extra arguments the parser would split "[a,b]", and a bound vector would not hold
-/// "{}". This one wants more paths than there can be.
-CLI::Option* add_paths(CLI::App& command, const std::string& name, const std::string& description) {
+/// An option of any number of paths, which are taken as they are given: of one that takes extra
+/// arguments the parser would split "[a,b]", and a bound vector would not hold "{}". This one
+/// wants more paths than there can be.
+void add_paths(CLI::App& command, const std::string& name, std::vector<std::string>& paths,
+               const std::string& description) {
   constexpr int ALL = CLI::detail::expected_max_vector_size;
-  return command.add_option(name)
+  command.add_option(name)
       ->description(description)
       ->type_name("")
       ->expected(ALL, ALL)
-      ->take_all();
+      ->take_all()
+      ->each([&paths](const std::string& path) { paths.push_back(path); });
 }
 
-/// Returns the option of the directories.
-CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
+void add_list(CLI::App& app, program::ListOptions& list) {
   auto* command = app.add_subcommand("list", "Print the indexable files below each DIR");
-  auto* directories = add_paths(*command, "DIR", "Directories to list (the current one)");
+  add_paths(*command, "DIR", list.directories, "Directories to list (the current one)");
   add_root(*command, list.settings);
   auto* null =
       command->add_flag("-0,--null", list.null, "End paths with NUL instead of a new line");
@@ -177,20 +173,17 @@ CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
             list.sorted = true;
           },
           "Print when all is found, by the bytes of the paths; else as the walk finds them")
-      ->type_name("path")
-      ->take_last();
+      ->type_name("path");
   add_threads(*command, list.threads);
   add_color(*command, list.color);
   add_limits(*command, list.settings);
   command->footer("Exit status: 0, 1 when something could not be read, 2 on an error.");
-  return directories;
 }
 
-/// Returns the option of the paths.
-CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
+void add_check(CLI::App& app, program::CheckOptions& check) {
   auto* command = app.add_subcommand("check", "Print the decision on each PATH");
-  auto* paths =
-      add_paths(*command, "PATH", "Paths as the shell has them; with --root, relative to that");
+  add_paths(*command, "PATH", check.paths,
+            "Paths as the shell has them; with --root, relative to that");
   add_root(*command, check.settings);
   command->add_flag("--stdin", check.read_stdin,
                     "Read paths from standard input too, quoted ones as git writes them");
@@ -205,7 +198,6 @@ CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
   add_threads(*command, check.threads);
   add_color(*command, check.color);
   add_limits(*command, check.settings);
-  return paths;
 }
 
 /// The command that does not exist, and what was probably meant.
@@ -283,13 +275,14 @@ int run(int argc, char** argv) {
       "Nothing limits sizes or languages unless one of the three limit options is given.");
   app.name("path-filter");
   app.formatter(std::make_shared<Formatter>());
+  app.option_defaults()->take_last();
   app.set_version_flag("-V,--version", "path-filter " PATH_FILTER_VERSION);
   app.require_subcommand(0, 1);
 
   program::ListOptions list;
-  CLI::Option* const directories = add_list(app, list);
+  add_list(app, list);
   program::CheckOptions check;
-  CLI::Option* const paths = add_check(app, check);
+  add_check(app, check);
 
   program::SummaryOptions summary;
   auto* summary_command =
@@ -304,8 +297,7 @@ int run(int argc, char** argv) {
       app.add_subcommand("report", "Write a web page that shows what is in and out");
   add_directory(*report_command, report.settings);
   report_command->add_option("-o,--output", report.file, "Write to FILE, not to standard output")
-      ->type_name("FILE")
-      ->take_last();
+      ->type_name("FILE");
   add_limits(*report_command, report.settings);
 
   program::RegistryOptions languages;
@@ -344,11 +336,10 @@ int run(int argc, char** argv) {
   }
 
   if (app.got_subcommand("list")) {
-    if (!directories->empty()) list.directories = directories->results();
+    if (list.directories.empty()) list.directories = {"."};
     return program::list(list);
   }
   if (app.got_subcommand("check")) {
-    check.paths = paths->results();
     if (check.paths.empty() && !check.read_stdin) {
       throw UsageError("check: no paths; name some, or give --stdin");
     }
