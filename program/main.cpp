@@ -6,7 +6,6 @@
 #include <charconv>
 #include <csignal>
 #include <exception>
-#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -202,11 +201,10 @@ void add_check(CLI::App& app, program::CheckOptions& check) {
 
 /// The command that does not exist, and what was probably meant.
 UsageError no_command(const CLI::App& app, const std::string& name) {
-  std::vector<std::string> names;
+  std::vector<std::string_view> names;
   for (const auto* command : app.get_subcommands(nullptr)) names.push_back(command->get_name());
-  const std::vector<std::string_view> known(names.begin(), names.end());
   return UsageError("no command '" + printable(name) + "'" +
-                    program::did_you_mean(program::nearest(name, known)) +
+                    program::did_you_mean(program::nearest(name, names)) +
                     "\nTry 'path-filter --help'.");
 }
 

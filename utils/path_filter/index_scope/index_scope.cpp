@@ -179,27 +179,20 @@ Explanation ScopeState::explain(std::string_view path, FileFacts facts) {
 // --- The fixed directory rules -------------------------------------------------
 
 std::optional<Exclusion> ScopeState::_directory_rule(const Directory& directory) {
+  const auto judge = [&](const Directory& judged, DirectoryRule above) {
+    if (above != DirectoryRule::none || judged.parent == nullptr) return above;
+    const std::string_view parent = judged.parent->name();
+    if (_skips_directory(judged.name(), parent.empty() ? std::nullopt : std::optional(parent))) {
+      return DirectoryRule::directory;
+    }
+    return &judged == _index_data_directory ? DirectoryRule::index_data : DirectoryRule::none;
+  };
   DirectoryRule rule = _directory_rules.find(directory);
   if (rule == DirectoryRule::unknown) {
-    rule = _directory_rules.find_or_make(
-        directory, DirectoryRule::none, [&](const Directory& judged, DirectoryRule above) {
-          if (above != DirectoryRule::none || judged.parent == nullptr) return above;
-          const std::string_view parent = judged.parent->name();
-          if (_skips_directory(judged.name(),
-                               parent.empty() ? std::nullopt : std::optional(parent))) {
-            return DirectoryRule::directory;
-          }
-          return &judged == _index_data_directory ? DirectoryRule::index_data : DirectoryRule::none;
-        });
+    rule = _directory_rules.find_or_make(directory, DirectoryRule::none, judge);
   }
-  switch (rule) {
-    case DirectoryRule::directory:
-      return Exclusion::directory;
-    case DirectoryRule::index_data:
-      return Exclusion::index_data;
-    default:
-      return std::nullopt;
-  }
+  if (rule == DirectoryRule::none) return std::nullopt;
+  return rule == DirectoryRule::directory ? Exclusion::directory : Exclusion::index_data;
 }
 
 }  // namespace internal
