@@ -35,9 +35,8 @@ bool Input::fill() {
   const std::size_t size = _buffer.size();
   _buffer.resize(size + READ_BYTES);
   ssize_t count = -1;
-  for (;;) {
-    count = ::read(STDIN_FILENO, _buffer.data() + size, READ_BYTES);
-    if (count >= 0 || (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)) break;
+  while ((count = ::read(STDIN_FILENO, _buffer.data() + size, READ_BYTES)) < 0 &&
+         (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
     pollfd readable{STDIN_FILENO, POLLIN, 0};
     ::poll(&readable, 1, -1);
   }

@@ -4,7 +4,6 @@
 #include <climits>
 #include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "program/output.h"
 
@@ -12,7 +11,6 @@ namespace program {
 
 using path_filter::Decision;
 using path_filter::Explanation;
-using path_filter::internal::FileStatus;
 using path_filter::internal::FileType;
 
 namespace {
@@ -65,10 +63,10 @@ OnDisk::Entry OnDisk::look(const std::filesystem::path& root, std::string_view p
         _error == std::errc::too_many_symbolic_link_levels || _error == std::errc::not_a_directory;
     return {std::nullopt, _error, may_be_link && has_link(root, above)};
   }
-  const auto status =
-      path_filter::internal::status_in(_opened, std::string(path.substr(slash + 1)));
-  if (const auto* known = std::get_if<FileStatus>(&status)) return {*known, {}};
-  return {std::nullopt, std::get<std::error_code>(status)};
+  Entry entry;
+  entry.status =
+      path_filter::internal::status_in(_opened, _name.assign(path.substr(slash + 1)), entry.error);
+  return entry;
 }
 
 void OnDisk::close() {
@@ -163,7 +161,9 @@ Judge::Located Judge::locate(std::string_view path) {
 /// that of the last question is not looked at again.
 const Judge::Root& Judge::root_of(std::string_view directory) {
   std::size_t known = 0;  // bytes of the way
-  if (_way) {
+  if (_way == directory) {
+    known = directory.size();
+  } else if (_way) {
     const std::string_view way = *_way;
     const auto [end, other] = std::ranges::mismatch(way, directory);
     known = static_cast<std::size_t>(end - way.begin());

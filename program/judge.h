@@ -43,6 +43,7 @@ class OnDisk {
   std::optional<std::string> _above;  // the path of the directory that is open, or could not be
   std::error_code _error;             // why not
   path_filter::internal::FileDescriptor _opened;
+  std::string _name;
 };
 
 /// The answers of one thread. A path belongs to the innermost repository on its way, as git has it;

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <exception>
 #include <functional>
-#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -69,8 +68,7 @@ void add_root(CLI::App& command, Settings& settings) {
       .add_option("--root", settings.root,
                   "The repository's root, to which paths are then relative; else the nearest "
                   "directory above that has a .git")
-      ->type_name("DIR")
-      ->take_last();
+      ->type_name("DIR");
 }
 
 void add_directory(CLI::App& command, Settings& settings) {
@@ -100,14 +98,12 @@ void add_limits(CLI::App& command, Settings& settings) {
           "--config", settings.config,
           "A TOML file whose section [index] has the limits: max_file_size_mb and languages; "
           "- is standard input")
-      ->type_name("FILE")
-      ->take_last();
+      ->type_name("FILE");
   command
       .add_option("--max-file-size-mb", settings.max_file_size_mb,
                   "Leave out larger files; in MiB, or 10k, 2MB, 1GiB (10 when only other limits "
                   "are given)")
-      ->type_name("SIZE")
-      ->take_last();
+      ->type_name("SIZE");
   add_names(command, "--languages", "NAME,...",
             "Index only these code and documentation languages, separated by commas",
             [&settings](const std::string& names) { settings.languages = names; });
@@ -127,8 +123,7 @@ void add_color(CLI::App& command, Color& color) {
                                        : Color::never;
           },
           "Use colours: auto (on a terminal), always or never")
-      ->type_name("WHEN")
-      ->take_last();
+      ->type_name("WHEN");
 }
 
 std::vector<Exclusion> kinds_named(const std::string& names) {
@@ -191,26 +186,26 @@ void add_threads(CLI::App& command, std::size_t& count) {
       .add_option_function<std::string>(
           "-j,--threads", [&count](const std::string& number) { count = threads(number); },
           "How many threads to use; 0, the default, is one for each processor, and at most 8")
-      ->type_name("NUMBER")
-      ->take_last();
+      ->type_name("NUMBER");
 }
 
-/// An option of any number of paths, which are to be taken from it as they were given: of one
-/// that takes extra arguments the parser would split "[a,b]", and a bound vector would not hold
-/// "{}". This one wants more paths than there can be.
-CLI::Option* add_paths(CLI::App& command, const std::string& name, const std::string& description) {
+/// An option of any number of paths, which are taken as they are given: of one that takes extra
+/// arguments the parser would split "[a,b]", and a bound vector would not hold "{}". This one
+/// wants more paths than there can be.
+void add_paths(CLI::App& command, const std::string& name, std::vector<std::string>& paths,
+               const std::string& description) {
   constexpr int ALL = CLI::detail::expected_max_vector_size;
-  return command.add_option(name)
+  command.add_option(name)
       ->description(description)
       ->type_name("")
       ->expected(ALL, ALL)
-      ->take_all();
+      ->take_all()
+      ->each([&paths](const std::string& path) { paths.push_back(path); });
 }
 
-/// Returns the option of the paths.
-CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
+void add_list(CLI::App& app, program::ListOptions& list) {
   auto* command = app.add_subcommand("list", "Print the indexable files at or below each PATH");
-  auto* paths = add_paths(*command, "PATH", "Directories and files (the current directory)");
+  add_paths(*command, "PATH", list.paths, "Directories and files (the current directory)");
   add_root(*command, list.settings);
   auto* null =
       command->add_flag("-0,-z,--null", list.null, "End paths with NUL instead of a new line");
@@ -241,20 +236,17 @@ CLI::Option* add_list(CLI::App& app, program::ListOptions& list) {
             list.sorted = true;
           },
           "Print when all is found, by the bytes of the paths; else as the walk finds them")
-      ->type_name("path")
-      ->take_last();
+      ->type_name("path");
   add_threads(*command, list.threads);
   add_color(*command, list.color);
   add_limits(*command, list.settings);
   command->footer(
       "Exit status: 0, 1 when something could not be read or a PATH is left out, 2 on an error.");
-  return paths;
 }
 
-/// Returns the option of the paths.
-CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
+void add_check(CLI::App& app, program::CheckOptions& check) {
   auto* command = app.add_subcommand("check", "Print the decision on each PATH");
-  auto* paths = add_paths(*command, "PATH", "Files and directories, there or not; - is --stdin");
+  add_paths(*command, "PATH", check.paths, "Files and directories, there or not; - is --stdin");
   add_root(*command, check.settings);
   command->add_flag("--stdin", check.read_stdin,
                     "Read paths from standard input too, quoted ones as git writes them");
@@ -269,16 +261,14 @@ CLI::Option* add_check(CLI::App& app, program::CheckOptions& check) {
   add_threads(*command, check.threads);
   add_color(*command, check.color);
   add_limits(*command, check.settings);
-  return paths;
 }
 
 /// The command that does not exist, and what was probably meant.
 UsageError no_command(const CLI::App& app, const std::string& name) {
-  std::vector<std::string> names;
+  std::vector<std::string_view> names;
   for (const auto* command : app.get_subcommands(nullptr)) names.push_back(command->get_name());
-  const std::vector<std::string_view> known(names.begin(), names.end());
   return UsageError("no command '" + printable(name) + "'" +
-                    program::did_you_mean(program::nearest(name, known)) +
+                    program::did_you_mean(program::nearest(name, names)) +
                     "\nTry 'path-filter --help'.");
 }
 
@@ -363,13 +353,14 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
       "No size and no language is left out without one of the three limit options.");
   app.name("path-filter");
   app.formatter(std::make_shared<Formatter>());
+  app.option_defaults()->take_last();
   app.set_version_flag("-V,--version", "path-filter " PATH_FILTER_VERSION);
   app.require_subcommand(0, 1);
 
   program::ListOptions list;
-  CLI::Option* const listed = add_list(app, list);
+  add_list(app, list);
   program::CheckOptions check;
-  CLI::Option* const checked = add_check(app, check);
+  add_check(app, check);
 
   program::SummaryOptions summary;
   auto* summary_command =
@@ -384,8 +375,7 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
       app.add_subcommand("report", "Write a web page that shows what is in and out");
   add_directory(*report_command, report.settings);
   report_command->add_option("-o,--output", report.file, "Write to FILE, not to standard output")
-      ->type_name("FILE")
-      ->take_last();
+      ->type_name("FILE");
   add_limits(*report_command, report.settings);
 
   program::RegistryOptions languages;
@@ -396,8 +386,7 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
   add_color(*languages_command, languages.color);
 
   program::RegistryOptions rules;
-  auto* rules_command =
-      app.add_subcommand("rules", "Print the fixed rules, which nothing changes");
+  auto* rules_command = app.add_subcommand("rules", "Print the fixed rules, which nothing changes");
   rules_command->add_flag("--json", rules.json, "Print them as JSON");
   add_color(*rules_command, rules.color);
 
@@ -424,13 +413,10 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
   }
 
   if (app.got_subcommand("list")) {
-    if (!listed->empty()) list.paths = listed->results();
     return status_of(program::list(list), unread);
   }
   if (app.got_subcommand("check")) {
-    for (const std::string& path : checked->results()) {
-      path == "-" ? void(check.read_stdin = true) : check.paths.push_back(path);
-    }
+    if (std::erase(check.paths, "-") > 0) check.read_stdin = true;
     if (check.paths.empty() && !check.read_stdin) {
       throw UsageError("check: no paths; name some, or give --stdin");
     }

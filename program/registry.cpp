@@ -109,6 +109,12 @@ std::vector<FixedRule> fixed_rules() {
 
 int print_languages(const RegistryOptions& options) {
   const auto languages = languages_named(options.names);
+  std::vector<std::pair<std::string, std::span<const std::string_view>>> lists;
+  if (options.names.empty()) {
+    lists = {{"test_dir_names", registry::test_dir_names()},
+             {"test_file_globs", registry::LANGUAGES.test_file_globs()},
+             {"lockfiles", registry::lockfile_names()}};
+  }
   Output output(options.color);
   if (options.json) {
     Json all;
@@ -116,21 +122,12 @@ int print_languages(const RegistryOptions& options) {
     for (const registry::Language& language : languages) {
       all["languages"].push_back(json_of(language));
     }
-    if (options.names.empty()) {
-      all["test_dir_names"] = registry::test_dir_names();
-      all["test_file_globs"] = registry::LANGUAGES.test_file_globs();
-      all["lockfiles"] = registry::lockfile_names();
-    }
+    for (const auto& [title, texts] : lists) all[title] = texts;
     output << all.dump(2) << '\n';
   } else {
     for (const registry::Language& language : languages) print(output, language);
-    if (options.names.empty()) {
-      const auto section = [&](std::string_view title, std::span<const std::string_view> texts) {
-        output << '\n' << output.styled(Style::heading, title) << "\n    " << joined(texts) << '\n';
-      };
-      section("test_dir_names", registry::test_dir_names());
-      section("test_file_globs", registry::LANGUAGES.test_file_globs());
-      section("lockfiles", registry::lockfile_names());
+    for (const auto& [title, texts] : lists) {
+      output << '\n' << output.styled(Style::heading, title) << "\n    " << joined(texts) << '\n';
     }
   }
   output.flush();

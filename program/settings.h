@@ -26,8 +26,8 @@ class LeftOut : public std::runtime_error {
 };
 
 struct Settings {
-  std::optional<std::string> directory;  // what is asked about, when it is named
-  std::optional<std::string> root;       // the repository's, when it is not to be looked for
+  std::optional<std::string> directory;         // what is asked about, when it is named
+  std::optional<std::string> root;              // the repository's, when it is not to be looked for
   std::optional<std::string> config;            // a file's name; "-" is standard input
   std::optional<std::string> max_file_size_mb;  // a number, in MiB unless a unit follows it
   std::optional<std::string> languages;         // names, separated by commas

@@ -25,22 +25,20 @@ std::vector<std::pair<Key, Count>> by_files(const std::map<Key, Count>& counts) 
   return rows;
 }
 
-constexpr std::size_t NUMBER_WIDTH = 12;
-constexpr std::size_t BYTES_WIDTH = 12;
-
-std::string right(std::string text, std::size_t width) {
-  text.insert(0, width - std::min(text.size(), width), ' ');
+/// A field of a table.
+std::string right(std::string text) {
+  constexpr std::size_t WIDTH = 12;
+  text.insert(0, WIDTH - std::min(text.size(), WIDTH), ' ');
   return text;
 }
 
 void print_row(Output& output, const Count& count, std::string_view title) {
-  output << right(grouped(count.files), NUMBER_WIDTH)
-         << right(readable_size(count.bytes), BYTES_WIDTH) << "  " << title << '\n';
+  output << right(grouped(count.files)) << right(readable_size(count.bytes)) << "  " << title
+         << '\n';
 }
 
 void print_heading(Output& output, std::string_view title) {
-  output << right("files", NUMBER_WIDTH) << right("size", BYTES_WIDTH) << "  "
-         << output.styled(Style::heading, title) << '\n';
+  output << right("files") << right("size") << "  " << output.styled(Style::heading, title) << '\n';
 }
 
 Json json_of(const Count& count) { return {{"files", count.files}, {"bytes", count.bytes}}; }

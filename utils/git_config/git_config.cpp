@@ -1,7 +1,6 @@
 #include "utils/git_config/git_config.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -12,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <thread>
 #include <utility>
@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds LONGEST_WAIT{2};
 // In place of an exit status.
 constexpr int NO_GIT = 127;  // there is none
-constexpr int FAILED = -1;   // it could not be run, or a signal ended it
+constexpr int FAILED = -1;   // it could not be run, took too long, or a signal ended it
 constexpr int TAKEN = -2;    // the host ignores SIGCHLD, or takes the status of every child
 
 /// What binds git to a repository other than that of its directory. `git rev-parse
@@ -49,22 +49,40 @@ constexpr std::array<std::string_view, 15> REPOSITORY_VARIABLES{"GIT_ALTERNATE_O
                                                                 "GIT_SHALLOW_FILE",
                                                                 "GIT_WORK_TREE"};
 
-/// A file descriptor, which is closed with this object.
-class Descriptor {
+/// A pipe that no child inherits.
+class Pipe {
  public:
-  explicit Descriptor(int number) : _number(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { close(); }
+  Pipe() {
+#ifdef __APPLE__
+    if (::pipe(_ends.data()) != 0) return;
+    for (const int end : _ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+#else
+    if (::pipe2(_ends.data(), O_CLOEXEC) != 0) return;
+#endif
+    ::fcntl(_ends[0], F_SETFL, O_NONBLOCK);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() {
+    for (const int end : _ends) {
+      if (end >= 0) ::close(end);
+    }
+  }
 
-  int number() const { return _number; }
-  void close() {
-    if (_number >= 0) ::close(_number);
-    _number = -1;
+  int input() const { return _ends[1]; }
+
+  /// What has been written into it, without waiting for more.
+  std::string read() const {
+    std::string text(MOST_BYTES, '\0');
+    const ssize_t count = ::read(_ends[0], text.data(), text.size());
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return text;
   }
 
  private:
-  int _number;
+  // More than any path has, and no more than a pipe holds before its writer must wait.
+  static constexpr std::size_t MOST_BYTES = 16 * 1024;
+  std::array<int, 2> _ends{-1, -1};
 };
 
 /// The environment without those; it points into the process's own.
@@ -81,72 +99,12 @@ std::vector<char*> git_environment() {
   return variables;
 }
 
-/// A child process, which does not outlive this object.
-class Child {
- public:
-  explicit Child(pid_t number) : _number(number) {}
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-  ~Child() {
-    if (_ended) return;
-    ::kill(_number, SIGKILL);
-    while (::waitpid(_number, nullptr, 0) < 0 && errno == EINTR) {
-    }
-  }
-
-  /// Its exit status, FAILED or TAKEN; absent while it runs at `deadline`.
-  std::optional<int> wait(Clock::time_point deadline) {
-    int status = 0;
-    for (;;) {
-      const pid_t ended = ::waitpid(_number, &status, WNOHANG);
-      _ended = ended == _number || (ended < 0 && errno != EINTR);
-      if (_ended && ended < 0) return TAKEN;
-      if (_ended) return WIFEXITED(status) ? WEXITSTATUS(status) : FAILED;
-      if (Clock::now() >= deadline) return std::nullopt;
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
-    }
-  }
-
- private:
-  pid_t _number;
-  bool _ended = false;
-};
-
-/// Reads `from` to its end. False when that has not come by `deadline`.
-bool read_all(const Descriptor& from, Clock::time_point deadline, std::string& text) {
-  std::array<char, 4096> buffer{};
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0) return false;
-    pollfd readable{from.number(), POLLIN, 0};
-    if (::poll(&readable, 1, static_cast<int>(left.count())) <= 0) continue;
-    const ssize_t count = ::read(from.number(), buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return true;
-    text.append(buffer.data(), static_cast<std::size_t>(count));
-  }
-}
-
-/// Both ends of a pipe that no child inherits.
-std::optional<std::array<int, 2>> make_pipe() {
-  std::array<int, 2> ends{};
-#ifdef __APPLE__
-  if (::pipe(ends.data()) != 0) return std::nullopt;
-  for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
-#else
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
-#endif
-  return ends;
-}
-
-/// Starts git, with `output` as its standard output; absent when it cannot be run. The error is
-/// an errno value.
-std::optional<pid_t> start_git(char* const* arguments, int output, int& error) {
+/// Starts git, with `output` as its standard output. Returns an errno value.
+int start_git(const char* const* arguments, int output, pid_t& child) {
   const std::vector<char*> environment = git_environment();
   posix_spawn_file_actions_t streams;
-  error = ::posix_spawn_file_actions_init(&streams);
-  if (error != 0) return std::nullopt;
-  pid_t child = -1;
+  int error = ::posix_spawn_file_actions_init(&streams);
+  if (error != 0) return error;
   // In this order: the pipe may itself be one of these three.
   error = ::posix_spawn_file_actions_adddup2(&streams, output, STDOUT_FILENO);
   for (const int number : {STDIN_FILENO, STDERR_FILENO}) {
@@ -154,37 +112,39 @@ std::optional<pid_t> start_git(char* const* arguments, int output, int& error) {
     error = ::posix_spawn_file_actions_addopen(&streams, number, "/dev/null", O_RDWR, 0);
   }
   if (error == 0) {
-    error = ::posix_spawnp(&child, "git", &streams, nullptr, arguments, environment.data());
+    error = ::posix_spawnp(&child, "git", &streams, nullptr, const_cast<char* const*>(arguments),
+                           environment.data());
   }
   ::posix_spawn_file_actions_destroy(&streams);
-  return error == 0 ? std::optional(child) : std::nullopt;
+  return error;
 }
 
 struct GitAnswer {
-  std::optional<int> status;  // as of Child::wait
-  std::string output;
+  int status;
+  std::string output = {};
 };
 
-GitAnswer ask_git(std::vector<std::string> arguments, Clock::time_point deadline) {
-  const auto pipe = make_pipe();
-  if (!pipe) return {FAILED, {}};
-  const Descriptor from((*pipe)[0]);
-  Descriptor to((*pipe)[1]);
+/// Asks git, which does not outlive this. `arguments` end with a null.
+GitAnswer ask_git(std::initializer_list<const char*> arguments, Clock::time_point deadline) {
+  const Pipe pipe;
+  pid_t child = -1;
+  const int error = start_git(arguments.begin(), pipe.input(), child);
+  if (error != 0) return {error == ENOENT ? NO_GIT : FAILED};
 
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  int error = 0;
-  const auto number = start_git(argv.data(), to.number(), error);
-  if (!number) return {error == ENOENT ? NO_GIT : FAILED, {}};
-
-  Child child(*number);
-  to.close();
-  GitAnswer answer;
-  if (!read_all(from, deadline, answer.output)) return answer;
-  answer.status = child.wait(deadline);
+  int status = 0;
+  pid_t ended = 0;
+  while ((ended = ::waitpid(child, &status, WNOHANG)) == 0) {
+    if (Clock::now() >= deadline) {
+      ::kill(child, SIGKILL);
+      while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+      }
+      return {FAILED};
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  GitAnswer answer{WIFEXITED(status) ? WEXITSTATUS(status) : FAILED, pipe.read()};
   // A value ends with a NUL: one that was read whole counts, whatever became of the child.
-  if (answer.status == TAKEN && answer.output.ends_with('\0')) answer.status = 0;
+  if (ended < 0) answer.status = answer.output.ends_with('\0') ? 0 : TAKEN;
   return answer;
 }
 
@@ -202,17 +162,18 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
                                                    const WarningHandler& warn) {
   const Clock::time_point deadline = Clock::now() + LONGEST_WAIT;
   const std::string directory = root.empty() ? "." : root.string();
-  GitAnswer answer = ask_git(
-      {"git", "-C", directory, "config", "-z", "--path", "--get", "core.excludesFile"}, deadline);
+  GitAnswer answer = ask_git({"git", "-C", directory.c_str(), "config", "-z", "--path", "--get",
+                              "core.excludesFile", nullptr},
+                             deadline);
   // git refuses the configuration of a repository that belongs to somebody else; the
   // user's own counts all the same.
   if (answer.status > 1 || answer.status == TAKEN) {
-    answer = ask_git(
-        {"git", "-C", "/", "config", "--global", "-z", "--path", "--get", "core.excludesFile"},
-        deadline);
+    answer = ask_git({"git", "-C", "/", "config", "--global", "-z", "--path", "--get",
+                      "core.excludesFile", nullptr},
+                     deadline);
   }
-  const bool has_said = answer.status && *answer.status <= 1 && *answer.status != FAILED;
-  if (!has_said && answer.status != NO_GIT && warn) {
+  const bool failed = answer.status == FAILED || (answer.status > 1 && answer.status != NO_GIT);
+  if (failed && warn) {
     warn("git does not say which file core.excludesFile names; its default place is read");
   }
   if (answer.status != 0) return default_excludes_file();

@@ -7,14 +7,15 @@
 #include <span>
 #include <string_view>
 
+#include "utils/language_registry/language_registry.h"
+
 namespace language_registry {
 
-/// A language of the registry and the file names that belong to it.
-struct Language {
+/// A language of the registry and the file names that belong to it. Its tier is "code", "docs",
+/// "data", "markup" or "config".
+struct Language : LanguageRecord {
   /// At most 15 characters of a-z, 0-9 and "-".
   std::string_view name;
-  /// "code", "docs", "data", "markup" or "config".
-  std::string_view tier;
   /// Each with its leading dot. One with a capital letter matches in that case only, and goes
   /// before all others; the others match in any case.
   std::span<const std::string_view> extensions;
@@ -22,8 +23,6 @@ struct Language {
   std::span<const std::string_view> file_names;
   /// A name of the form "<stem>.<anything>" is of this language when no extension matches.
   std::span<const std::string_view> file_name_stems;
-  /// Globs for the names of test files.
-  std::span<const std::string_view> test_file_globs;
 };
 
 /// All languages, ordered by name.

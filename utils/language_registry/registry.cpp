@@ -22,7 +22,7 @@ namespace {
 
 /// A row of languages.inc. Lists are separated by spaces.
 struct LanguageRow {
-  std::string_view name;
+  std::string_view language;
   std::string_view tier;
   std::string_view extensions;
   std::string_view file_names;
@@ -81,24 +81,20 @@ struct WordsByLanguage {
   }
 };
 
-template <std::size_t count>
-consteval std::size_t count_words(const std::array<std::string_view, count>& lists) {
-  std::size_t words = 0;
-  for (const std::string_view list : lists) for_each_word(list, [&](auto) { ++words; });
-  return words;
-}
-
-/// Splits lists that are ordered by language, as `language_of` names it for each list.
-template <std::size_t word_count, std::size_t list_count>
-consteval WordsByLanguage<word_count> split(
-    const std::array<std::string_view, list_count>& lists,
-    const std::array<std::string_view, list_count>& language_of) {
-  WordsByLanguage<word_count> result;
-  std::size_t list = 0;
+/// The words of one member of the rows, which are ordered by language.
+template <const auto& rows, auto member>
+consteval auto words_by_language() {
+  constexpr std::size_t count = [] {
+    std::size_t words = 0;
+    for (const auto& row : rows) for_each_word(row.*member, [&](auto) { ++words; });
+    return words;
+  }();
+  WordsByLanguage<count> result;
+  auto row = rows.begin();
   std::size_t end = 0;
   for (std::size_t language = 0; language < language_rows.size(); ++language) {
-    for (; list < list_count && language_of[list] == language_rows[language].name; ++list) {
-      for_each_word(lists[list], [&](std::string_view word) {
+    for (; row != rows.end() && row->language == language_rows[language].language; ++row) {
+      for_each_word((*row).*member, [&](std::string_view word) {
         result.words[end] = word;
         result.language_of[end] = static_cast<std::uint16_t>(language);
         ++end;
@@ -106,39 +102,19 @@ consteval WordsByLanguage<word_count> split(
     }
     result.begin_of[language + 1] = static_cast<std::uint16_t>(end);
   }
-  if (list != list_count) throw std::logic_error("a language is unknown or out of order");
+  if (row != rows.end()) throw std::logic_error("a language is unknown or out of order");
   return result;
-}
-
-/// One member of all rows.
-template <std::string_view LanguageRow::*member>
-consteval auto column() {
-  std::array<std::string_view, language_rows.size()> result;
-  std::ranges::transform(language_rows, result.begin(), member);
-  return result;
-}
-
-template <std::string_view ConventionRow::*member>
-consteval auto column() {
-  std::array<std::string_view, convention_rows.size()> result;
-  std::ranges::transform(convention_rows, result.begin(), member);
-  return result;
-}
-
-template <auto list, auto language>
-consteval auto words_by_language() {
-  return split<count_words(column<list>())>(column<list>(), column<language>());
 }
 
 constexpr auto names = [] {
   std::array<std::string_view, language_count> result;
-  std::ranges::copy_n(column<&LanguageRow::name>().begin(), language_count, result.begin());
+  for (std::size_t i = 0; i < language_count; ++i) result[i] = language_rows[i].language;
   return result;
 }();
-constexpr auto extensions = words_by_language<&LanguageRow::extensions, &LanguageRow::name>();
-constexpr auto file_names = words_by_language<&LanguageRow::file_names, &LanguageRow::name>();
-constexpr auto stems = words_by_language<&LanguageRow::file_name_stems, &LanguageRow::name>();
-constexpr auto test_globs = words_by_language<&ConventionRow::globs, &ConventionRow::language>();
+constexpr auto extensions = words_by_language<language_rows, &LanguageRow::extensions>();
+constexpr auto file_names = words_by_language<language_rows, &LanguageRow::file_names>();
+constexpr auto stems = words_by_language<language_rows, &LanguageRow::file_name_stems>();
+constexpr auto test_globs = words_by_language<convention_rows, &ConventionRow::globs>();
 
 constexpr TextTable name_table(names);
 constexpr TextTable extension_table(extensions.words);
@@ -163,19 +139,14 @@ constexpr auto ends_longer_extension = [] {
   return result;
 }();
 
-constexpr auto records = [] {
-  std::array<LanguageRecord, language_count> result;
-  for (std::size_t i = 0; i < language_count; ++i) {
-    result[i] = {language_rows[i].tier, test_globs.of(i)};
-  }
-  return result;
-}();
-
 constexpr auto catalog = [] {
   std::array<Language, language_count> result;
   for (std::size_t i = 0; i < language_count; ++i) {
-    result[i] = {names[i],         language_rows[i].tier, extensions.of(i),
-                 file_names.of(i), stems.of(i),           test_globs.of(i)};
+    result[i] = {{language_rows[i].tier, test_globs.of(i)},
+                 names[i],
+                 extensions.of(i),
+                 file_names.of(i),
+                 stems.of(i)};
   }
   return result;
 }();
@@ -328,7 +299,7 @@ std::span<const std::string_view> test_file_globs() { return test_globs.words; }
 
 const LanguageRecord* classify(std::string_view name) {
   const std::size_t language = find_language(name);
-  return language == no_language ? nullptr : &records[language];
+  return language == no_language ? nullptr : &catalog[language];
 }
 
 std::optional<std::string_view> detect_language(std::string_view name) {

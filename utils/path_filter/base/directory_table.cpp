@@ -1,30 +1,20 @@
 #include "utils/path_filter/base/directory_table.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <stdexcept>
+
+#include "utils/path_filter/base/words.h"
 
 namespace path_filter::internal {
 namespace {
 
-/// Whether `size` bytes are equal. Names are short, and a lookup compares one for each
+/// Whether two texts of one size are equal. Names are short, and a lookup compares one for each
 /// directory on the way: for those it is two loads a side instead of a call.
-bool equal_bytes(const char* left, const char* right, std::size_t size) {
-  const auto same = [&]<typename Word>(Word, std::size_t at) {
-    Word a;
-    Word b;
-    std::memcpy(&a, left + at, sizeof a);
-    std::memcpy(&b, right + at, sizeof b);
-    return a == b;
-  };
-  if (size > 16) return std::memcmp(left, right, size) == 0;
-  if (size >= 8) return same(std::uint64_t{}, 0) && same(std::uint64_t{}, size - 8);
-  if (size >= 4) return same(std::uint32_t{}, 0) && same(std::uint32_t{}, size - 4);
-  for (std::size_t at = 0; at < size; ++at) {
-    if (left[at] != right[at]) return false;
-  }
-  return true;
+bool are_equal(std::string_view left, std::string_view right) {
+  if (left.size() > 16) return left == right;
+  return tail_of(left) == tail_of(right) &&
+         (left.size() <= 8 || load<8>(left.data()) == load<8>(right.data()));
 }
 
 /// Whether `directory` has this path: its name is the end of it, and so on upwards.
@@ -33,7 +23,7 @@ bool has_path(const Directory& directory, std::string_view path) {
   for (const Directory* at = &directory; at->parent != nullptr; at = at->parent) {
     const std::size_t begin = at->path_size - at->name_size;
     if (begin > 0 && path[begin - 1] != '/') return false;
-    if (!equal_bytes(path.data() + begin, at->name().data(), at->name_size)) return false;
+    if (!are_equal({path.data() + begin, at->name_size}, at->name())) return false;
   }
   return true;
 }

@@ -9,7 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <memory>
+#include <initializer_list>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/platform.h"
@@ -35,29 +35,15 @@ bool is_missing_call(std::error_code error) {
   return error == std::errc::function_not_supported || error == std::errc::operation_not_permitted;
 }
 
-/// Up to three parts of a path with a "/" between them, for one call and without an
-/// allocation, when the operating system takes a path of that length.
-class JoinedPath {
- public:
-  JoinedPath(std::string_view root, std::string_view below, std::string_view name) {
-    if (root.size() + below.size() + name.size() + 3 > _text.size()) return;
-    if (below.find('\0') != std::string_view::npos) return;  // left to open_in_pieces
-    _fits = true;
-    char* end = _text.data();
-    for (const std::string_view part : {root, below, name}) {
-      if (part.empty()) continue;
-      if (end != _text.data() && end[-1] != '/') *end++ = '/';
-      end = std::copy(part.begin(), part.end(), end);
-    }
-    *end = '\0';
+/// Parts of a path with a "/" between them; empty ones are left out.
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string path;
+  for (const std::string_view part : parts) {
+    if (!part.empty() && !path.empty() && path.back() != '/') path += '/';
+    path += part;
   }
-  bool fits() const { return _fits; }
-  const char* c_str() const { return _text.data(); }
-
- private:
-  bool _fits = false;
-  std::array<char, PATH_MAX> _text;
-};
+  return path;
+}
 
 /// Goes from the directory `from` down `path` in pieces that the operating system takes; what
 /// is left behind is closed at once. `Open` opens one piece. When `longest_piece` is 0 each
@@ -158,33 +144,26 @@ FileContent read_file_in(const FileDescriptor& directory, const std::string& nam
 
 FileContent read_file_below(const std::string& root, std::string_view below,
                             const std::string& name, std::size_t limit, Links on_the_way) {
-  const Blocking waits;
+  if (on_the_way == Links::follow) {
+    return read_file(joined({root, below, name}), Links::refuse, limit);
+  }
   FileDescriptor opened;
-  std::error_code error;
-  if (on_the_way == Links::refuse) {
-    error = open_directory_below(root, below, opened);
-    if (error == std::errc::too_many_symbolic_link_levels) {
-      error = make_error_code(std::errc::not_a_directory);
-    }
-  } else if (const JoinedPath path(root, below, name); path.fits()) {
-    error = open_retrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW, opened);
-    if (!error) return read_regular(opened, limit);
-  } else {
-    error = open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(), PASSING, opened);
-    if (!error && !below.empty()) {
-      error = open_in_pieces(opened, below, PASSING, LONGEST_PIECE, open_retrying);
-    }
+  std::error_code error = open_directory_below(root, below, opened);
+  if (error == std::errc::too_many_symbolic_link_levels) {
+    error = make_error_code(std::errc::not_a_directory);
   }
   if (error) return error;
   return read_file_in(opened, name, limit);
 }
 
-std::variant<FileStatus, std::error_code> status_in(const FileDescriptor& directory,
-                                                    const std::string& name) {
+std::optional<FileStatus> status_in(const FileDescriptor& directory, const std::string& name,
+                                    std::error_code& error) {
   const Blocking waits;
   struct stat status {};
+  error = {};
   if (::fstatat(directory.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return last_error();
+    error = last_error();
+    return std::nullopt;
   }
   const FileType type = S_ISREG(status.st_mode)   ? FileType::regular
                         : S_ISDIR(status.st_mode) ? FileType::directory
@@ -198,10 +177,12 @@ std::error_code open_directory_below(const std::string& root, std::string_view b
   const Blocking waits;
   constexpr int LISTING = O_RDONLY | O_DIRECTORY;
   if (to_root == Links::refuse && !below.empty()) {
-    if (const JoinedPath path(root, below, {}); path.fits()) {
-      const auto error = open_without_links(AT_FDCWD, path.c_str(), LISTING, opened);
-      if (!is_missing_call(error)) return error;
-    }
+    FileDescriptor reached(AT_FDCWD);
+    const std::string whole = joined({root, below});
+    std::string_view left = whole;
+    const auto error = open_in_pieces(reached, left, LISTING, LONGEST_PIECE, open_without_links);
+    if (!error) opened = std::move(reached);
+    if (!is_missing_call(error)) return error;
   }
   FileDescriptor reached;
   auto error = open_retrying(AT_FDCWD, root.empty() ? "." : root.c_str(),
@@ -260,11 +241,11 @@ void Listing::add(const FileDescriptor& directory, const char* name, unsigned ch
   bool is_link = type == DT_LNK;
   bool is_regular = type == DT_REG;
   if (type == DT_UNKNOWN) {
-    const auto status = status_in(directory, name);
-    const auto* known = std::get_if<FileStatus>(&status);
-    is_directory = known != nullptr && known->type == FileType::directory;
-    is_link = known != nullptr && known->type == FileType::link;
-    is_regular = known != nullptr && known->type == FileType::regular;
+    std::error_code error;
+    const auto status = status_in(directory, name, error);
+    is_directory = status && status->type == FileType::directory;
+    is_link = status && status->type == FileType::link;
+    is_regular = status && status->type == FileType::regular;
   }
   if (is_link) {
     struct stat target {};

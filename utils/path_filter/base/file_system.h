@@ -78,10 +78,10 @@ struct FileStatus {
   std::int64_t size;  // in bytes
 };
 
-/// What the file `name` in the directory `directory` is, or why that cannot be told. Of a link, its
-/// own.
-std::variant<FileStatus, std::error_code> status_in(const FileDescriptor& directory,
-                                                    const std::string& name);
+/// What the file `name` in the directory `directory` is; of a link, its own. Absent when it cannot be
+/// told, and then `error` says why.
+std::optional<FileStatus> status_in(const FileDescriptor& directory, const std::string& name,
+                                    std::error_code& error);
 
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is "". The way
 /// from the root may not lead through symbolic links: that fails with

@@ -4,6 +4,7 @@
 #define UTILS_PATH_FILTER_BASE_HASH_H_
 
 #include <cstdint>
+#include <random>
 #include <string_view>
 
 #define XXH_INLINE_ALL
@@ -12,7 +13,10 @@
 namespace path_filter::internal {
 
 /// Random bytes of the system. Throws a std::runtime_error when there are none.
-std::uint64_t random_seed();
+[[gnu::noinline]] inline std::uint64_t random_seed() {
+  std::random_device random;
+  return std::uniform_int_distribution<std::uint64_t>()(random);
+}
 
 /// The seed of every hash, drawn once for the process: names in a repository cannot be
 /// chosen to collide beforehand.

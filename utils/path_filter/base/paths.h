@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -27,6 +28,14 @@ struct SplitPath {
   std::string_view directory;
   std::string_view name;
 };
+
+/// `path` with a "/" for each backslash: itself, or a view into `storage` where it has one.
+inline std::string_view with_slashes(std::string_view path, std::string& storage) {
+  if (path.find('\\') == std::string_view::npos) return path;
+  storage.assign(path);
+  std::ranges::replace(storage, '\\', '/');
+  return storage;
+}
 
 /// The components of `path`, one at a time from the front. "/" is the only
 /// separator; exactly two leading "/" give "//" as the first component, one or three

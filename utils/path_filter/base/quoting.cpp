@@ -50,17 +50,18 @@ std::string in_quotes(std::string_view text, char quote, std::string_view named,
 }  // namespace
 
 bool is_plain(std::string_view text) {
-  constexpr std::uint64_t EACH = 0x0101010101010101;
-  constexpr std::size_t WORD = sizeof EACH;
+  constexpr std::size_t WORD = sizeof EACH_BYTE;
   std::uint64_t odd = 0;  // the highest bit of a byte that is not plain, and of perhaps others
   const auto look_at = [&](std::uint64_t word) {
     // Only a byte that is not ASCII carries into the next, and is found by itself.
-    const auto differs = [&](unsigned char byte) { return (word ^ byte * EACH) + 0x7F * EACH; };
-    odd |= word | ~(word + (0x80 - ' ') * EACH) | (word + (0x80 - 0x7F) * EACH) |
+    const auto differs = [&](unsigned char byte) {
+      return (word ^ byte * EACH_BYTE) + 0x7F * EACH_BYTE;
+    };
+    odd |= word | ~(word + (0x80 - ' ') * EACH_BYTE) | (word + (0x80 - 0x7F) * EACH_BYTE) |
            ~(differs('"') & differs('\\'));
   };
   if (text.size() < WORD) {
-    look_at(word_at(text, 0) | (' ' * EACH << (8 * text.size())));
+    look_at(word_at(text, 0) | (' ' * EACH_BYTE << (8 * text.size())));
   } else {
     for (std::size_t at = 0; at + WORD <= text.size(); at += WORD) look_at(word_at(text, at));
     look_at(word_at(text, text.size() - WORD));

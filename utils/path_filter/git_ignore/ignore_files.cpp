@@ -11,13 +11,6 @@
 
 namespace path_filter {
 
-namespace internal {
-
-/// What a `.git` file begins with that points to a git directory.
-constexpr std::string_view GITDIR_POINTER = "gitdir:";
-
-}  // namespace internal
-
 DecodingError::DecodingError(const std::filesystem::path& path, std::string content,
                              std::size_t position)
     : std::system_error(std::make_error_code(std::errc::illegal_byte_sequence),
@@ -26,6 +19,9 @@ DecodingError::DecodingError(const std::filesystem::path& path, std::string cont
       _position(position) {}
 
 namespace {
+
+/// What a `.git` file begins with that points to a git directory.
+constexpr std::string_view GITDIR_POINTER = "gitdir:";
 
 /// Reads a pointer file of git's, trimmed; absent when it cannot be read.
 std::optional<std::string> read_pointer(const std::filesystem::path& path) {
@@ -73,9 +69,8 @@ std::optional<std::filesystem::path> _git_dir(const std::filesystem::path& root)
   }();
   if (is_directory) return dot_git;
   const auto text = read_pointer(dot_git);
-  if (!text || !text->starts_with(internal::GITDIR_POINTER)) return std::nullopt;
-  return joined(root,
-                internal::trim(std::string_view(*text).substr(internal::GITDIR_POINTER.size())));
+  if (!text || !text->starts_with(GITDIR_POINTER)) return std::nullopt;
+  return joined(root, internal::trim(std::string_view(*text).substr(GITDIR_POINTER.size())));
 }
 
 std::filesystem::path _common_dir(const std::filesystem::path& git_dir) {

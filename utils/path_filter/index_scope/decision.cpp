@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "utils/path_filter/base/paths.h"
 #include "utils/path_filter/base/quoting.h"
 #include "utils/path_filter/base/utf8.h"
 
@@ -49,12 +50,7 @@ bool is_absolute(std::string_view posix) {
 }  // namespace
 
 std::string_view _relative_posix(std::string_view path, std::string& storage) {
-  std::string_view posix = path;
-  if (path.find('\\') != std::string_view::npos) {
-    storage.assign(path);
-    std::ranges::replace(storage, '\\', '/');
-    posix = storage;
-  }
+  const std::string_view posix = internal::with_slashes(path, storage);
   if (is_absolute(posix)) {
     throw std::invalid_argument(internal::quoted(path) + " is not relative to the repository root");
   }
@@ -65,11 +61,7 @@ std::string_view _relative_posix(std::string_view path, std::string& storage) {
 
 std::size_t std::hash<path_filter::Decision>::operator()(
     const path_filter::Decision& decision) const noexcept {
-  const auto combine = [](std::size_t seed, std::size_t value) {
-    return (seed ^ value) * 0x9E3779B97F4A7C15U;
-  };
-  std::size_t result = combine(1, decision.indexable() ? 1 : 0);
-  result = combine(result, decision.kind() ? static_cast<std::size_t>(*decision.kind()) + 1 : 0);
-  result = combine(result, std::hash<std::string_view>{}(decision.reason()));
-  return combine(result, decision.language() ? std::hash<std::string>{}(*decision.language()) : 0);
+  // A scope's decisions differ in these.
+  const std::size_t reason = std::hash<std::string_view>{}(decision.reason());
+  return reason * 31 + std::hash<std::optional<std::string>>{}(decision.language());
 }

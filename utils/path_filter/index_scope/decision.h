@@ -104,11 +104,9 @@ class Decision {
 
 namespace internal {
 
-inline constexpr std::size_t REASON_COUNT = 6;
-
 /// The reason texts of the kinds whose reason is fixed. Those of `size` and `language`
 /// name the file's own size or language and have no entry.
-inline constexpr std::array<std::pair<Exclusion, std::string_view>, REASON_COUNT> REASONS{{
+inline constexpr std::array<std::pair<Exclusion, std::string_view>, 6> REASONS{{
     {Exclusion::directory, "in a directory the index skips"},
     {Exclusion::index_data, "in the index's own data directory (memory/codebase-index)"},
     {Exclusion::unknown_language, "of no language the index reads"},
@@ -116,6 +114,9 @@ inline constexpr std::array<std::pair<Exclusion, std::string_view>, REASON_COUNT
     {Exclusion::minified, "a minified bundle"},
     {Exclusion::gitignore, "ignored by git's ignore rules"},
 }};
+
+/// The fixed reason text of `kind`. Throws std::out_of_range for one without.
+std::string_view reason_of(Exclusion kind);
 
 }  // namespace internal
 
@@ -127,13 +128,6 @@ inline constexpr std::array<std::pair<Exclusion, std::string_view>, REASON_COUNT
 PATH_FILTER_EXPORT std::string_view _relative_posix(std::string_view path, std::string& storage);
 
 }  // namespace path_filter
-
-namespace path_filter::internal {
-
-/// The fixed reason text of `kind`. Throws std::out_of_range for one without.
-std::string_view reason_of(Exclusion kind);
-
-}  // namespace path_filter::internal
 
 template <>
 struct std::hash<path_filter::Decision> {

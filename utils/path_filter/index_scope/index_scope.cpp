@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <utility>
-#include <vector>
 
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/base/paths.h"
@@ -180,55 +179,20 @@ Explanation ScopeState::explain(std::string_view path, FileFacts facts) {
 // --- The fixed directory rules -------------------------------------------------
 
 std::optional<Exclusion> ScopeState::_directory_rule(const Directory& directory) {
+  const auto judge = [&](const Directory& judged, DirectoryRule above) {
+    if (above != DirectoryRule::none || judged.parent == nullptr) return above;
+    const std::string_view parent = judged.parent->name();
+    if (_skips_directory(judged.name(), parent.empty() ? std::nullopt : std::optional(parent))) {
+      return DirectoryRule::directory;
+    }
+    return &judged == _index_data_directory ? DirectoryRule::index_data : DirectoryRule::none;
+  };
   DirectoryRule rule = _directory_rules.find(directory);
   if (rule == DirectoryRule::unknown) {
-    rule = _directory_rules.find_or_make(
-        directory, DirectoryRule::none, [&](const Directory& judged, DirectoryRule above) {
-          if (above != DirectoryRule::none || judged.parent == nullptr) return above;
-          const std::string_view parent = judged.parent->name();
-          if (_skips_directory(judged.name(),
-                               parent.empty() ? std::nullopt : std::optional(parent))) {
-            return DirectoryRule::directory;
-          }
-          return &judged == _index_data_directory ? DirectoryRule::index_data : DirectoryRule::none;
-        });
+    rule = _directory_rules.find_or_make(directory, DirectoryRule::none, judge);
   }
-  switch (rule) {
-    case DirectoryRule::directory:
-      return Exclusion::directory;
-    case DirectoryRule::index_data:
-      return Exclusion::index_data;
-    default:
-      return std::nullopt;
-  }
-}
-
-// --- A directory that has been listed -------------------------------------------
-
-ListedDirectory::ListedDirectory(ScopeState& scope, const Directory& directory,
-                                 std::string_view rel_dir, const IgnoreFileReader& read)
-    : _scope(&scope), _verdicts(scope.verdicts()), _directory(&directory) {
-  if (rel_dir.find('\\') == std::string_view::npos) _verdicts->learn(rel_dir, directory, read);
-}
-
-// A backslash in a name separates components for a question, but not on disk. Such a path
-// does not lie where its text says, and what lies there may be a link: it is answered from
-// rules that were read without following one, and leaves nothing in those of the others.
-
-Decision ListedDirectory::decide(std::string_view path, FileFacts facts) const {
-  std::string storage;
-  const std::string_view posix = _relative_posix(path, storage);
-  if (posix.data() == path.data()) return _scope->decide(path, *_directory, *_verdicts, facts);
-  return _scope->decide(posix, _scope->directory_of(posix), _verdicts->without_links(), facts);
-}
-
-std::optional<Exclusion> ListedDirectory::exclusion_of_directory(std::string_view path,
-                                                                 const Directory& below) const {
-  std::string storage;
-  const std::string_view posix = _relative_posix(path, storage);
-  if (posix.data() == path.data()) return _scope->exclusion_of_directory(path, below, *_verdicts);
-  return _scope->exclusion_of_directory(posix, _scope->directories()[posix],
-                                        _verdicts->without_links());
+  if (rule == DirectoryRule::none) return std::nullopt;
+  return rule == DirectoryRule::directory ? Exclusion::directory : Exclusion::index_data;
 }
 
 }  // namespace internal

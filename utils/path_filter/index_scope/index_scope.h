@@ -93,8 +93,6 @@ struct Explanation {
   std::optional<IgnoreRule> rule = std::nullopt;
 };
 
-class DirectoryLister;
-class ScopeDirectory;
 class Walk;
 
 /// Told of each directory that a walk cannot list; the error carries the operating

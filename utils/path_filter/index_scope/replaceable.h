@@ -27,10 +27,8 @@ class Replaceable {
 
   explicit Replaceable(const std::shared_ptr<Value>& value) { replace(value); }
 
-  std::shared_ptr<Value> take() const { return take(running_place() % SLOTS); }
-
-  /// The same through a slot of the caller's choice.
-  std::shared_ptr<Value> take(std::size_t number) const {
+  /// The value, through a slot that few others use at the same time.
+  std::shared_ptr<Value> take(std::size_t number = running_place() % SLOTS) const {
     Slot& slot = _slots[number];
     const std::lock_guard hold(slot.lock);
     return slot.value;

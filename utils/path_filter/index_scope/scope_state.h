@@ -66,31 +66,6 @@ class ScopeState {
   Replaceable<IgnoreVerdicts> _verdicts;
 };
 
-/// A directory whose entries the caller has listed, and the scope's answers about them: for
-/// less than the scope's questions cost, and without looking for an ignore file that is not
-/// there. All are by one state of the ignore rules, the one of when this was made.
-class ListedDirectory {
- public:
-  /// The directory at `rel_dir`, a path as it is on disk. `read` must not follow links below the
-  /// root; it is called here, for the directories on the way whose ignore file this state of the
-  /// rules has not read yet.
-  ListedDirectory(ScopeState& scope, const Directory& directory, std::string_view rel_dir,
-                  const IgnoreFileReader& read);
-
-  /// What is_indexable answers about the file at `path`, which lies in this directory.
-  Decision decide(std::string_view path, FileFacts facts = {}) const;
-
-  /// The kind of rule by which admits_directory refuses `below`, which lies in this directory at
-  /// `path`; absent when it admits it.
-  std::optional<Exclusion> exclusion_of_directory(std::string_view path,
-                                                  const Directory& below) const;
-
- private:
-  ScopeState* _scope;
-  std::shared_ptr<IgnoreVerdicts> _verdicts;
-  const Directory* _directory;
-};
-
 }  // namespace path_filter::internal
 
 #endif  // UTILS_PATH_FILTER_INDEX_SCOPE_SCOPE_STATE_H_

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
-#include <variant>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/file_system.h"
@@ -56,8 +55,9 @@ struct DirectoryLister::State {
   std::error_code open(const Directory& directory);
   std::error_code open_from_root();
   bool go_back_to(const Directory* directory);
-  void judge();
+  void learn_rules();
   internal::FileContent read_ignore_file(std::string_view rel_dir) const;
+  std::optional<Exclusion> exclusion_of_directory(const Directory& directory) const;
   bool admits(const Directory& directory, bool is_link);
   void fail(std::error_code error, std::string_view rel_path);
   std::string_view listed_path() const { return std::string_view(_path).substr(0, _path_size); }
@@ -73,7 +73,7 @@ struct DirectoryLister::State {
   std::string _path;           // its path, with "/" at its end, and then an entry's name
   std::size_t _path_size = 0;  // bytes of _path that are the directory, without that "/"
   std::size_t _prefix = 0;     // with it
-  std::optional<internal::ListedDirectory> _listed;  // absent: unjudged
+  std::shared_ptr<IgnoreVerdicts> _verdicts;  // for all that is in it; null: unjudged
   internal::Listing _listing;
   std::size_t _next_file = 0;
   std::vector<const Directory*> _subdirectories;
@@ -91,7 +91,7 @@ bool DirectoryLister::State::list(const Directory& directory, bool judged) {
     return false;
   }
   try {
-    if (judged) judge();
+    if (judged) learn_rules();
     for (std::size_t index = 0; index < _listing.size(); ++index) {
       const auto entry = _listing[index];
       if (!entry.is_directory) continue;
@@ -113,7 +113,7 @@ bool DirectoryLister::State::list(const Directory& directory, bool judged) {
 }
 
 void DirectoryLister::State::clear() {
-  _listed.reset();
+  _verdicts.reset();
   _listing.clear();
   _next_file = 0;
   _subdirectories.clear();
@@ -193,9 +193,26 @@ std::error_code DirectoryLister::State::open_from_root() {
 
 // --- What is in it -------------------------------------------------------------------
 
-void DirectoryLister::State::judge() {
-  _listed.emplace(_scope, *_directory, listed_path(),
-                  [this](std::string_view rel_dir) { return read_ignore_file(rel_dir); });
+// A backslash in a name separates components for a question, but not on disk. Such a path
+// does not lie where its text says, and what lies there may be a link: it is answered from
+// rules that were read without following one, and leaves nothing in those of the others.
+
+/// Reads the ignore files on the way that this state of the rules does not know yet.
+void DirectoryLister::State::learn_rules() {
+  _verdicts = _scope.verdicts();
+  if (listed_path().find('\\') != std::string_view::npos) return;
+  _verdicts->learn(listed_path(), *_directory,
+                   [this](std::string_view rel_dir) { return read_ignore_file(rel_dir); });
+}
+
+/// The kind of rule by which the scope refuses `directory`, which _path names.
+std::optional<Exclusion> DirectoryLister::State::exclusion_of_directory(
+    const Directory& directory) const {
+  std::string storage;
+  const std::string_view posix = _relative_posix(_path, storage);
+  if (storage.empty()) return _scope.exclusion_of_directory(posix, directory, *_verdicts);
+  return _scope.exclusion_of_directory(posix, _scope.directories()[posix],
+                                       _verdicts->without_links());
 }
 
 /// The ignore file of the directory that is open, as its listing has it; or that of one
@@ -215,7 +232,7 @@ internal::FileContent DirectoryLister::State::read_ignore_file(std::string_view 
 bool DirectoryLister::State::admits(const Directory& directory, bool is_link) {
   std::optional<Exclusion> kind;
   try {
-    kind = _listed->exclusion_of_directory(_path, directory);
+    kind = exclusion_of_directory(directory);
   } catch (const std::invalid_argument&) {
     // With its backslashes read as separators the name is an absolute path, about
     // which nothing can be asked. A stranger's directory must not end the walk.
@@ -266,7 +283,14 @@ const std::string* DirectoryLister::next_file() {
 }
 
 Decision DirectoryLister::decide(FileFacts facts) const {
-  return _state->_listed->decide(_state->_path, facts);
+  const State& state = *_state;
+  std::string storage;
+  const std::string_view path = _relative_posix(state._path, storage);
+  if (storage.empty()) {
+    return state._scope.decide(path, *state._directory, *state._verdicts, facts);
+  }
+  return state._scope.decide(path, state._scope.directory_of(path),
+                             state._verdicts->without_links(), facts);
 }
 
 bool DirectoryLister::is_regular_file() const {
@@ -274,10 +298,9 @@ bool DirectoryLister::is_regular_file() const {
 }
 
 std::optional<std::int64_t> DirectoryLister::file_size(std::error_code& error) const {
-  const auto status = internal::status_in(_state->_opened, _state->_path.substr(_state->_prefix));
-  const auto* failed = std::get_if<std::error_code>(&status);
-  error = failed != nullptr ? *failed : std::error_code();
-  return failed != nullptr ? std::nullopt : std::optional(std::get<0>(status).size);
+  const std::string name = _state->_path.substr(_state->_prefix);
+  const auto status = internal::status_in(_state->_opened, name, error);
+  return status ? std::optional(status->size) : std::nullopt;
 }
 
 // --- The walk ----------------------------------------------------------------------

@@ -16,6 +16,21 @@ constexpr TextTable always_skipped(ALWAYS_SKIP_DIRS);
 constexpr TextTable allowed_hidden(ALLOWED_HIDDEN_DIRS);
 constexpr TextTable allowed_in_github(GITHUB_ALLOWED_SUBDIRS);
 
+struct Constants {
+  language_registry::TextSet test_dir_names;
+  std::vector<std::string> test_file_globs;
+};
+
+const Constants& constants() {
+  static const Constants loaded = [] {
+    internal::loaded_logger();
+    // Asked once: a registry may return another object each time.
+    const auto globs = LANGUAGES.test_file_globs();
+    return Constants{LANGUAGES.test_dir_names(), {globs.begin(), globs.end()}};
+  }();
+  return loaded;
+}
+
 }  // namespace
 
 bool _skips_directory(std::string_view name, std::optional<std::string_view> parent_name) {
@@ -47,25 +62,6 @@ bool should_skip_path(PathArgument path) {
 }
 
 bool is_indexable_path(PathArgument path) { return !should_skip_path(path); }
-
-namespace {
-
-struct Constants {
-  language_registry::TextSet test_dir_names;
-  std::vector<std::string> test_file_globs;
-};
-
-const Constants& constants() {
-  static const Constants loaded = [] {
-    internal::loaded_logger();
-    // Asked once: a registry may return another object each time.
-    const auto globs = LANGUAGES.test_file_globs();
-    return Constants{LANGUAGES.test_dir_names(), {globs.begin(), globs.end()}};
-  }();
-  return loaded;
-}
-
-}  // namespace
 
 void load() { constants(); }
 

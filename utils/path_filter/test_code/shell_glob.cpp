@@ -1,6 +1,5 @@
 #include "utils/path_filter/test_code/shell_glob.h"
 
-#include <array>
 #include <cstddef>
 
 #include "utils/path_filter/base/utf8.h"
@@ -11,12 +10,7 @@ namespace {
 
 /// Whether a character of a pattern can be more than itself, or belong to what is.
 bool is_special(char character) {
-  static constexpr auto SPECIAL = [] {
-    std::array<bool, 256> special{};
-    for (const char byte : {'*', '?', '[', ']'}) special[static_cast<unsigned char>(byte)] = true;
-    return special;
-  }();
-  return SPECIAL[static_cast<unsigned char>(character)];
+  return character == '*' || character == '?' || character == '[' || character == ']';
 }
 
 /// Matches `code` against the set whose inside is `set` ("!" included).

@@ -1,6 +1,5 @@
 #include "utils/path_filter/test_code/test_code.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -27,14 +26,8 @@ bool is_code(std::string_view tier) {
 }  // namespace
 
 bool is_test_path(PathArgument argument) {
-  std::string_view path = argument;
-  std::string posix;
-  if (path.find('\\') != std::string_view::npos) {
-    posix.assign(path);
-    std::ranges::replace(posix, '\\', '/');
-    path = posix;
-  }
-
+  std::string storage;
+  const std::string_view path = internal::with_slashes(argument, storage);
   const std::string_view name = internal::last_component(path);
   const language_registry::LanguageRecord* language = LANGUAGES.classify(name);
   if (language == nullptr || !is_code(language->tier)) return false;

@@ -61,15 +61,6 @@ Argument path_argument(sqlite3_value* value) {
   return std::string_view(static_cast<const char*>(bytes), size);
 }
 
-}  // namespace
-
-bool _sql_is_test_path(Argument path) {
-  if (path && path->size() > internal::SQL_LONGEST_REMEMBERED) return is_test_path(*path);
-  return memo().answer(path, [&] { return path && !path->empty() && is_test_path(*path); });
-}
-
-namespace {
-
 // Called by SQLite, which is C: no exception may leave it.
 extern "C" void sql_function(sqlite3_context* context, int /*argument_count*/,
                              sqlite3_value** arguments) {
@@ -85,6 +76,11 @@ extern "C" void sql_function(sqlite3_context* context, int /*argument_count*/,
 }
 
 }  // namespace
+
+bool _sql_is_test_path(Argument path) {
+  if (path && path->size() > internal::SQL_LONGEST_REMEMBERED) return is_test_path(*path);
+  return memo().answer(path, [&] { return path && !path->empty() && is_test_path(*path); });
+}
 
 void register_path_functions(sqlite3* connection) {
   if (connection == nullptr) throw std::invalid_argument("register_path_functions: no connection");
