@@ -303,7 +303,7 @@ int run(int argc, char** argv) {
   auto* report_command =
       app.add_subcommand("report", "Write a web page that shows what is in and out");
   add_directory(*report_command, report.settings);
-  report_command->add_option("-o,--output", report.file, "Write to FILE, not to standard output")
+  report_command->add_option("-o,--output", report.file, "Write to FILE; -: standard output")
       ->type_name("FILE")
       ->take_last();
   add_limits(*report_command, report.settings);

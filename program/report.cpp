@@ -27,6 +27,7 @@ namespace program {
 
 using path_filter::Exclusion;
 using path_filter::Explanation;
+using path_filter::internal::FileDescriptor;
 
 namespace {
 
@@ -101,38 +102,75 @@ std::string now() {
   return text.data();
 }
 
-std::system_error failure(const std::string& file) {
-  return {errno, std::generic_category(), "cannot write " + printable(file)};
-}
+/// The file that a page goes to. One that is there keeps its mode, its owner and all links to it.
+class PageFile {
+ public:
+  /// Throws std::system_error at once when the page could not be written later.
+  explicit PageFile(const std::string& file)
+      : _file(file), _target(file), _opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC)) {
+    if (is_open()) return;
+    if (errno != ENOENT) throw failure();
+    while (is_symlink(_target)) _target = _target.parent_path() / read_symlink(_target);
+    _directory = _target.has_parent_path() ? _target.parent_path() : ".";
+    if (::access(_directory.c_str(), W_OK | X_OK) != 0) throw failure();
+  }
 
-/// Writes `text` to a file that is there whole or as it was before; into what is no regular
-/// file, a device or a pipe, as it is. Throws std::system_error.
-void write_file(const std::string& file, std::string_view text) {
-  using path_filter::internal::FileDescriptor;
-  std::error_code unknown;
-  const auto status = std::filesystem::status(file, unknown);
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    const FileDescriptor opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
-    if (!opened.is_open()) throw failure(file);
-    if (!write_all(opened.number(), text)) throw failure(file);
-    return;
+  int number() const { return _opened.number(); }
+
+  /// Writes the page. When there is no room for it all is as it was. Throws std::system_error.
+  void write(std::string_view page) const {
+    if (!(is_open() ? overwrite(page) : create(page))) throw failure();
   }
-  // A link stays one: what it leads to is written.
-  const auto resolved = std::filesystem::weakly_canonical(file, unknown);
-  const std::string target = unknown ? file : resolved.native();
-  const std::string unfinished = target + "." + nonce().substr(0, 8);
-  const FileDescriptor opened(
-      ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!opened.is_open()) throw failure(file);
-  try {
-    if (!write_all(opened.number(), text) || std::rename(unfinished.c_str(), target.c_str()) != 0) {
-      throw failure(file);
+
+ private:
+  bool is_open() const { return _opened.is_open(); }
+
+  std::system_error failure() const {
+    return {errno, std::generic_category(), "cannot write " + printable(_file)};
+  }
+
+  bool overwrite(std::string_view page) const {
+    struct stat status {};
+    if (::fstat(number(), &status) != 0) return false;
+    if (!S_ISREG(status.st_mode)) return write_all(number(), page);
+    const auto size = static_cast<off_t>(page.size());
+    const int code = ::posix_fallocate(number(), 0, size);
+    if (code != 0 && code != EINVAL && code != EOPNOTSUPP) {  // not every file system can tell
+      const bool restored = ::ftruncate(number(), status.st_size) == 0;
+      if (restored) errno = code;
+      return false;
     }
-  } catch (...) {
-    ::unlink(unfinished.c_str());
-    throw;
+    return write_all(number(), page) && ::ftruncate(number(), size) == 0;
   }
-}
+
+  bool create(std::string_view page) const {
+#if defined(O_TMPFILE) && !defined(PATH_FILTER_POSIX_ONLY)
+    // It has no name until it is whole: nothing is left of it when the program is killed.
+    const FileDescriptor nameless(
+        ::open(_directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+    if (nameless.is_open()) {
+      if (!write_all(nameless.number(), page)) return false;
+      const std::string link = "/proc/self/fd/" + std::to_string(nameless.number());
+      if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, _target.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        return true;
+      }
+    }
+#endif
+    const FileDescriptor named(
+        ::open(_target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!named.is_open()) return false;
+    if (write_all(named.number(), page)) return true;
+    const int code = errno;
+    ::unlink(_target.c_str());
+    errno = code;
+    return false;
+  }
+
+  std::string _file;
+  std::filesystem::path _target;  // where links at the end of it lead
+  std::filesystem::path _directory;
+  FileDescriptor _opened;  // not of one that is to be made
+};
 
 /// What decided about a file that is left out, where that is more than its name and kind.
 std::string decider_of(const SurveyedFile& file, const Repository& repository) {
@@ -154,6 +192,15 @@ std::string decider_of(const PrunedDirectory& directory, const Repository& repos
 int write_report(const ReportOptions& options) {
   if (report::LIBRARY.empty()) {
     throw UsageError("this path-filter was built without 'report': d3-hierarchy was missing");
+  }
+  if (options.file && options.file->empty()) {
+    throw UsageError("report: --output: '' is no name of a file");
+  }
+  std::optional<PageFile> target;
+  if (options.file && *options.file != "-") target.emplace(*options.file);
+  if (::isatty(target ? target->number() : STDOUT_FILENO) == 1) {
+    throw UsageError(
+        "report: a page is no text for a terminal\nTry 'path-filter report -o report.html'.");
   }
   const Place place = find_place(options.settings.directory, options.settings.root);
   const Repository repository(place.root, read_limits(options.settings));
@@ -196,8 +243,8 @@ int write_report(const ReportOptions& options) {
                                                  {"library", report::LIBRARY},
                                                  {"notice", html_text(report::LIBRARY_NOTICE)},
                                                  {"script", report::SCRIPT}});
-  if (options.file) {
-    write_file(*options.file, page);
+  if (target) {
+    target->write(page);
   } else {
     Output output;
     output << page;
