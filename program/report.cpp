@@ -35,35 +35,13 @@ report::Verdict verdict_of(Exclusion kind) {
   return static_cast<report::Verdict>(2 + static_cast<unsigned>(kind));
 }
 
-/// `json` as it can stand inside a script element: nothing in it ends the element.
-std::string script_json(const Json& json) {
-  const std::string plain = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+/// `plain` with other texts for some characters.
+std::string escaped(std::string_view plain, const std::map<char, std::string_view>& escapes) {
   std::string text;
   text.reserve(plain.size());
-  std::size_t begin = 0;
-  const auto replace = [&](std::size_t at, std::size_t size, std::string_view escape) {
-    text.append(plain, begin, at - begin).append(escape);
-    begin = at + size;
-  };
-  for (std::size_t at = 0; at < plain.size(); ++at) {
-    if (plain[at] == '<') replace(at, 1, "\\u003c");
-    if (plain[at] != '\xE2') continue;
-    if (plain.compare(at, 3, "\u2028") == 0) replace(at, 3, "\\u2028");
-    if (plain.compare(at, 3, "\u2029") == 0) replace(at, 3, "\\u2029");
-  }
-  return text.append(plain, begin);
-}
-
-std::string html_text(std::string_view plain) {
-  std::string text;
   for (const char character : plain) {
-    if (character == '<') {
-      text += "&lt;";
-    } else if (character == '&') {
-      text += "&amp;";
-    } else {
-      text += character;
-    }
+    const auto escape = escapes.find(character);
+    escape == escapes.end() ? text += character : text += escape->second;
   }
   return text;
 }
@@ -71,13 +49,10 @@ std::string html_text(std::string_view plain) {
 /// What only the page itself can know, so that nothing else that gets into it can run.
 std::string nonce() {
   std::random_device random;
-  std::string text;
-  std::array<char, 9> digits{};
-  for (int round = 0; round < 4; ++round) {
-    std::snprintf(digits.data(), digits.size(), "%08x", random());
-    text += digits.data();
-  }
-  return text;
+  std::array<char, 33> digits{};
+  std::snprintf(digits.data(), digits.size(), "%08x%08x%08x%08x", random(), random(), random(),
+                random());
+  return digits.data();
 }
 
 /// `pattern` with the parts in place of their names in double braces.
@@ -118,9 +93,7 @@ class PageFile {
   int number() const { return _opened.number(); }
 
   /// Writes the page. When there is no room for it all is as it was. Throws std::system_error.
-  void write(std::string_view page) const {
-    if (!(is_open() ? overwrite(page) : create(page))) throw failure();
-  }
+  void write(std::string_view page) const { is_open() ? overwrite(page) : create(page); }
 
  private:
   bool is_open() const { return _opened.is_open(); }
@@ -129,41 +102,39 @@ class PageFile {
     return {errno, std::generic_category(), "cannot write " + printable(_file)};
   }
 
-  bool overwrite(std::string_view page) const {
+  void overwrite(std::string_view page) const {
     struct stat status {};
-    if (::fstat(number(), &status) != 0) return false;
-    if (!S_ISREG(status.st_mode)) return write_all(number(), page);
+    const bool is_regular = ::fstat(number(), &status) == 0 && S_ISREG(status.st_mode);
     const auto size = static_cast<off_t>(page.size());
-    const int code = ::posix_fallocate(number(), 0, size);
+    const int code = is_regular ? ::posix_fallocate(number(), 0, size) : 0;
     if (code != 0 && code != EINVAL && code != EOPNOTSUPP) {  // not every file system can tell
-      const bool restored = ::ftruncate(number(), status.st_size) == 0;
-      if (restored) errno = code;
-      return false;
+      if (::ftruncate(number(), status.st_size) == 0) errno = code;
+      throw failure();
     }
-    return write_all(number(), page) && ::ftruncate(number(), size) == 0;
+    if (!write_all(number(), page)) throw failure();
+    if (is_regular && ::ftruncate(number(), size) != 0) throw failure();
   }
 
-  bool create(std::string_view page) const {
+  void create(std::string_view page) const {
 #if defined(O_TMPFILE) && !defined(PATH_FILTER_POSIX_ONLY)
     // It has no name until it is whole: nothing is left of it when the program is killed.
     const FileDescriptor nameless(
         ::open(_directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
     if (nameless.is_open()) {
-      if (!write_all(nameless.number(), page)) return false;
+      if (!write_all(nameless.number(), page)) throw failure();
       const std::string link = "/proc/self/fd/" + std::to_string(nameless.number());
       if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, _target.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-        return true;
+        return;
       }
     }
 #endif
     const FileDescriptor named(
         ::open(_target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!named.is_open()) return false;
-    if (write_all(named.number(), page)) return true;
-    const int code = errno;
+    if (!named.is_open()) throw failure();
+    if (write_all(named.number(), page)) return;
+    const std::system_error problem = failure();
     ::unlink(_target.c_str());
-    errno = code;
-    return false;
+    throw problem;
   }
 
   std::string _file;
@@ -236,12 +207,15 @@ int write_report(const ReportOptions& options) {
   data["complete"] = status == 0;
 
   const std::string secret = nonce();
-  const std::string json = script_json(data);
+  // Nothing in it ends the element of the page that it stands in.
+  const std::string json =
+      escaped(data.dump(-1, ' ', false, Json::error_handler_t::replace), {{'<', "\\u003c"}});
+  const std::string notice = escaped(report::LIBRARY_NOTICE, {{'<', "&lt;"}, {'&', "&amp;"}});
   const std::string page = filled(report::PAGE, {{"nonce", secret},
                                                  {"style", report::STYLE},
                                                  {"data", json},
                                                  {"library", report::LIBRARY},
-                                                 {"notice", html_text(report::LIBRARY_NOTICE)},
+                                                 {"notice", notice},
                                                  {"script", report::SCRIPT}});
   if (target) {
     target->write(page);

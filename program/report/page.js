@@ -28,24 +28,10 @@ const facts = data.facts.map(([verdict, language, form, decider]) => ({
 }));
 const factOf = (box) => facts[boxFacts[box]];
 
-/** Where the parts of each directory begin in one row of all; `sizes` are their numbers. */
-function beginnings(sizes) {
-  const begins = new Uint32Array(DIRECTORIES + 1);
-  for (let at = 0; at < DIRECTORIES; ++at) begins[at + 1] = begins[at] + sizes[at];
-  return begins;
-}
-
-const firstBox = beginnings(data.directories.boxes);
-const childCounts = new Uint32Array(DIRECTORIES);
-for (let at = 1; at < DIRECTORIES; ++at) ++childCounts[parents[at]];
-const firstChild = beginnings(childCounts);
-const children = new Uint32Array(DIRECTORIES);
-{
-  const next = firstChild.slice();
-  for (let at = 1; at < DIRECTORIES; ++at) children[next[parents[at]]++] = at;
-}
-const childrenOf = (directory) =>
-  children.subarray(firstChild[directory], firstChild[directory + 1]);
+const firstBox = [0]; // of each directory, and the end of the last one's
+for (const count of data.directories.boxes) firstBox.push(firstBox.at(-1) + count);
+const children = parents.map(() => []);
+for (let at = 1; at < DIRECTORIES; ++at) children[parents[at]].push(at);
 
 const directoryOf = new Uint32Array(boxNames.length); // each box
 for (let at = 0; at < DIRECTORIES; ++at) directoryOf.fill(at, firstBox[at], firstBox[at + 1]);
@@ -205,7 +191,7 @@ function partsOf({ type, directory }, least) {
     part.bytes += bytes;
     part.value = part[state.measure];
   };
-  for (const child of isPruned ? [] : childrenOf(directory)) {
+  for (const child of isPruned ? [] : children[directory]) {
     const part = { type: "directory", directory: child };
     part.value = valueOf(part);
     if (part.value >= least) parts.push(part);
@@ -545,7 +531,7 @@ function directoryAt(address) {
   let directory = 0;
   try {
     for (const name of address.slice(2).split("/").map(decodeURIComponent)) {
-      const found = childrenOf(directory).find((child) => directoryNames[child] === name);
+      const found = children[directory].find((child) => directoryNames[child] === name);
       if (found === undefined) break;
       directory = found;
     }
@@ -720,7 +706,7 @@ function fillDirectoryTable() {
     // What a directory holds itself is what its subdirectories do not.
     const value = (numbers, first, end = first + 1) =>
       sum(numbers, directory, first, end) - (own
-        ? childrenOf(directory).reduce((all, child) => all + sum(numbers, child, first, end), 0) : 0);
+        ? children[directory].reduce((all, child) => all + sum(numbers, child, first, end), 0) : 0);
     const [production, test] = [value(bytes, 0), value(bytes, 1)];
     const button = element("button", { type: "button", onclick: enter }, element("bdi", {}, name));
     button.disabled = own;
@@ -729,7 +715,7 @@ function fillDirectoryTable() {
       cell(grouped(value(files, 1))), wideCell(readableSize(test)),
       shareCell(test, production + test), cell(grouped(value(files, FIRST_LEFT_OUT, COLUMNS))));
   };
-  const order = [...childrenOf(state.directory)]
+  const order = children[state.directory]
     .map((child) => ({ child, size: sum(bytes, child, 0, FIRST_LEFT_OUT) }))
     .sort((a, b) => b.size - a.size);
   const lines = order.slice(0, MOST).map(({ child }) =>
@@ -796,7 +782,7 @@ function showResults() {
   byId("found").textContent = text === "" ? ""
     : `${counted(found.length, "result")}${found.length > MOST ? `, ${MOST} are shown` : ""}` +
       (unnamed === 0 ? "" : `; not searched: ${counted(unnamed, "file")} in directories left out ` +
-        "whole or drawn together, whose names are not in this page");
+        `whole${data.merged.boxes > 0 ? " or drawn together" : ""}, which have no names here`);
   byId("results").replaceChildren(...found.slice(0, MOST).map(({ directory, box }) => {
     const choose = () => {
       if (state.filter !== null) setFilter(null);
