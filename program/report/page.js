@@ -62,9 +62,8 @@ function countTree(matches) {
 
 /** The sum over the columns from `first` to before `end`; `numbers` are files or bytes. */
 function sum(numbers, directory, first = 0, end = COLUMNS) {
-  let total = 0;
-  for (let column = first; column < end; ++column) total += numbers[directory * COLUMNS + column];
-  return total;
+  const row = directory * COLUMNS;
+  return numbers.subarray(row + first, row + end).reduce((total, number) => total + number, 0);
 }
 
 // --- Texts.
@@ -561,8 +560,9 @@ addEventListener("hashchange", () => {
 function showTrail() {
   const [FIRST, LAST] = [2, 5];
   const items = [];
-  for (let at = state.directory; at !== 0; at = parents[at]) items.unshift({ directory: at });
-  items.unshift({ directory: 0 });
+  for (let at = state.directory; at !== 0; at = parents[at]) items.push({ directory: at });
+  items.push({ directory: 0 });
+  items.reverse();
   if (items.length > FIRST + LAST + 1) {
     items.splice(FIRST, items.length - FIRST - LAST, { hidden: items.length - FIRST - LAST });
   }
@@ -781,8 +781,8 @@ function showResults() {
   const { found, unnamed } = text === "" ? { found: [], unnamed: 0 } : search(text);
   byId("found").textContent = text === "" ? ""
     : `${counted(found.length, "result")}${found.length > MOST ? `, ${MOST} are shown` : ""}` +
-      (unnamed === 0 ? "" : `; not searched: ${counted(unnamed, "file")} in directories left out ` +
-        `whole${data.merged.boxes > 0 ? " or drawn together" : ""}, which have no names here`);
+      (unnamed === 0 ? "" : `; this page has no names of ${counted(unnamed, "file")} in ` +
+        `directories left out whole${data.merged.boxes > 0 ? " or drawn together" : ""}`);
   byId("results").replaceChildren(...found.slice(0, MOST).map(({ directory, box }) => {
     const choose = () => {
       if (state.filter !== null) setFilter(null);
