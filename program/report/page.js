@@ -23,9 +23,8 @@ const WHOLE = VERDICTS; // the column of what lies in directories that are left 
 const COLUMNS = VERDICTS + 1; // one for each verdict of what does not
 
 // What boxes have in common: the verdict, the language, the form, what decided.
-const facts = data.facts.map(([verdict, language, form, decider]) => ({
-  verdict, language, isPruned: form % 2 === 1, isSeveral: form > 1, decider: data.deciders[decider],
-}));
+const facts = data.facts.map(([verdict, language, isPruned, decider, isSeveral]) =>
+  ({ verdict, language, isPruned, isSeveral, decider: data.deciders[decider] }));
 const factOf = (box) => facts[boxFacts[box]];
 
 const firstBox = [0]; // of each directory, and the end of the last one's

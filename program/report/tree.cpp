@@ -18,12 +18,6 @@ constexpr std::size_t MOST_LARGEST = 20;
 
 bool is_in(Verdict verdict) { return verdict < 2; }
 
-bool is_pruned(Form form) {
-  return form == Form::pruned_directory || form == Form::pruned_directories;
-}
-
-bool is_several(Form form) { return form == Form::files || form == Form::pruned_directories; }
-
 Json json_of(std::string_view name, const Count& count) {
   return {{"name", name}, {"files", count.files}, {"bytes", count.bytes}};
 }
@@ -76,7 +70,7 @@ void Tree::add(std::string_view path, Form form, Verdict verdict, std::string_vi
   const std::size_t slash = path.rfind('/');
   const std::uint32_t directory =
       directory_at(slash == path.npos ? std::string_view() : path.substr(0, slash));
-  const Fact fact{verdict, _languages.number(language), form, _deciders.number(decider)};
+  const Fact fact{verdict, _languages.number(language), form, _deciders.number(decider), false};
   const Box& box = _directories[directory].boxes.emplace_back(
       Box{std::string(path.substr(slash + 1)), number(fact), count});  // npos + 1 is 0
   ++_boxes;
@@ -106,10 +100,10 @@ void Tree::fit() {
   drop_all_but(homes);
 }
 
-/// Which of the things of a directory may become one box: those of one verdict, files or not.
+/// Which of the things of a directory may become one box: those of one verdict and form.
 std::size_t Tree::group(const Box& box) const {
   const Fact& fact = _facts[box.fact];
-  return 2 * fact.verdict + (is_pruned(fact.form) ? 1 : 0);
+  return 2U * fact.verdict + static_cast<std::size_t>(fact.form);
 }
 
 /// For each directory the one that has its boxes in the end: itself, or the nearest one above
@@ -197,14 +191,14 @@ void Tree::merge(const std::vector<std::uint32_t>& homes) {
       const Fact& other = _facts[several.fact];
       if (fact.language != other.language) fact.language = 0;
       if (fact.decider != other.decider) fact.decider = 0;
-      fact.form = is_pruned(fact.form) ? Form::pruned_directories : Form::files;
+      fact.is_several = true;
       if (!is_first) several.count.add(box.count);
       several.name.clear();
       several.fact = number(fact);
     }
   }
   for (auto& [key, box] : merged) {
-    single += is_several(_facts[box.fact].form) ? 0 : 1;
+    single += _facts[box.fact].is_several ? 0 : 1;
     _directories[key.first].boxes.push_back(std::move(box));
   }
   _merged_boxes = _boxes - single;
@@ -249,7 +243,8 @@ Json Tree::json() const {
   }
   Json facts = Json::array();
   for (const Fact& fact : _facts) {
-    facts.push_back({fact.verdict, fact.language, static_cast<int>(fact.form), fact.decider});
+    facts.push_back({fact.verdict, fact.language, fact.form == Form::pruned_directory, fact.decider,
+                     fact.is_several});
   }
   Json largest = Json::array();
   for (const Large& large : _largest) {
@@ -268,7 +263,7 @@ Json Tree::json() const {
     parents.push_back(directory.parent);
     box_counts.push_back(directory.boxes.size());
     for (const Box& box : directory.boxes) {
-      if (_facts[box.fact].form != Form::file) files.push_back({names.size(), box.count.files});
+      if (box.count.files != 1) files.push_back({names.size(), box.count.files});
       names.push_back(column(box.name));
       bytes.push_back(box.count.bytes);
       box_facts.push_back(box.fact);

@@ -22,8 +22,8 @@ namespace program::report {
 using Verdict = std::uint8_t;
 inline constexpr std::size_t VERDICT_COUNT = 2 + path_filter::ALL_EXCLUSIONS.size();
 
-/// What is drawn as one box: one thing, or several of a kind.
-enum class Form : std::uint8_t { file, pruned_directory, files, pruned_directories };
+/// What is counted as one thing.
+enum class Form : std::uint8_t { file, pruned_directory };
 
 /// A tree as it is found: the contents of a directory are added one after the other, and those
 /// of its subdirectories after them. No operation takes more stack for a deeper tree.
@@ -52,6 +52,7 @@ class Tree {
     std::uint32_t language;
     Form form;
     std::uint32_t decider;
+    bool is_several;  // things of this form in one box
     auto operator<=>(const Fact&) const = default;
   };
   struct Box {
