@@ -64,11 +64,12 @@ int summarize(const SummaryOptions& options);
 
 struct ReportOptions {
   Settings settings;
-  std::optional<std::string> file;  // absent: standard output
+  std::optional<std::string> file;  // absent or "-": standard output
 };
 
-/// Writes a page that shows all that is in and out. Exit status as for `list`. Throws UsageError
-/// when the program was built without it.
+/// Writes a page that shows all that is in and out, at the end. Exit status as for `list`. Throws
+/// UsageError when the program was built without it or the page would go to a terminal, and
+/// std::system_error, before anything is read, when the file cannot be written.
 int write_report(const ReportOptions& options);
 
 struct RegistryOptions {

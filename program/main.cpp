@@ -374,7 +374,7 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
   auto* report_command =
       app.add_subcommand("report", "Write a web page that shows what is in and out");
   add_directory(*report_command, report.settings);
-  report_command->add_option("-o,--output", report.file, "Write to FILE, not to standard output")
+  report_command->add_option("-o,--output", report.file, "Write to FILE; -: standard output")
       ->type_name("FILE");
   add_limits(*report_command, report.settings);
 

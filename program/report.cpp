@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -27,6 +28,7 @@ namespace program {
 
 using path_filter::Exclusion;
 using path_filter::Explanation;
+using path_filter::internal::FileDescriptor;
 
 namespace {
 
@@ -34,35 +36,13 @@ report::Verdict verdict_of(Exclusion kind) {
   return static_cast<report::Verdict>(2 + static_cast<unsigned>(kind));
 }
 
-/// `json` as it can stand inside a script element: nothing in it ends the element.
-std::string script_json(const Json& json) {
-  const std::string plain = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+/// `plain` with other texts for some characters.
+std::string escaped(std::string_view plain, const std::map<char, std::string_view>& escapes) {
   std::string text;
   text.reserve(plain.size());
-  std::size_t begin = 0;
-  const auto replace = [&](std::size_t at, std::size_t size, std::string_view escape) {
-    text.append(plain, begin, at - begin).append(escape);
-    begin = at + size;
-  };
-  for (std::size_t at = 0; at < plain.size(); ++at) {
-    if (plain[at] == '<') replace(at, 1, "\\u003c");
-    if (plain[at] != '\xE2') continue;
-    if (plain.compare(at, 3, "\u2028") == 0) replace(at, 3, "\\u2028");
-    if (plain.compare(at, 3, "\u2029") == 0) replace(at, 3, "\\u2029");
-  }
-  return text.append(plain, begin);
-}
-
-std::string html_text(std::string_view plain) {
-  std::string text;
   for (const char character : plain) {
-    if (character == '<') {
-      text += "&lt;";
-    } else if (character == '&') {
-      text += "&amp;";
-    } else {
-      text += character;
-    }
+    const auto escape = escapes.find(character);
+    escape == escapes.end() ? text += character : text += escape->second;
   }
   return text;
 }
@@ -70,13 +50,10 @@ std::string html_text(std::string_view plain) {
 /// What only the page itself can know, so that nothing else that gets into it can run.
 std::string nonce() {
   std::random_device random;
-  std::string text;
-  std::array<char, 9> digits{};
-  for (int round = 0; round < 4; ++round) {
-    std::snprintf(digits.data(), digits.size(), "%08x", random());
-    text += digits.data();
-  }
-  return text;
+  std::array<char, 33> digits{};
+  std::snprintf(digits.data(), digits.size(), "%08x%08x%08x%08x", random(), random(), random(),
+                random());
+  return digits.data();
 }
 
 /// `pattern` with the parts in place of their names in double braces.
@@ -101,38 +78,71 @@ std::string now() {
   return text.data();
 }
 
-std::system_error failure(const std::string& file) {
-  return {errno, std::generic_category(), "cannot write " + printable(file)};
-}
+/// The file that a page goes to. One that is there keeps its mode, its owner and all links to it.
+class PageFile {
+ public:
+  /// Throws std::system_error at once when the page could not be written later.
+  explicit PageFile(const std::string& file)
+      : _file(file), _target(file), _opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC)) {
+    if (is_open()) return;
+    if (errno != ENOENT) throw failure();
+    while (is_symlink(_target)) _target = _target.parent_path() / read_symlink(_target);
+    _directory = _target.has_parent_path() ? _target.parent_path() : ".";
+    if (::access(_directory.c_str(), W_OK | X_OK) != 0) throw failure();
+  }
 
-/// Writes `text` to a file that is there whole or as it was before; into what is no regular
-/// file, a device or a pipe, as it is. Throws std::system_error.
-void write_file(const std::string& file, std::string_view text) {
-  using path_filter::internal::FileDescriptor;
-  std::error_code unknown;
-  const auto status = std::filesystem::status(file, unknown);
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    const FileDescriptor opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
-    if (!opened.is_open()) throw failure(file);
-    if (!write_all(opened.number(), text)) throw failure(file);
-    return;
+  int number() const { return _opened.number(); }
+
+  /// Writes the page. When there is no room for it all is as it was. Throws std::system_error.
+  void write(std::string_view page) const { is_open() ? overwrite(page) : create(page); }
+
+ private:
+  bool is_open() const { return _opened.is_open(); }
+
+  std::system_error failure() const {
+    return {errno, std::generic_category(), "cannot write " + printable(_file)};
   }
-  // A link stays one: what it leads to is written.
-  const auto resolved = std::filesystem::weakly_canonical(file, unknown);
-  const std::string target = unknown ? file : resolved.native();
-  const std::string unfinished = target + "." + nonce().substr(0, 8);
-  const FileDescriptor opened(
-      ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!opened.is_open()) throw failure(file);
-  try {
-    if (!write_all(opened.number(), text) || std::rename(unfinished.c_str(), target.c_str()) != 0) {
-      throw failure(file);
+
+  void overwrite(std::string_view page) const {
+    struct stat status {};
+    const bool is_regular = ::fstat(number(), &status) == 0 && S_ISREG(status.st_mode);
+    const auto size = static_cast<off_t>(page.size());
+    const int code = is_regular ? ::posix_fallocate(number(), 0, size) : 0;
+    if (code != 0 && code != EINVAL && code != EOPNOTSUPP) {  // not every file system can tell
+      if (::ftruncate(number(), status.st_size) == 0) errno = code;
+      throw failure();
     }
-  } catch (...) {
-    ::unlink(unfinished.c_str());
-    throw;
+    if (!write_all(number(), page)) throw failure();
+    if (is_regular && ::ftruncate(number(), size) != 0) throw failure();
   }
-}
+
+  void create(std::string_view page) const {
+#if defined(O_TMPFILE) && !defined(PATH_FILTER_POSIX_ONLY)
+    // It has no name until it is whole: nothing is left of it when the program is killed.
+    const FileDescriptor nameless(
+        ::open(_directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+    if (nameless.is_open()) {
+      if (!write_all(nameless.number(), page)) throw failure();
+      const std::string link = "/proc/self/fd/" + std::to_string(nameless.number());
+      if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, _target.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        return;
+      }
+    }
+#endif
+    const FileDescriptor named(
+        ::open(_target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!named.is_open()) throw failure();
+    if (write_all(named.number(), page)) return;
+    const std::system_error problem = failure();
+    ::unlink(_target.c_str());
+    throw problem;
+  }
+
+  std::string _file;
+  std::filesystem::path _target;  // where links at the end of it lead
+  std::filesystem::path _directory;
+  FileDescriptor _opened;  // not of one that is to be made
+};
 
 /// What decided about a file that is left out, where that is more than its name and kind.
 std::string decider_of(const SurveyedFile& file, const Repository& repository) {
@@ -154,6 +164,15 @@ std::string decider_of(const PrunedDirectory& directory, const Repository& repos
 int write_report(const ReportOptions& options) {
   if (report::LIBRARY.empty()) {
     throw UsageError("this path-filter was built without 'report': d3-hierarchy was missing");
+  }
+  if (options.file && options.file->empty()) {
+    throw UsageError("report: --output: '' is no name of a file");
+  }
+  std::optional<PageFile> target;
+  if (options.file && *options.file != "-") target.emplace(*options.file);
+  if (::isatty(target ? target->number() : STDOUT_FILENO) == 1) {
+    throw UsageError(
+        "report: a page is no text for a terminal\nTry 'path-filter report -o report.html'.");
   }
   const Place place = find_place(options.settings.directory, options.settings.root);
   const Repository repository(place.root, read_limits(options.settings));
@@ -189,15 +208,18 @@ int write_report(const ReportOptions& options) {
   data["complete"] = status == 0;
 
   const std::string secret = nonce();
-  const std::string json = script_json(data);
+  // Nothing in it ends the element of the page that it stands in.
+  const std::string json =
+      escaped(data.dump(-1, ' ', false, Json::error_handler_t::replace), {{'<', "\\u003c"}});
+  const std::string notice = escaped(report::LIBRARY_NOTICE, {{'<', "&lt;"}, {'&', "&amp;"}});
   const std::string page = filled(report::PAGE, {{"nonce", secret},
                                                  {"style", report::STYLE},
                                                  {"data", json},
                                                  {"library", report::LIBRARY},
-                                                 {"notice", html_text(report::LIBRARY_NOTICE)},
+                                                 {"notice", notice},
                                                  {"script", report::SCRIPT}});
-  if (options.file) {
-    write_file(*options.file, page);
+  if (target) {
+    target->write(page);
   } else {
     Output output;
     output << page;

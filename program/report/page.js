@@ -19,73 +19,50 @@ for (const [box, files] of data.boxes.files) boxFiles[box] = files;
 const DIRECTORIES = directoryNames.length;
 const VERDICTS = data.verdicts.length;
 const FIRST_LEFT_OUT = 2; // before it: production, test
-const FORM = { file: 0, pruned: 1, several: 2 };
+const WHOLE = VERDICTS; // the column of what lies in directories that are left out whole
+const COLUMNS = VERDICTS + 1; // one for each verdict of what does not
 
 // What boxes have in common: the verdict, the language, the form, what decided.
-const facts = data.facts.map(([verdict, language, form, decider]) =>
-  ({ verdict, language, form, decider: data.deciders[decider] }));
+const facts = data.facts.map(([verdict, language, isPruned, decider, isSeveral]) =>
+  ({ verdict, language, isPruned, isSeveral, decider: data.deciders[decider] }));
 const factOf = (box) => facts[boxFacts[box]];
 
-/** Where the parts of each directory begin in one row of all; `sizes` are their numbers. */
-function beginnings(sizes) {
-  const begins = new Uint32Array(DIRECTORIES + 1);
-  for (let at = 0; at < DIRECTORIES; ++at) begins[at + 1] = begins[at] + sizes[at];
-  return begins;
-}
+const firstBox = [0]; // of each directory, and the end of the last one's
+for (const count of data.directories.boxes) firstBox.push(firstBox.at(-1) + count);
+const children = parents.map(() => []);
+for (let at = 1; at < DIRECTORIES; ++at) children[parents[at]].push(at);
 
-const firstBox = beginnings(data.directories.boxes);
-const childCounts = new Uint32Array(DIRECTORIES);
-for (let at = 1; at < DIRECTORIES; ++at) ++childCounts[parents[at]];
-const firstChild = beginnings(childCounts);
-const children = new Uint32Array(DIRECTORIES);
-{
-  const next = firstChild.slice();
-  for (let at = 1; at < DIRECTORIES; ++at) children[next[parents[at]]++] = at;
-}
-const childrenOf = (directory) =>
-  children.subarray(firstChild[directory], firstChild[directory + 1]);
+const directoryOf = new Uint32Array(boxNames.length); // each box
+for (let at = 0; at < DIRECTORIES; ++at) directoryOf.fill(at, firstBox[at], firstBox[at + 1]);
 
-function directoryOf(box) {
-  let [low, high] = [0, DIRECTORIES - 1]; // the last directory that begins at or before the box
-  while (low < high) {
-    const middle = Math.ceil((low + high) / 2);
-    if (firstBox[middle] <= box) low = middle;
-    else high = middle - 1;
-  }
-  return low;
-}
-
-/** How much of each verdict is below each directory, of the boxes that `matches` is true of. */
+/** How much of each column is below each directory, of the boxes that `matches` is true of. */
 function countTree(matches) {
   const counts = {
-    files: new Float64Array(DIRECTORIES * VERDICTS),
-    bytes: new Float64Array(DIRECTORIES * VERDICTS),
+    files: new Float64Array(DIRECTORIES * COLUMNS),
+    bytes: new Float64Array(DIRECTORIES * COLUMNS),
   };
   for (let directory = DIRECTORIES - 1; directory >= 0; --directory) {
-    const row = directory * VERDICTS;
+    const row = directory * COLUMNS;
     for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
       if (!matches(box)) continue;
-      const at = row + factOf(box).verdict;
+      const at = row + (factOf(box).isPruned ? WHOLE : factOf(box).verdict);
       counts.files[at] += boxFiles[box];
       counts.bytes[at] += boxBytes[box];
     }
     if (directory === 0) break;
-    const above = parents[directory] * VERDICTS;
-    for (let verdict = 0; verdict < VERDICTS; ++verdict) {
-      counts.files[above + verdict] += counts.files[row + verdict];
-      counts.bytes[above + verdict] += counts.bytes[row + verdict];
+    const above = parents[directory] * COLUMNS;
+    for (let column = 0; column < COLUMNS; ++column) {
+      counts.files[above + column] += counts.files[row + column];
+      counts.bytes[above + column] += counts.bytes[row + column];
     }
   }
   return counts;
 }
 
-/** The sum over the verdicts from `first` to before `end`; `numbers` are files or bytes. */
-function sum(numbers, directory, first = 0, end = VERDICTS) {
-  let total = 0;
-  for (let verdict = first; verdict < end; ++verdict) {
-    total += numbers[directory * VERDICTS + verdict];
-  }
-  return total;
+/** The sum over the columns from `first` to before `end`; `numbers` are files or bytes. */
+function sum(numbers, directory, first = 0, end = COLUMNS) {
+  const row = directory * COLUMNS;
+  return numbers.subarray(row + first, row + end).reduce((total, number) => total + number, 0);
 }
 
 // --- Texts.
@@ -94,6 +71,11 @@ const grouped = (number) => number.toLocaleString("en-US");
 const counted = (number, thing, things = `${thing}s`) =>
   `${grouped(number)} ${number === 1 ? thing : things}`;
 
+// Of two numbers that are equally near the program takes the even one.
+const tenths = new Intl.NumberFormat("en-US", {
+  minimumFractionDigits: 1, maximumFractionDigits: 1, roundingMode: "halfEven", useGrouping: false,
+});
+
 /** A size as the program prints it. */
 function readableSize(bytes) {
   if (bytes < 1024) return `${bytes} B`;
@@ -101,19 +83,23 @@ function readableSize(bytes) {
   let size = bytes / 1024;
   let unit = 0;
   for (; size >= 1023.95 && unit + 1 < units.length; ++unit) size /= 1024;
-  // Of two that are equally near the program takes the even one.
-  const tenths = Math.floor(size * 10);
-  const isBetween = Number.isInteger(size * 4) && !Number.isInteger(size * 2);
-  return `${isBetween ? ((tenths + (tenths % 2)) / 10).toFixed(1) : size.toFixed(1)} ${units[unit]}`;
+  return `${tenths.format(size)} ${units[unit]}`;
 }
 
 const rootName = data.root || "/";
+const shownRoot = [rootName, data.below].filter(Boolean).join("/");
 
-/** The names from the page's first directory, which has none here, down to `directory`. */
-function namesTo(directory) {
+/** The names from `above`, which is without its own here, down to `directory`. */
+function namesTo(directory, above = 0) {
   const names = [];
-  for (let at = directory; at !== 0; at = parents[at]) names.push(directoryNames[at]);
+  for (let at = directory; at !== above; at = parents[at]) names.push(directoryNames[at]);
   return names.reverse();
+}
+
+/** The name of a box; of one for several things, how many. */
+function nameOf(box) {
+  if (factOf(box).isSeveral) return counted(boxFiles[box], "file");
+  return boxNames[box] + (factOf(box).isPruned ? "/" : "");
 }
 
 /** A path below the repository's root; the middle of a very deep one is left out. */
@@ -158,90 +144,107 @@ const state = {
   hover: null,
 };
 
-const measured = (box) => (state.measure === "bytes" ? boxBytes[box] : boxFiles[box]);
+const measured = (box) => (state.measure === "bytes" ? boxBytes : boxFiles)[box];
 const matches = (box) => state.filter === null || state.filter.matches(box);
 
-// --- The layout: what is drawn, the outer before the inner.
+// --- The layout: what is drawn, the outer before the inner. Areas compare what is in the index and
+// the files left out among it. What is left out whole, which is often many times as much, has a
+// strip below, with areas of its own.
 
 const LEAST_AREA = 12; // in square pixels; what would be smaller is drawn together
 const HEADER = 18;
+const prunedBoxes = boxNames.map((_, box) => box).filter((box) => factOf(box).isPruned);
 
-/** One square for each verdict of what is too small to be drawn apart. */
-function restOf(directory, parts) {
-  return parts
-    .map((part, verdict) => ({ type: "rest", directory, verdict, ...part }))
-    .filter((part) => part.value > 0);
+/** What is left out whole below the directory that is shown. */
+function boxesOfStrip() {
+  const isBelow = new Uint8Array(DIRECTORIES);
+  isBelow[state.directory] = 1;
+  for (let at = state.directory + 1; at < DIRECTORIES; ++at) isBelow[at] = isBelow[parents[at]];
+  return prunedBoxes.filter((box) => isBelow[directoryOf[box]]);
 }
 
-/** All verdicts of a directory that is not opened. */
-function wholeOf(directory) {
-  return restOf(directory, Array.from({ length: VERDICTS }, (_, verdict) => {
-    const at = directory * VERDICTS + verdict;
-    return {
-      value: state.counts[state.measure][at],
-      files: state.counts.files[at],
-      bytes: state.counts.bytes[at],
-      isWhole: true,
-    };
-  }));
+function boxesOfMap(directory) {
+  const boxes = [];
+  for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
+    if (!factOf(box).isPruned) boxes.push(box);
+  }
+  return boxes;
 }
 
-/** What stands in a directory that is drawn on `area` square pixels. */
-function partsOf(directory, area) {
-  const numbers = state.counts[state.measure];
-  const least = (LEAST_AREA * sum(numbers, directory)) / area;
+/** The value of a directory or the strip. */
+function valueOf({ type, directory }) {
+  const [first, end] = type === "strip" ? [WHOLE, COLUMNS] : [0, WHOLE];
+  return sum(state.counts[state.measure], directory, first, end);
+}
+
+/** What stands in a directory or the strip; of less than `least`, a part for each verdict. */
+function partsOf({ type, directory }, least) {
+  const isPruned = type === "strip";
   const parts = [];
-  const rest = Array.from({ length: VERDICTS }, () => ({ value: 0, files: 0, bytes: 0 }));
-  for (const child of childrenOf(directory)) {
-    const value = sum(numbers, child);
-    if (value >= least && value > 0) parts.push({ type: "directory", directory: child, value });
-    else if (value > 0) {
-      for (const part of wholeOf(child)) {
-        rest[part.verdict].value += part.value;
-        rest[part.verdict].files += part.files;
-        rest[part.verdict].bytes += part.bytes;
+  const rest = data.verdicts.map((_, verdict) =>
+    ({ type: "rest", directory, verdict, isPruned, value: 0, files: 0, bytes: 0 }));
+  const addRest = (verdict, files, bytes) => {
+    const part = rest[verdict];
+    part.files += files;
+    part.bytes += bytes;
+    part.value = part[state.measure];
+  };
+  for (const child of isPruned ? [] : children[directory]) {
+    const part = { type: "directory", directory: child };
+    part.value = valueOf(part);
+    if (part.value >= least) parts.push(part);
+    else {
+      for (let verdict = 0; verdict < VERDICTS; ++verdict) {
+        const at = child * COLUMNS + verdict;
+        addRest(verdict, state.counts.files[at], state.counts.bytes[at]);
       }
     }
   }
-  for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
-    const value = matches(box) ? measured(box) : 0;
+  for (const box of isPruned ? boxesOfStrip() : boxesOfMap(directory)) {
+    if (!matches(box)) continue;
     const { verdict } = factOf(box);
-    if (value >= least && value > 0) parts.push({ type: "box", directory, box, verdict, value });
-    else if (value > 0) {
-      rest[verdict].value += value;
-      rest[verdict].files += boxFiles[box];
-      rest[verdict].bytes += boxBytes[box];
-    }
+    const value = measured(box);
+    if (value < least) addRest(verdict, boxFiles[box], boxBytes[box]);
+    else parts.push({ type: "box", directory: directoryOf[box], box, verdict, isPruned, value });
   }
-  return parts.concat(restOf(directory, rest));
+  return parts.concat(rest).filter(({ value }) => value > 0);
+}
+
+/** What is within the edge of an item, and below its header when there is room for one. */
+function insideOf(item) {
+  item.hasHeader = item.width >= 44 && item.height >= 40;
+  const edge = item.width >= 12 && item.height >= 12 ? 2 : 0;
+  const top = item.hasHeader ? HEADER : edge;
+  return {
+    x: item.x + edge,
+    y: item.y + top,
+    width: item.width - 2 * edge,
+    height: item.height - top - edge,
+  };
 }
 
 /** Boxes with x, y, width, height and level for a map of this size. */
 function layOut(width, height) {
+  const whole = { type: "directory", directory: state.directory, x: 0, y: 0, width, height, level: 0 };
+  const strip = { ...whole, type: "strip" };
   const drawn = [];
-  const pending = [
-    { type: "directory", directory: state.directory, x: 0, y: 0, width, height, level: 0 },
-  ];
+  const pending = [whole];
+  if (valueOf(strip) > 0) {
+    if (valueOf(whole) > 0) whole.height -= Math.floor(height / 10);
+    else whole.height = 0;
+    strip.y = whole.height + (whole.height > 0 ? 3 : 0);
+    strip.height -= strip.y;
+    pending.unshift(strip);
+  }
   while (pending.length > 0) {
     const outer = pending.pop();
     drawn.push(outer);
-    if (outer.type !== "directory") continue;
-    const inner = { x: outer.x, y: outer.y, width: outer.width, height: outer.height };
-    if (outer.level > 0) {
-      outer.hasHeader = outer.width >= 44 && outer.height >= 40;
-      const edge = outer.width >= 12 && outer.height >= 12 ? 2 : 0;
-      const top = outer.hasHeader ? HEADER : edge;
-      inner.x += edge;
-      inner.y += top;
-      inner.width -= 2 * edge;
-      inner.height -= top + edge;
-    }
+    if (outer.type !== "directory" && outer !== strip) continue;
+    const inner = outer === whole ? outer : insideOf(outer);
     const isClosed = outer.level > 0 && (inner.width < 16 || inner.height < 12);
-    const parts = isClosed
-      ? wholeOf(outer.directory)
-      : partsOf(outer.directory, inner.width * inner.height);
+    const least = (LEAST_AREA * valueOf(outer)) / (inner.width * inner.height);
     const root = d3
-      .hierarchy({ parts }, (node) => node.parts)
+      .hierarchy({ parts: partsOf(outer, isClosed ? Infinity : least) }, (node) => node.parts)
       .sum((node) => node.value ?? 0)
       .sort((a, b) => b.value - a.value);
     d3.treemap().tile(d3.treemapSquarify.ratio(1.3)).size([inner.width, inner.height])
@@ -265,7 +268,7 @@ function layOut(width, height) {
 // --- Painting.
 
 const map = byId("map");
-const marks = byId("marks");
+const picture = document.createElement("canvas"); // the map without its marks
 let drawn = [];
 let painted = { width: 0, height: 0 };
 let theme = null;
@@ -315,8 +318,7 @@ function readTheme() {
 }
 
 /** Makes the canvas as sharp as the screen; its context draws in CSS pixels. */
-function prepared(canvas) {
-  const { clientWidth: width, clientHeight: height } = canvas;
+function prepared(canvas, { clientWidth: width, clientHeight: height } = canvas) {
   canvas.width = Math.round(width * devicePixelRatio);
   canvas.height = Math.round(height * devicePixelRatio);
   const context = canvas.getContext("2d");
@@ -349,36 +351,33 @@ function fillVerdict(context, verdict, isPruned, x, y, width, height) {
   context.fillRect(...rectangle);
 }
 
-const isPruned = (item) => item.type === "box" && factOf(item.box).form === FORM.pruned;
+/** A value by what areas stand for. */
+const amount = (value) => (state.measure === "files" ? grouped : readableSize)(value);
 
-/** How much an item is, by what areas stand for. */
-function amount(item) {
-  if (state.measure === "files") return grouped(item.value);
-  return readableSize(item.value);
-}
-
+/** A directory, or the strip, with its header. */
 function paintDirectory(context, item) {
   context.fillStyle = theme.levels[item.level % 2];
   context.fillRect(item.x, item.y, item.width - 1, item.height - 1);
   if (!item.hasHeader) return;
+  const [name, size] = item.type === "directory"
+    ? [`${directoryNames[item.directory]}/`, amount(item.value)]
+    : ["Directories left out whole", figures(item.directory, WHOLE)];
   const y = item.y + HEADER / 2 + 0.5;
   const space = item.width - 10;
-  const size = amount(item);
   const sizeWidth = context.measureText(size).width;
   context.fillStyle = theme.ink;
   context.font = "600 11px system-ui, sans-serif";
-  const wanted = context.measureText(`${directoryNames[item.directory].slice(0, 80)}/`).width;
-  const hasSize = wanted + sizeWidth + 10 <= space;
-  context.fillText(fitted(context, `${directoryNames[item.directory]}/`, space), item.x + 5, y);
+  const wanted = context.measureText(name.slice(0, 80)).width;
+  context.fillText(fitted(context, name, space), item.x + 5, y);
   context.font = "11px system-ui, sans-serif";
-  if (!hasSize) return;
+  if (wanted + sizeWidth + 10 > space) return;
   context.fillStyle = theme.quiet;
   context.fillText(size, item.x + item.width - 5 - sizeWidth, y);
 }
 
 function paintBox(context, item) {
   const [width, height] = [item.width - 1, item.height - 1];
-  fillVerdict(context, item.verdict, isPruned(item), item.x, item.y, width, height);
+  fillVerdict(context, item.verdict, item.isPruned, item.x, item.y, width, height);
   if (width < 16 || height < 16) return;
   // Text stands on the plain colour, on which it can be read.
   const label = (text, y) => {
@@ -388,55 +387,62 @@ function paintBox(context, item) {
     context.fillStyle = theme.ink;
     context.fillText(text, item.x + 5, y);
   };
-  const isSeveral = item.type === "rest" || factOf(item.box).form === FORM.several;
-  let name = boxNames[item.box];
+  const isSeveral = item.type === "rest" || factOf(item.box).isSeveral;
+  let name = "";
   if (isSeveral) {
     const files = item.type === "rest" ? item.files : boxFiles[item.box];
     name = width < 70 ? grouped(files) : counted(files, "file");
+  } else {
+    // In the strip there are those of the directories below, too.
+    name = [...namesTo(item.directory, item.isPruned ? state.directory : item.directory),
+      nameOf(item.box)].join("/");
   }
-  if (isPruned(item)) name += "/";
   const letter = item.verdict === 0 ? "" : LETTERS[item.verdict];
   const space = width - 8;
   const text = fitted(context, letter === "" ? name : `${letter} · ${name}`, space);
   if (text === "" && letter === "") return;
   label(text || letter, item.y + 10);
-  if (height >= 32 && !isSeveral && context.measureText(amount(item)).width <= space) {
-    label(amount(item), item.y + 24);
+  const size = amount(item.value);
+  if (height >= 32 && !isSeveral && context.measureText(size).width <= space) {
+    label(size, item.y + 24);
   }
 }
 
 /** The drawn item that stands for a box: itself, or what it was put together with. */
 function itemOf(box) {
-  const directory = directoryOf(box);
+  const { verdict, isPruned } = factOf(box);
+  const directory = isPruned ? state.directory : directoryOf[box];
   return (
     drawn.find((item) => item.type === "box" && item.box === box) ??
     drawn.find((item) => item.type === "rest" && item.directory === directory &&
-      item.verdict === factOf(box).verdict)
+      item.verdict === verdict && item.isPruned === isPruned)
   );
 }
 
 function paintMarks() {
-  const context = prepared(marks);
+  const context = prepared(map);
+  const { clientWidth: width, clientHeight: height } = map;
+  if (width > 0 && height > 0) context.drawImage(picture, 0, 0, width, height);
   const marked = state.marked === null ? undefined : itemOf(state.marked);
   if (marked !== undefined) {
     context.fillStyle = theme.page;
     context.globalAlpha = 0.4;
-    context.fillRect(0, 0, marks.clientWidth, marks.clientHeight);
-    context.clearRect(marked.x, marked.y, marked.width, marked.height);
+    context.rect(0, 0, width, height);
+    context.rect(marked.x, marked.y, marked.width, marked.height);
+    context.fill("evenodd"); // all but the marked one
     context.globalAlpha = 1;
   }
-  const frame = (item, color, width) => {
+  const frame = (item, color, line) => {
     if (!item) return;
-    context.strokeStyle = theme.page;
-    context.lineWidth = width + 2;
     const rectangle = [
-      item.x + width / 2, item.y + width / 2,
-      Math.max(item.width - width - 1, 1), Math.max(item.height - width - 1, 1),
+      item.x + line / 2, item.y + line / 2,
+      Math.max(item.width - line - 1, 1), Math.max(item.height - line - 1, 1),
     ];
-    context.strokeRect(...rectangle);
-    context.strokeStyle = color;
-    context.lineWidth = width;
-    context.strokeRect(...rectangle);
+    for (const [style, size] of [[theme.page, line + 2], [color, line]]) {
+      context.strokeStyle = style;
+      context.lineWidth = size;
+      context.strokeRect(...rectangle);
+    }
   };
   frame(marked, theme.accent, 3);
   frame(state.hover, theme.ink, 1.5);
@@ -444,11 +450,11 @@ function paintMarks() {
 }
 
 function paint() {
-  const context = prepared(map);
+  const context = prepared(picture, map);
   painted = { width: map.clientWidth, height: map.clientHeight };
   drawn = layOut(painted.width, painted.height);
   for (const item of drawn) {
-    if (item.type === "directory") paintDirectory(context, item);
+    if (item.type === "directory" || item.type === "strip") paintDirectory(context, item);
     else paintBox(context, item);
   }
   state.hover = null;
@@ -468,45 +474,40 @@ function paint() {
 
 // --- What is under the pointer or the keyboard, in words.
 
-function describe(item) {
-  const details = byId("details");
-  const parts = (head, ...fields) => {
-    const texts = fields.filter(Boolean).map((field) => element("span", {}, ` · ${field}`));
-    details.replaceChildren(element("bdi", {}, head), ...texts);
-  };
-  const inOut = (directory) => {
-    const left = sum(state.counts.files, directory, FIRST_LEFT_OUT);
-    const files = sum(state.counts.files, directory);
-    return `${grouped(files - left)} in, ${grouped(left)} left out`;
-  };
-  if (item === null || item.type === "directory") {
-    const directory = item === null ? state.directory : item.directory;
-    parts(pathText(directory) || `${rootName}/`, "directory",
-      counted(sum(state.counts.files, directory), "file"),
-      readableSize(sum(state.counts.bytes, directory)), inOut(directory));
-  } else if (item.type === "rest") {
-    parts(pathText(item.directory) || `${rootName}/`,
-      `${counted(item.files, "file")}${item.isWhole ? "" : ", too small to be drawn apart"}`,
-      readableSize(item.bytes), verdictTitle(item.verdict),
-      data.verdicts[item.verdict].reason);
-  } else {
-    const { verdict, language, form, decider } = factOf(item.box);
-    const files = counted(boxFiles[item.box], "file");
-    parts(pathText(item.directory, boxNames[item.box]) + (form === FORM.pruned ? "/" : "") ||
-        `${rootName}/`,
-      form === FORM.pruned && `directory left out whole · ${files}`,
-      form === FORM.several && `${files}, counted together`,
-      data.languages[language].name,
-      readableSize(boxBytes[item.box]),
-      verdictTitle(verdict),
-      data.verdicts[verdict].reason,
-      decider && `rule ${decider}`);
-  }
-}
+/** How much a directory holds in the columns from `first` on. */
+const figures = (directory, first = 0) =>
+  `${counted(sum(state.counts.files, directory, first), "file")} · ` +
+  readableSize(sum(state.counts.bytes, directory, first));
 
-function describeMarked() {
-  if (state.marked === null) describe(null);
-  else describe({ type: "box", directory: directoryOf(state.marked), box: state.marked });
+/** Says what an item is; without one, what is marked or the directory that is shown. */
+function describe(item) {
+  const { type, directory, box, files, bytes, verdict, isPruned } = item ??
+    (state.marked !== null ? { type: "box", directory: directoryOf[state.marked],
+      box: state.marked, ...factOf(state.marked) }
+      : { type: "directory", directory: state.directory });
+  let name = "";
+  let fields = [];
+  if (type === "directory") {
+    const [inside, out, whole] = [[0, FIRST_LEFT_OUT], [FIRST_LEFT_OUT], [WHOLE]]
+      .map((columns) => sum(state.counts.files, directory, ...columns));
+    fields = ["directory", figures(directory), `${grouped(inside)} in, ${grouped(out)} left out`,
+      whole > 0 && `${grouped(whole)} of them in directories left out whole`];
+  } else if (type === "rest") {
+    fields = [`${counted(files, "file")}${isPruned ? " in directories left out whole" : ""}, ` +
+      "too small to be drawn apart", readableSize(bytes)];
+  } else {
+    const { isSeveral, language } = factOf(box);
+    if (!isSeveral) name = nameOf(box);
+    const count = counted(boxFiles[box], "file");
+    fields = [isSeveral ? `${count}, counted together`
+      : isPruned && `directory left out whole · ${count}`,
+    data.languages[language].name, readableSize(boxBytes[box])];
+  }
+  if (type !== "directory") fields.push(verdictTitle(verdict), data.verdicts[verdict].reason);
+  if (type === "box" && factOf(box).decider) fields.push(`rule ${factOf(box).decider}`);
+  byId("details").replaceChildren(
+    element("bdi", {}, pathText(directory, name) || `${rootName}/`),
+    ...fields.filter(Boolean).map((field) => element("span", {}, ` · ${field}`)));
 }
 
 // --- The place: the address holds it.
@@ -528,7 +529,7 @@ function directoryAt(address) {
   let directory = 0;
   try {
     for (const name of address.slice(2).split("/").map(decodeURIComponent)) {
-      const found = childrenOf(directory).find((child) => directoryNames[child] === name);
+      const found = children[directory].find((child) => directoryNames[child] === name);
       if (found === undefined) break;
       directory = found;
     }
@@ -557,18 +558,16 @@ addEventListener("hashchange", () => {
 
 function showTrail() {
   const [FIRST, LAST] = [2, 5];
-  const way = [];
-  for (let at = state.directory; at !== 0; at = parents[at]) way.push(at);
-  way.push(0);
-  way.reverse();
-  const items = way.map((directory) => ({ directory }));
+  const items = [];
+  for (let at = state.directory; at !== 0; at = parents[at]) items.push({ directory: at });
+  items.push({ directory: 0 });
+  items.reverse();
   if (items.length > FIRST + LAST + 1) {
     items.splice(FIRST, items.length - FIRST - LAST, { hidden: items.length - FIRST - LAST });
   }
   byId("trail").replaceChildren(...items.map(({ directory, hidden }) => {
     if (hidden) return element("li", {}, element("span", {}, `… ${grouped(hidden)} more …`));
-    const name = directory === 0
-      ? [rootName, data.below].filter(Boolean).join("/") : directoryNames[directory];
+    const name = directory === 0 ? shownRoot : directoryNames[directory];
     const button = element("button", { type: "button", onclick: () => go(directory) }, name);
     if (directory === state.directory) button.setAttribute("aria-current", "location");
     return element("li", {}, button);
@@ -588,7 +587,7 @@ function setFilter(filter) {
 
 function showFilter() {
   const { filter, marked } = state;
-  const title = filter?.title ?? (marked !== null ? `${boxNames[marked]} is marked` : "");
+  const title = filter?.title ?? (marked !== null ? `Marked: ${nameOf(marked)}` : "");
   byId("filter").hidden = title === "";
   byId("filter").firstElementChild.textContent = title;
   const key = marked !== null ? `box ${marked}` : filter?.key;
@@ -680,14 +679,13 @@ function fillLargestTable() {
   const rows = data.largest.toSorted((a, b) => b[4] - a[4]);
   byId("largest").append(headings("", "files", "size"), element("tbody", {},
     ...rows.map(([directory, path, fact, files, bytes]) => {
-      let box = firstBox[directory]; // one that is counted with others has no box of its own
-      while (box < firstBox[directory + 1] && boxNames[box] !== path) ++box;
-      const isDrawn = box < firstBox[directory + 1];
-      const slash = facts[fact].form === FORM.pruned ? "/" : "";
+      const at = boxNames.indexOf(path, firstBox[directory]);
+      const box = directoryOf[at] === directory ? at : null; // of one that is put with others
+      const slash = facts[fact].isPruned ? "/" : "";
       const mark = () => {
         const isMarked = state.marked === box;
         if (state.filter !== null) setFilter(null);
-        go(directory, isDrawn && !isMarked ? box : null);
+        go(directory, isMarked ? null : box);
       };
       return row(
         element("button", {
@@ -707,16 +705,16 @@ function fillDirectoryTable() {
     // What a directory holds itself is what its subdirectories do not.
     const value = (numbers, first, end = first + 1) =>
       sum(numbers, directory, first, end) - (own
-        ? childrenOf(directory).reduce((all, child) => all + sum(numbers, child, first, end), 0) : 0);
+        ? children[directory].reduce((all, child) => all + sum(numbers, child, first, end), 0) : 0);
     const [production, test] = [value(bytes, 0), value(bytes, 1)];
     const button = element("button", { type: "button", onclick: enter }, element("bdi", {}, name));
     button.disabled = own;
     return row(button,
       cell(grouped(value(files, 0))), wideCell(readableSize(production)),
       cell(grouped(value(files, 1))), wideCell(readableSize(test)),
-      shareCell(test, production + test), cell(grouped(value(files, FIRST_LEFT_OUT, VERDICTS))));
+      shareCell(test, production + test), cell(grouped(value(files, FIRST_LEFT_OUT, COLUMNS))));
   };
-  const order = [...childrenOf(state.directory)]
+  const order = children[state.directory]
     .map((child) => ({ child, size: sum(bytes, child, 0, FIRST_LEFT_OUT) }))
     .sort((a, b) => b.size - a.size);
   const lines = order.slice(0, MOST).map(({ child }) =>
@@ -731,57 +729,70 @@ function fillDirectoryTable() {
     (order.length > MOST ? ` (the ${MOST} largest of ${grouped(order.length)} directories)` : "");
 }
 
-// --- The search: a path is found at the name in which the text ends.
+// --- The search: of files whose paths, as they are shown, hold all its words.
 
-let lowerNames = null;
+/** The words of a search. One with "*" or "?" is whole names of a path, another is any part. */
+function wordsOf(text) {
+  const wildcards = { "*": "[^/]*", "?": "[^/]" };
+  return text.split(/\s+/).filter(Boolean).map((word) => {
+    const pattern = word.replace(/[\\^$.*+?()[\]{}|/]/g, (sign) => wildcards[sign] ?? `\\${sign}`);
+    return {
+      pattern: new RegExp(/[*?]/.test(word) ? `(^|/)${pattern}(/|$)` : pattern, "iu"),
+      names: word.split("/").length, // that it can be a part of
+    };
+  });
+}
 
+/** What is found, and how many files have no names here that could be searched. */
 function search(text) {
-  lowerNames ??= {
-    boxes: boxNames.map((name) => name.toLowerCase()),
-    directories: directoryNames.map((name) => name.toLowerCase()),
-  };
-  const parts = text.toLowerCase().split("/");
-  const last = parts.pop();
-  // The names before the last one, read upwards: whole ones, but for the first.
-  const isBelow = (directory) => {
-    for (let at = parts.length - 1; at >= 0; --at, directory = parents[directory]) {
-      if (directory === 0) return at === 0 && parts[0] === "";
-      const name = lowerNames.directories[directory];
-      if (at > 0 ? name !== parts[at] : !name.endsWith(parts[at])) return false;
-    }
-    return true;
-  };
-  const hasLast = parts.length > 0
-    ? (name) => name.startsWith(last) : (name) => name.includes(last);
+  const words = wordsOf(text);
+  const most = Math.max(...words.map(({ names }) => names));
+  // Of each directory the end of its path that a word can begin in, and the words that its path
+  // lacks. Words of one name are no part of the root's own, which would be in all paths.
+  const ends = [shownRoot];
+  const lacked = [words.filter(({ pattern, names }) =>
+    !pattern.test(names > 1 ? `${shownRoot}/` : data.below))];
+  const lackedBy = (directory, name) => lacked[directory].filter(({ pattern, names }) =>
+    !pattern.test(names > 1 ? `${ends[directory]}/${name}` : name));
   const found = [];
+  let unnamed = 0;
   for (let directory = 0; directory < DIRECTORIES; ++directory) {
-    const isHere = parts.length === 0 || isBelow(directory);
-    if (directory > 0 && hasLast(lowerNames.directories[directory]) &&
-        (parts.length === 0 || isBelow(parents[directory]))) {
-      found.push({ directory });
+    if (directory > 0) {
+      const above = parents[directory];
+      const name = directoryNames[directory];
+      ends[directory] = `${ends[above]}/${name}`.split("/").slice(-most).join("/");
+      lacked[directory] = lackedBy(above, `${name}/`);
+      if (lacked[directory].length === 0 && lacked[above].length > 0) found.push({ directory });
     }
-    if (!isHere) continue;
     for (let box = firstBox[directory]; box < firstBox[directory + 1]; ++box) {
-      if (boxNames[box] !== "" && hasLast(lowerNames.boxes[box])) found.push({ directory, box });
+      const { isPruned, isSeveral } = factOf(box);
+      const lacks = isSeveral ? lacked[directory] : lackedBy(directory, nameOf(box));
+      if (lacks.length === 0) found.push({ directory, box });
+      else if (isPruned || isSeveral) unnamed += boxFiles[box];
     }
   }
-  return found;
+  return { found, unnamed };
 }
 
 function showResults() {
-  const MOST = 100;
+  const MOST = 1000;
   const text = byId("search").value.trim();
-  const found = text === "" ? [] : search(text);
+  const { found, unnamed } = text === "" ? { found: [], unnamed: 0 } : search(text);
   byId("found").textContent = text === "" ? ""
-    : `${counted(found.length, "result")}${found.length > MOST ? `, ${MOST} are shown` : ""}`;
+    : `${counted(found.length, "result")}${found.length > MOST ? `, ${MOST} are shown` : ""}` +
+      (unnamed === 0 ? "" : `; this page has no names of ${counted(unnamed, "file")} in ` +
+        `directories left out whole${data.merged.boxes > 0 ? " or drawn together" : ""}`);
   byId("results").replaceChildren(...found.slice(0, MOST).map(({ directory, box }) => {
     const choose = () => {
       if (state.filter !== null) setFilter(null);
       go(directory, box ?? null);
     };
-    const slash = box !== undefined && factOf(box).form === FORM.pruned ? "/" : "";
+    const { isPruned, isSeveral } = box === undefined ? {} : factOf(box);
+    const name = box === undefined || isSeveral ? "" : nameOf(box);
+    const folded = (isPruned || isSeveral) && element("span", {},
+      ` ${counted(boxFiles[box], "file")} ${isPruned ? "left out whole" : "drawn together"}`);
     return element("li", {}, element("button", { type: "button", onclick: choose },
-      element("bdi", {}, pathText(directory, box === undefined ? "" : boxNames[box] + slash))));
+      element("bdi", {}, pathText(directory, name) || `${rootName}/`), folded || ""));
   }));
 }
 
@@ -805,14 +816,13 @@ map.addEventListener("pointermove", (event) => {
   if (item === state.hover) return;
   state.hover = item?.level === 0 ? null : item;
   map.classList.toggle("enters", Boolean(state.hover && state.hover.directory !== state.directory));
-  if (state.hover === null) describeMarked();
-  else describe(state.hover);
+  describe(state.hover);
   paintMarks();
 });
 
 map.addEventListener("pointerleave", () => {
   state.hover = null;
-  describeMarked();
+  describe(null);
   paintMarks();
 });
 
@@ -821,11 +831,7 @@ map.addEventListener("click", (event) => {
   if (item === null || item.level === 0) return;
   if (item.directory !== state.directory) {
     go(item.directory, item.type === "box" ? item.box : null);
-  } else {
-    state.focus = item;
-    describe(item);
-    paintMarks();
-  }
+  } else setFocus(item);
 });
 
 /** The nearest box in a direction: far aside counts twice. */
@@ -890,7 +896,7 @@ function show() {
   paint();
   fillDirectoryTable();
   showFilter();
-  describeMarked();
+  describe(null);
   map.setAttribute("aria-label", `Map of ${pathText(state.directory) || `${rootName}/`}`);
 }
 
@@ -901,28 +907,25 @@ function repaint() {
 }
 
 function fillHead() {
-  const title = [rootName, data.below].filter(Boolean).join("/");
-  document.title = `${title} · path-filter report`;
-  byId("title").textContent = title;
+  document.title = `${shownRoot} · path-filter report`;
+  byId("title").textContent = shownRoot;
   byId("made").textContent = `What is in the index and what is left out, ${data.made}, ` +
     `by path-filter ${data.version}`;
-  const total = (first, end) => data.verdicts.slice(first, end).reduce(
-    (all, { files, bytes }) => ({ files: all.files + files, bytes: all.bytes + bytes }),
-    { files: 0, bytes: 0 });
-  for (const [id, name, { files, bytes }] of [
-    ["indexed", "In the index", total(0, FIRST_LEFT_OUT)],
-    ["test", "Of it test code", total(1, FIRST_LEFT_OUT)],
-    ["excluded", "Left out", total(FIRST_LEFT_OUT)],
+  for (const [id, name, ...columns] of [
+    ["indexed", "In the index", 0, FIRST_LEFT_OUT],
+    ["test", "Of it test code", 1, FIRST_LEFT_OUT],
+    ["excluded", "Left out", FIRST_LEFT_OUT],
   ]) {
     byId("totals").append(element("div", { id: `total-${id}` }, element("dt", {}, name),
-      element("dd", {}, counted(files, "file")), element("dd", {}, readableSize(bytes))));
+      element("dd", {}, counted(sum(allCounts.files, 0, ...columns), "file")),
+      element("dd", {}, readableSize(sum(allCounts.bytes, 0, ...columns)))));
   }
   const note = (text) => byId("notes").append(element("li", { class: "note" }, text));
   if (!data.complete) note("Some things could not be read and are missing here.");
   const { boxes, directories } = data.merged;
   if (boxes > 0) {
-    const small = counted(boxes, "small file or pruned directory",
-      "small files and pruned directories");
+    const small = counted(boxes, "small file or directory left out whole",
+      "small files and directories left out whole");
     const folded = directories === 0 ? "" : ` and what ${counted(directories,
       "small directory holds", "small directories hold")}`;
     note(`So that this page stays quick, ${small}${folded} are drawn together: one box for each ` +
@@ -934,7 +937,7 @@ function fillHead() {
 function fillLegend() {
   const items = data.verdicts.map(({ files }, verdict) => files > 0 &&
     element("li", {}, swatch(verdict), verdictTitle(verdict)));
-  const pruned = facts.find(({ form }) => form === FORM.pruned);
+  const pruned = facts.find(({ isPruned }) => isPruned);
   if (pruned) {
     items.push(element("li", {}, swatch(pruned.verdict, true), "a directory left out whole"));
   }
@@ -959,6 +962,6 @@ paintSwatches();
 new ResizeObserver(() => {
   if (map.clientWidth !== painted.width || map.clientHeight !== painted.height) repaint();
 }).observe(map);
-matchMedia("(prefers-color-scheme: dark)").addEventListener("change", repaint);
-addEventListener("beforeprint", repaint);
-addEventListener("afterprint", repaint);
+for (const media of ["(prefers-color-scheme: dark)", "print"]) {
+  matchMedia(media).addEventListener("change", repaint);
+}

@@ -70,7 +70,7 @@ void Tree::add(std::string_view path, Form form, Verdict verdict, std::string_vi
   const std::size_t slash = path.rfind('/');
   const std::uint32_t directory =
       directory_at(slash == path.npos ? std::string_view() : path.substr(0, slash));
-  const Fact fact{verdict, _languages.number(language), form, _deciders.number(decider)};
+  const Fact fact{verdict, _languages.number(language), form, _deciders.number(decider), false};
   const Box& box = _directories[directory].boxes.emplace_back(
       Box{std::string(path.substr(slash + 1)), number(fact), count});  // npos + 1 is 0
   ++_boxes;
@@ -100,21 +100,27 @@ void Tree::fit() {
   drop_all_but(homes);
 }
 
+/// Which of the things of a directory may become one box: those of one verdict and form.
+std::size_t Tree::group(const Box& box) const {
+  const Fact& fact = _facts[box.fact];
+  return 2U * fact.verdict + static_cast<std::size_t>(fact.form);
+}
+
 /// For each directory the one that has its boxes in the end: itself, or the nearest one above
 /// that stays.
 std::vector<std::uint32_t> Tree::homes() const {
   const std::size_t size = _directories.size();
   std::vector<Count> counts(size);
-  std::vector<unsigned> verdicts(size);  // a set of bits
+  std::vector<unsigned> groups(size);  // a set of bits
   for (std::size_t index = size; index-- > 0;) {
     const Directory& directory = _directories[index];
     for (const Box& box : directory.boxes) {
       counts[index].add(box.count);
-      verdicts[index] |= 1U << _facts[box.fact].verdict;
+      groups[index] |= 1U << group(box);
     }
     if (index == 0) break;
     counts[directory.parent].add(counts[index]);
-    verdicts[directory.parent] |= verdicts[index];
+    groups[directory.parent] |= groups[index];
   }
   // The share of a directory is never larger than that of the one above, which comes before
   // it: what stays hangs together.
@@ -129,12 +135,12 @@ std::vector<std::uint32_t> Tree::homes() const {
   std::iota(order.begin(), order.end(), 0U);
   std::ranges::stable_sort(order, std::greater<>(),
                            [&](std::uint32_t index) { return shares[index]; });
-  // Half of the boxes may be those of several things, one for a verdict of a directory.
+  // Half of the boxes may be those of several things, one for a group of a directory.
   std::vector<bool> stays(size);
   stays[0] = true;
   std::size_t boxes = 0;
   for (const std::uint32_t index : order) {
-    boxes += static_cast<std::size_t>(std::popcount(verdicts[index]));
+    boxes += static_cast<std::size_t>(std::popcount(groups[index]));
     if (boxes > MOST_BOXES / 2) break;
     stays[index] = true;
   }
@@ -148,15 +154,15 @@ std::vector<std::uint32_t> Tree::homes() const {
 /// Leaves the largest boxes of the directories that stay, and puts the others together.
 void Tree::merge(const std::vector<std::uint32_t>& homes) {
   std::vector<std::size_t> sizes;
-  std::vector<unsigned> verdicts(homes.size());
+  std::vector<unsigned> groups(homes.size());
   for (std::uint32_t index = 0; index < homes.size(); ++index) {
     for (const Box& box : _directories[index].boxes) {
-      verdicts[homes[index]] |= 1U << _facts[box.fact].verdict;
+      groups[homes[index]] |= 1U << group(box);
       if (homes[index] == index) sizes.push_back(box.count.bytes);
     }
   }
   std::size_t places = MOST_BOXES;
-  for (const unsigned set : verdicts) places -= static_cast<std::size_t>(std::popcount(set));
+  for (const unsigned set : groups) places -= static_cast<std::size_t>(std::popcount(set));
   std::size_t limit = 0;  // larger boxes stay, and the first of just this size
   if (sizes.size() > places) {
     const auto last = sizes.begin() + static_cast<std::ptrdiff_t>(places);
@@ -166,7 +172,7 @@ void Tree::merge(const std::vector<std::uint32_t>& homes) {
         std::count_if(sizes.begin(), last, [&](std::size_t bytes) { return bytes > limit; }));
   }
 
-  std::map<std::pair<std::uint32_t, Verdict>, Box> merged;
+  std::map<std::pair<std::uint32_t, std::size_t>, Box> merged;
   std::size_t single = 0;
   for (std::uint32_t index = 0; index < homes.size(); ++index) {
     std::vector<Box> boxes = std::exchange(_directories[index].boxes, {});
@@ -178,21 +184,21 @@ void Tree::merge(const std::vector<std::uint32_t>& homes) {
         ++single;
         continue;
       }
-      Fact fact = _facts[box.fact];
-      const auto [found, is_first] = merged.try_emplace({homes[index], fact.verdict}, box);
-      Box& group = found->second;
+      const auto [found, is_first] = merged.try_emplace({homes[index], group(box)}, box);
+      Box& several = found->second;
       if (is_first && at_home) continue;
-      const Fact& other = _facts[group.fact];
+      Fact fact = _facts[box.fact];
+      const Fact& other = _facts[several.fact];
       if (fact.language != other.language) fact.language = 0;
       if (fact.decider != other.decider) fact.decider = 0;
-      fact.form = Form::several;
-      if (!is_first) group.count.add(box.count);
-      group.name.clear();
-      group.fact = number(fact);
+      fact.is_several = true;
+      if (!is_first) several.count.add(box.count);
+      several.name.clear();
+      several.fact = number(fact);
     }
   }
   for (auto& [key, box] : merged) {
-    single += _facts[box.fact].form == Form::several ? 0 : 1;
+    single += _facts[box.fact].is_several ? 0 : 1;
     _directories[key.first].boxes.push_back(std::move(box));
   }
   _merged_boxes = _boxes - single;
@@ -237,7 +243,8 @@ Json Tree::json() const {
   }
   Json facts = Json::array();
   for (const Fact& fact : _facts) {
-    facts.push_back({fact.verdict, fact.language, static_cast<int>(fact.form), fact.decider});
+    facts.push_back({fact.verdict, fact.language, fact.form == Form::pruned_directory, fact.decider,
+                     fact.is_several});
   }
   Json largest = Json::array();
   for (const Large& large : _largest) {
@@ -256,7 +263,7 @@ Json Tree::json() const {
     parents.push_back(directory.parent);
     box_counts.push_back(directory.boxes.size());
     for (const Box& box : directory.boxes) {
-      if (_facts[box.fact].form != Form::file) files.push_back({names.size(), box.count.files});
+      if (box.count.files != 1) files.push_back({names.size(), box.count.files});
       names.push_back(column(box.name));
       bytes.push_back(box.count.bytes);
       box_facts.push_back(box.fact);

@@ -22,8 +22,8 @@ namespace program::report {
 using Verdict = std::uint8_t;
 inline constexpr std::size_t VERDICT_COUNT = 2 + path_filter::ALL_EXCLUSIONS.size();
 
-/// What is drawn as one box.
-enum class Form : std::uint8_t { file, pruned_directory, several };
+/// What is counted as one thing.
+enum class Form : std::uint8_t { file, pruned_directory };
 
 /// A tree as it is found: the contents of a directory are added one after the other, and those
 /// of its subdirectories after them. No operation takes more stack for a deeper tree.
@@ -52,6 +52,7 @@ class Tree {
     std::uint32_t language;
     Form form;
     std::uint32_t decider;
+    bool is_several;  // things of this form in one box
     auto operator<=>(const Fact&) const = default;
   };
   struct Box {
@@ -90,6 +91,7 @@ class Tree {
 
   std::uint32_t directory_at(std::string_view path);
   std::uint32_t number(const Fact& fact);
+  std::size_t group(const Box& box) const;
   void note_large(std::uint32_t directory, const Box& box);
   std::vector<std::uint32_t> homes() const;
   void merge(const std::vector<std::uint32_t>& homes);
