@@ -76,7 +76,11 @@ class Checker {
     if (_options.json) {
       JsonLine object;
       object.add_path(path).add_decision(answer.path, decision);
-      if (_options.verbose) add_decider(object, answer.explanation, answer.path, scope);
+      if (_options.verbose) {
+        add_decider(object, answer.explanation, answer.path, scope);
+        const auto tracked = tracked_although_ignored(answer);
+        if (tracked) object.add_json("tracked", *tracked);
+      }
       _text.append(object.text()) += '\n';
       return;
     }
@@ -98,8 +102,16 @@ class Checker {
     }
     if (_options.verbose) {
       (_text += separator) += decider(answer.explanation, answer.path, scope, raw);
+      const bool is_tracked = tracked_although_ignored(answer).value_or(false);
+      if (is_tracked || raw) (_text += separator) += is_tracked ? "tracked" : "";
     }
     _text += raw ? '\0' : '\n';
+  }
+
+  /// Whether git tracks what its rules leave out, which its own commands do not ask them about.
+  static std::optional<bool> tracked_although_ignored(const Judge::Answer& answer) {
+    if (answer.explanation.decision.kind() != path_filter::Exclusion::gitignore) return {};
+    return answer.repository.is_tracked(answer.path);
   }
 
   void complain(std::string_view path, std::string_view problem) {

@@ -257,6 +257,8 @@ void add_check(CLI::App& app, program::CheckOptions& check) {
                     "Name what decided: the ignore rule, the directory, the pattern, the limit");
   command->add_flag("-q,--quiet", check.quiet, "Print no decision; the exit status tells");
   command->footer(
+      "Rules alone decide, as with git check-ignore --no-index: a file that git tracks is left out "
+      "all the same when a rule matches it; -v says \"tracked\" then.\n\n"
       "Exit status: 0 when every path is indexed, 1 when some are left out, 2 on an error.");
   add_threads(*command, check.threads);
   add_color(*command, check.color);

@@ -116,6 +116,21 @@ std::optional<Explanation> Repository::exclusion_of_directory(const std::string&
   return explanation;
 }
 
+std::optional<bool> Repository::is_tracked(std::string_view path) const {
+  std::call_once(_tracked_once, [this] {
+    _tracked_text = git_config::tracked_files(scope.root);
+    std::string_view rest = _tracked_text ? *_tracked_text : std::string_view();
+    for (std::size_t end; (end = rest.find('\0')) != rest.npos; rest.remove_prefix(end + 1)) {
+      _tracked.push_back(rest.substr(0, end));
+    }
+  });
+  if (!_tracked_text) return std::nullopt;
+  if (std::ranges::binary_search(_tracked, path)) return true;
+  const std::string directory = std::string(path) + '/';
+  const auto below = std::ranges::lower_bound(_tracked, directory);
+  return below != _tracked.end() && below->starts_with(directory);
+}
+
 const Repository& Repositories::at(const std::string& directory) {
   auto root = resolved_directory(directory);
   const std::lock_guard lock(_mutex);

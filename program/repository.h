@@ -11,6 +11,7 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "program/settings.h"
 #include "utils/path_filter/index_scope/index_limits.h"
@@ -85,6 +86,15 @@ class Repository {
   /// Why a walk does not go into the directory at `rel_dir`, and what decided; absent when it
   /// does.
   std::optional<path_filter::Explanation> exclusion_of_directory(const std::string& rel_dir) const;
+
+  /// Whether git tracks the file, or one in the directory, at `path`; absent when git does not say.
+  /// It is asked once.
+  std::optional<bool> is_tracked(std::string_view path) const;
+
+ private:
+  mutable std::once_flag _tracked_once;
+  mutable std::optional<std::string> _tracked_text;
+  mutable std::vector<std::string_view> _tracked;  // of it, in the order of their bytes
 };
 
 /// The repositories that a command meets, by their roots. Any number of threads may ask.

@@ -25,6 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds LONGEST_WAIT{2};
+constexpr std::chrono::seconds LONGEST_WAIT_FOR_LIST{10};
 // In place of an exit status.
 constexpr int NO_GIT = 127;  // there is none
 constexpr int FAILED = -1;   // it could not be run, took too long, or a signal ended it
@@ -71,17 +72,15 @@ class Pipe {
 
   int input() const { return _ends[1]; }
 
-  /// What has been written into it, without waiting for more.
-  std::string read() const {
-    std::string text(MOST_BYTES, '\0');
-    const ssize_t count = ::read(_ends[0], text.data(), text.size());
-    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-    return text;
+  /// Adds what has been written into it, without waiting for more.
+  void read(std::string& text) const {
+    std::array<char, 64 * 1024> part;
+    for (ssize_t count; (count = ::read(_ends[0], part.data(), part.size())) > 0;) {
+      text.append(part.data(), static_cast<std::size_t>(count));
+    }
   }
 
  private:
-  // More than any path has, and no more than a pipe holds before its writer must wait.
-  static constexpr std::size_t MOST_BYTES = 16 * 1024;
   std::array<int, 2> _ends{-1, -1};
 };
 
@@ -131,9 +130,11 @@ GitAnswer ask_git(std::initializer_list<const char*> arguments, Clock::time_poin
   const int error = start_git(arguments.begin(), pipe.input(), child);
   if (error != 0) return {error == ENOENT ? NO_GIT : FAILED};
 
+  GitAnswer answer{0};
   int status = 0;
   pid_t ended = 0;
   while ((ended = ::waitpid(child, &status, WNOHANG)) == 0) {
+    pipe.read(answer.output);  // or it would wait when the pipe is full
     if (Clock::now() >= deadline) {
       ::kill(child, SIGKILL);
       while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
@@ -142,7 +143,8 @@ GitAnswer ask_git(std::initializer_list<const char*> arguments, Clock::time_poin
     }
     std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
-  GitAnswer answer{WIFEXITED(status) ? WEXITSTATUS(status) : FAILED, pipe.read()};
+  pipe.read(answer.output);
+  answer.status = WIFEXITED(status) ? WEXITSTATUS(status) : FAILED;
   // A value ends with a NUL: one that was read whole counts, whatever became of the child.
   if (ended < 0) answer.status = answer.output.ends_with('\0') ? 0 : TAKEN;
   return answer;
@@ -180,6 +182,16 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
   const std::string file = answer.output.substr(0, answer.output.find('\0'));
   if (file.empty()) return std::nullopt;
   return file;
+}
+
+std::optional<std::string> tracked_files(const std::filesystem::path& root) {
+  const std::string directory = root.empty() ? "." : root.string();
+  // A stranger's repository may name a program to run there.
+  GitAnswer answer = ask_git({"git", "-C", directory.c_str(), "-c", "core.fsmonitor=false",
+                              "ls-files", "-z", nullptr},
+                             Clock::now() + LONGEST_WAIT_FOR_LIST);
+  if (answer.status != 0) return std::nullopt;
+  return std::move(answer.output);
 }
 
 std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>

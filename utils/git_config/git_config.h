@@ -1,5 +1,6 @@
-// What git's configuration says, to decide about paths as git does. path_filter reads no
-// configuration: it is given a lookup, and this is one, as a library of its own that asks git.
+// What git says of its configuration, to decide about paths as git does, and of what it tracks.
+// path_filter reads no configuration: it is given a lookup, and this is one, as a library of its own
+// that asks git.
 //
 //   IndexScope scope(root, {.excludes_file = git_config::excludes_file_lookup()});
 
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "utils/path_filter/base/export.h"
@@ -33,11 +35,17 @@ using WarningHandler = std::function<void(std::string_view problem)>;
 PATH_FILTER_EXPORT std::optional<std::filesystem::path> excludes_file(
     const std::filesystem::path& root, const WarningHandler& warn = nullptr);
 
-/// The same as a lookup for path_filter::IndexScopeOptions::excludes_file: what is relative to
+/// That as a lookup for path_filter::IndexScopeOptions::excludes_file: what is relative to
 /// the root is joined with it.
 PATH_FILTER_EXPORT
 std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
 excludes_file_lookup(WarningHandler warn = nullptr);
+
+/// The paths that git tracks at and below `root`, relative to it, each with a NUL at its end and all
+/// in the order of their bytes. Absent when git does not say: there is none, it fails, as it does
+/// outside a repository, or it takes more than ten seconds. Asked as above, in git's time to read
+/// its index.
+PATH_FILTER_EXPORT std::optional<std::string> tracked_files(const std::filesystem::path& root);
 
 }  // namespace git_config
 
