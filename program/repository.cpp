@@ -1,6 +1,9 @@
 #include "program/repository.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -12,6 +15,25 @@ namespace program {
 
 using path_filter::Explanation;
 using path_filter::IndexScope;
+
+namespace {
+
+/// How long git may take: what the user sets, in seconds.
+std::chrono::milliseconds git_timeout() {
+  const char* const text = std::getenv("PATH_FILTER_GIT_TIMEOUT");
+  if (text == nullptr || *text == '\0') return git_config::DEFAULT_LONGEST_WAIT;
+  double seconds = 0;
+  const char* const end = text + std::strlen(text);
+  const auto [parsed, error] = std::from_chars(text, end, seconds);
+  constexpr double MOST = 86400;
+  if (error != std::errc() || parsed != end || !(seconds > 0 && seconds <= MOST)) {
+    throw UsageError("PATH_FILTER_GIT_TIMEOUT: '" + printable(text) +
+                     "' is no number of seconds up to 86400");
+  }
+  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
+}  // namespace
 
 std::filesystem::path resolved_directory(const std::string& directory) {
   std::error_code error;
@@ -89,7 +111,7 @@ Repository::Repository(const std::filesystem::path& top,
     : scope(top, {.limits = std::move(limits),
                   .excludes_file = [this](const std::filesystem::path& root) {
                     auto file = git_config::excludes_file(
-                        root, [](std::string_view problem) { warn(problem); });
+                        root, [](std::string_view problem) { warn(problem); }, git_timeout());
                     if (file && file->is_relative()) {
                       const std::lock_guard lock(_mutex);
                       _relative_excludes_file = file->native();

@@ -8,7 +8,7 @@ program=$(realpath "$1") system_path=$PATH
 ROOT=$(mktemp -d -p /dev/shm 2> /dev/null || mktemp -d) || exit
 trap 'rm -rf "$ROOT"' EXIT
 unset "${!GIT_@}"; umask 022
-export ROOT LC_ALL=C GIT_CONFIG_NOSYSTEM=1 HOME=$ROOT/home XDG_CONFIG_HOME=
+export ROOT LC_ALL=C PATH_FILTER_GIT_TIMEOUT=600 GIT_CONFIG_NOSYSTEM=1 HOME=$ROOT/home XDG_CONFIG_HOME=
 
 fresh_tree() {
   cd "$ROOT" && chmod -R 755 . && rm -rf ./*

@@ -24,7 +24,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds LONGEST_WAIT{2};
 constexpr std::chrono::seconds LONGEST_WAIT_FOR_LIST{10};
 // In place of an exit status.
 constexpr int NO_GIT = 127;  // there is none
@@ -161,8 +160,9 @@ std::optional<std::filesystem::path> default_excludes_file() {
 }  // namespace
 
 std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
-                                                   const WarningHandler& warn) {
-  const Clock::time_point deadline = Clock::now() + LONGEST_WAIT;
+                                                   const WarningHandler& warn,
+                                                   std::chrono::milliseconds longest_wait) {
+  const Clock::time_point deadline = Clock::now() + longest_wait;
   const std::string directory = root.empty() ? "." : root.string();
   GitAnswer answer = ask_git({"git", "-C", directory.c_str(), "config", "-z", "--path", "--get",
                               "core.excludesFile", nullptr},
@@ -187,9 +187,9 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
 std::optional<std::string> tracked_files(const std::filesystem::path& root) {
   const std::string directory = root.empty() ? "." : root.string();
   // A stranger's repository may name a program to run there.
-  GitAnswer answer = ask_git({"git", "-C", directory.c_str(), "-c", "core.fsmonitor=false",
-                              "ls-files", "-z", nullptr},
-                             Clock::now() + LONGEST_WAIT_FOR_LIST);
+  GitAnswer answer = ask_git(
+      {"git", "-C", directory.c_str(), "-c", "core.fsmonitor=false", "ls-files", "-z", nullptr},
+      Clock::now() + LONGEST_WAIT_FOR_LIST);
   if (answer.status != 0) return std::nullopt;
   return std::move(answer.output);
 }
