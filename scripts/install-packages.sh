@@ -24,7 +24,7 @@ while read -r purpose package how what use; do
   list="$list$(printf '\n  %-20s %s' "$package" "$use")"
 done <<'END'
 build make command make the Makefile
-build git command git git, whose settings name ignore files
+build? git command git git, whose settings name a file of ignore rules
 build g++ command g++ the compiler, of version 12 or later
 build cmake command cmake CMake, of version 3.22 or later
 build ninja-build command ninja Ninja, which CMake builds with
@@ -38,6 +38,7 @@ build nlohmann-json3-dev header nlohmann/json.hpp the program: JSON
 build? node-d3-hierarchy file /usr/share/nodejs/d3-hierarchy the program: its command `report`
 python python3-venv python __import__('ensurepip') Python's venv, with pip
 python python3-dev python open(__import__('sysconfig').get_path('include')+'/Python.h') Python's headers
+test git command git git, whose answers the tests compare
 test libgtest-dev header gtest/gtest.h the tests in C++
 test zsh command zsh the test of completions
 test fish command fish the test of completions
