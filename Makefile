@@ -1,5 +1,5 @@
-# The two commands of a user are `make run ROOT=...` and `make test`; each installs what
-# is missing (Debian packages, as root or with sudo).
+# The two commands of a user are `./make run ROOT=...` and `./make test`. Each target installs
+# what it needs and is missing (Debian packages, as root or with sudo).
 
 ROOT ?= .
 JOBS ?= $(shell nproc)
@@ -18,12 +18,12 @@ help:  ## this list
 	@awk -F ':.*## ' '/^[a-z].*:.*##/ { printf "make %-36s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
 
 # On stderr, as the output of `make run` is the list alone.
-build: packages  ## build the program, optimised
+build: needs-build  ## build the program, optimised
 	@echo "building $(RELEASE); a minute or two the first time" >&2
 	@cmake --preset release >&2
 	@cmake --build --preset release -j $(JOBS) >&2
 
-test: packages  ## build everything and run all tests, those of the Python package too
+test: needs-build-test-python  ## build everything and run all tests, those of the Python package too
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS)
 	ctest --preset gcc -j $(JOBS)
@@ -31,31 +31,32 @@ test: packages  ## build everything and run all tests, those of the Python packa
 
 # PYTHON=python3.13 make test-python: with another Python, of 3.10 and later.
 test-python bench-python: VENV = build/venv-$(shell $(PYTHON) -c 'import sys; print(*sys.version_info[:2], sep=".")')
-test-python: packages  ## build the Python package and run its tests
+test-python: needs-build-python  ## build the Python package and run its tests
 	[ -x $(VENV)/bin/python ] || $(PYTHON) -m venv $(VENV)
 	$(VENV)/bin/pip install --quiet '.[test]'
 	$(VENV)/bin/python -m pytest --quiet python/tests
 
 # With clang, without what only Linux has, or with a sanitizer.
-test-clang test-posix test-tsan test-asan: test-%: packages  ## the same in another way
+test-posix: needs-build-test
+test-clang test-tsan test-asan: needs-build-test-clang
+test-clang test-posix test-tsan test-asan: test-%:  ## the same in another way
 	cmake --preset $*
 	cmake --build --preset $* -j $(JOBS)
 	ctest --preset $* -j $(JOBS)
 
 # With the oldest CMake that is promised.
-test-package: packages  ## install it, and build outer projects with it
+test-package: needs-build-clang-python  ## install it, and build outer projects with it
 	[ -x build/cmake-3.22/bin/cmake ] || { python3 -m venv build/cmake-3.22 && \
 	  build/cmake-3.22/bin/pip install --quiet cmake==3.22.6; }
 	tests/package_test.sh build/cmake-3.22/bin/cmake build/package-test
 
 # Debian's Python, which has Debian's Selenium.
-test-report: packages  ## open the pages of `report` in headless Chromium
-	scripts/install-packages.sh report
+test-report: needs-build-test-report  ## open the pages of `report` in headless Chromium
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS) --target path-filter
 	/usr/bin/python3 tests/report_test.py build/gcc/program/path-filter
 
-lint: packages  ## check the format, that headers stand alone, which way includes go
+lint: needs-build-lint  ## check the format, that headers stand alone, which way includes go
 	scripts/lint.sh
 
 # How many lines of tests there are beside the code.
@@ -64,31 +65,28 @@ share:  ## count the lines of the tests
 
 # MUTANTS="--only git_glob --sample 50" make mutants: which changes of the code no test notices;
 # an hour for all.
-mutants: packages  ## change the code and see whether a test notices
-	scripts/install-packages.sh mutants
+mutants: needs-build-test-mutants  ## change the code and see whether a test notices
 	scripts/mutants.py -j $(JOBS) $(MUTANTS)
 
-bench: packages  ## measure
-	scripts/install-packages.sh bench
+bench: needs-build-bench  ## measure
 	cmake --preset bench
 	cmake --build --preset bench -j $(JOBS)
 	benchmarks/compare.sh build/bench
 
-bench-python: test-python  ## measure the Python package
-	scripts/install-packages.sh bench
+bench-python: test-python needs-bench  ## measure the Python package
 	$(VENV)/bin/pip install --quiet pathspec
 	cmake --preset bench
 	cmake --build --preset bench -j $(JOBS)
 	PYTHON=$(VENV)/bin/python benchmarks/compare.sh build/bench python
 
 # SECONDS=900 make fuzz: how long it runs.
-fuzz: packages  ## run the fuzzer for SECONDS (60)
+fuzz: needs-build-clang  ## run the fuzzer for SECONDS (60)
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
 	fuzz/run.sh $(or $(SECONDS),60)
 
 # SECONDS=3600 make fuzz-git: how long git and the component are asked the same.
-fuzz-git: packages  ## compare with git for SECONDS (60)
+fuzz-git: needs-build-test  ## compare with git for SECONDS (60)
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS) --target git_differential
 	build/gcc/fuzz/git_differential --seconds $(or $(SECONDS),60)
@@ -116,13 +114,15 @@ uninstall:  ## remove what the last install put in place, with its DESTDIR
 	  build/static/install_manifest.txt | \
 	  sort -ru | tr '\n' '\0' | xargs -0 -I{} find {} -depth -type d -empty -delete
 
-package: libraries  ## make a .deb and a .tar.gz in build/packages
+package: libraries needs-package  ## make a .deb and a .tar.gz in build/packages
 	cpack --config build/static/CPackConfig.cmake -G "DEB;TGZ" -B build/packages \
 	  -D "CPACK_INSTALL_CMAKE_PROJECTS=$(TREES)"
 
-packages:  ## install the missing Debian packages that the build needs
-	@mkdir -p build
-	@scripts/install-packages.sh build
+packages: needs-build-test-python  ## install what is missing for `run` and `test`
+
+.NOTPARALLEL:  # apt-get runs once at a time
+needs-%:
+	@scripts/install-packages.sh $(subst -, ,$*)
 
 clean:  ## remove all that was built
 	rm -rf build

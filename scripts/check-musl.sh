@@ -1,7 +1,7 @@
 #!/bin/sh
 # Compiles the component for musl, with all that it uses of Linux and without, and for two
 # other systems, with the compiler and the C libraries that the Python package ziglang brings.
-# SQL is left out: Debian's Boost asks the C++ library for what C++17 removed. Some minutes.
+# SQL is left out, as it asks for SQLite. Some minutes.
 set -eu
 cd "$(dirname "$0")/.."
 out=build/musl

@@ -143,11 +143,11 @@ def survey(tree, program, data, cloc_names):
     counts = collections.Counter()
     files = {}
     for options in ([], ["--excluded"]):
-        lines = run(program, "list", "--json", "--root", root, *options, root)
+        lines = run(program, "list", "--json", "--root", ".", *options, cwd=root)
         files.update((file["path"], file) for file in map(json.loads, lines.splitlines()))
     for path, file in files.items():
         name = path.rpartition("/")[2]
-        if file["language"] is None:
+        if file["kind"] == "unknown_language":
             counts["unknown", extension(name)] += 1
         if not file["indexable"] or not (root / path).is_file():  # a link that leads nowhere
             continue
@@ -233,7 +233,8 @@ def main():
             fetch_from_npm(data, name, NPM[name])
     names = filter(is_there, options.trees) if options.trees else sorted(os.listdir(data / "trees"))
     cloc_names = names_of_cloc(data)
-    trees = {name: survey(name, options.program, data, cloc_names) for name in names}
+    program = pathlib.Path(options.program).resolve()
+    trees = {name: survey(name, program, data, cloc_names) for name in names}
     show(trees, options.details)
     figures = {(tree, *key): count
                for tree, counts in trees.items() for key, count in counts.items()}

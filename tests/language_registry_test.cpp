@@ -24,8 +24,8 @@ TEST(LanguageRegistry, ChoosesAmongThoseThatClaimAName) {
   std::istringstream rows(R"(
       a.h c  a.m objective-c  a.mm objective-cpp  a.ts typescript  a.tsx tsx  a.rs rust  a.pl perl
       a.t perl  a.md markdown  a.v verilog  a.r r  a.d d  a.fs fsharp  a.php php  a.html html  a.1 roff
-      a.MD markdown  Foo.JAVA java  a.s assembly  a.S assembly  a.C cpp  a.H cpp  a.c c  a.R r
-      a.d.ts typescript  a.blade.php blade  a.Blade.PHP blade  a.sword.php php  a.gradle.kts kotlin
+      a.mo modelica  a.MD markdown  Foo.JAVA java  a.s assembly  a.S assembly  a.C cpp  a.H cpp  a.c c
+      a.R r  a.d.ts typescript  a.blade.php blade  a.Blade.PHP blade  a.sword.php php  a.gradle.kts kotlin
       a.h.in c  a.min.js javascript  a.b.c.d.py python  .eslintrc.json jsonc  .a.yml yaml
       theme.sublime-color-scheme jsonc  a.xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx.sublime-color-scheme jsonc
       CMakeLists.txt cmake  requirements.txt requirements  Makefile.PL perl  BUILD starlark  go.mod go-module
@@ -58,7 +58,7 @@ TEST(LanguageRegistry, KnowsNoLanguageForWhatHoldsSecretsOrIsBinary) {
       .env .env.local .env.production a.env .envrc .npmrc .netrc .pypirc .htpasswd .my.cnf id_rsa
       .git-credentials .bash_history .Rhistory a.tfstate a.tfstate.backup a.tfvars a.tfvars.json
       credentials.json client_secret.json secrets.json secrets.yml secrets.yaml .secrets.toml a.key
-      key.properties a.pem a.p8 a.mo a.mod a.res a.boot liba.so.1 LIBA.SO.2 a.log.9 a.exe.sig)");
+      key.properties a.pem a.p8 django.mo a.mod a.res a.boot liba.so.1 LIBA.SO.2 a.log.9 a.exe.sig)");
   for (std::string name; names >> name;)
     EXPECT_TRUE(!detect_language(name) && !LANGUAGES.classify(name)) << name;
 }

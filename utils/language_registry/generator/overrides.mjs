@@ -144,7 +144,6 @@ export const extensions = [
   ['.es', null, 'texts in Spanish (README.es)'],
   ['.fr', null, 'texts in French'],
   ['.nl', null, 'texts in Dutch'],
-  ['.mo', null, 'compiled message catalogs, 1,633 of 1,634'],
   ['.mod', null, 'compiled modules of .NET and Fortran, and music; go.mod is a file name'],
   ['.res', null, 'compiled resources of Windows and ICU, 60 of 75'],
   ['.scpt', null, 'compiled; the text form is ".applescript"'],
@@ -160,6 +159,8 @@ export const extensions = [
   ['.asc', 'AsciiDoc', 'the text form worth reading; signatures and keys share the extension'],
   ['.b', 'Brainfuck', commonest],
   ['.bas', 'BASIC', 'the family that the dialects share'],
+  ['.bazel', 'Starlark', 'build files of Bazel, BUILD.zlib.bazel among them'],
+  ['.bazelrc', 'Option List', 'options of Bazel\'s commands'],
   ['.bb', 'BitBake', commonest],
   ['.bf', 'Brainfuck', commonest],
   ['.bsh', 'Java', 'BeanShell, a superset of an early Java'],
@@ -255,14 +256,18 @@ export const extensions = [
   ['.txt', 'Text', commonest],
   ['.v', 'Verilog', commonest],
   ['.vcproj', 'XML', project],
+  ['.vlt', 'Verilog', 'what Verilator is told, after the directive `verilator_config`'],
   ['.vm', 'Velocity Template Language', commonest],
+  ['.waiver', 'Tcl', 'commands that waive the warnings of a linter of hardware'],
   ['.x', 'RPC', 'the one that is written by hand'],
+  ['.xcscheme', 'XML', 'what Xcode builds and runs together'],
   ['.yaml', 'YAML', commonest],
   ['.yy', 'Yacc', commonest],
 ];
 
 // [extension, language, reason]: extensions whose case matters. All others match in any case.
 export const casedExtensions = [
+  ['.BUILD', 'Starlark', 'the BUILD file of another\'s sources, 21 of 21'],
   ['.C', 'C++', 'GCC takes it for C++'],
   ['.H', 'C++', 'GCC takes it for a C++ header'],
   ['.P', 'Prolog', 'the sources of XSB'],
@@ -313,6 +318,9 @@ export const fileNames = [
   ['.Rapp.history', null, typed],
   ['.Rhistory', null, typed],
   ['.bash_history', null, typed],
+  ...['django', 'djangojs', 'messages'].map(
+    (name) => [`${name}.mo`, null, 'a compiled message catalog, as 94 % of catalogs are named']),
+  ['.bazelrc', 'Option List', 'options of Bazel\'s commands'],
   ['.env.dist', 'Dotenv', 'what Symfony calls .env.example'],
   ['example.env', 'Dotenv', 'an example that people commit'],
   ['sample.env', 'Dotenv', 'an example that people commit'],
@@ -324,7 +332,9 @@ export const fileNames = [
   ['.mailmap', 'Text', conventional],
   ['.prettierrc', 'YAML', 'Prettier reads JSON and YAML; YAML contains JSON'],
   ['.releaserc', 'YAML', 'semantic-release reads JSON and YAML; YAML contains JSON'],
+  ['.stylelintrc', 'YAML', 'stylelint reads JSON and YAML; YAML contains JSON'],
   ['.yamllint', 'YAML', conventional],
+  ['.yarnrc', 'Option List', 'options of Yarn 1, with and without dashes'],
   ['AUTHORS', 'Text', document],
   ['CHANGELOG', 'Text', document],
   ['CHANGES', 'Text', document],
@@ -337,6 +347,7 @@ export const fileNames = [
   ['Changes', 'Text', document],
   ['Chart.lock', 'YAML', lock],
   ['DESCRIPTION', 'Debian Package Control File', 'of an R package, in that format'],
+  ['Doxyfile', 'INI', 'keys of Doxygen, in no section'],
   ['Forc.lock', 'TOML', lock],
   ['HACKING', 'Text', document],
   ['HISTORY', 'Text', document],
@@ -349,11 +360,14 @@ export const fileNames = [
   ['Move.lock', 'TOML', lock],
   ['NAMESPACE', 'R', 'what an R package exports, as R calls'],
   ['NOTICE', 'Text', document],
+  ['OWNERS', 'CODEOWNERS', 'who reviews a directory: lines, or YAML in Kubernetes'],
+  ['OWNERS_ALIASES', 'YAML', 'groups of reviewers in Kubernetes'],
   ['PATENTS', 'Text', document],
   ['Podfile.lock', 'YAML', lock],
   ['README', 'Text', document],
   ['README.source', 'Text', document],
   ['Scarb.lock', 'TOML', lock],
+  ['TARGETS', 'Starlark', 'what Buck\'s files are called at their origin'],
   ['THANKS', 'Text', document],
   ['TODO', 'Text', document],
   ['UNLICENSE', 'Text', document],
@@ -382,12 +396,14 @@ export const fileNames = [
   ['missing', 'Shell', script],
   ['mkinstalldirs', 'Shell', script],
   ['nimble.lock', 'JSON', lock],
+  ['package.order', 'Text', 'the order of a Modelica package, a name a line'],
   ['postinst', 'Shell', maintainer],
   ['postrm', 'Shell', maintainer],
   ['preinst', 'Shell', maintainer],
   ['prerm', 'Shell', maintainer],
   ['pubspec.lock', 'YAML', lock],
   ['py-compile', 'Shell', script],
+  ['py.typed', 'Text', 'a mark for type checkers: empty, a comment or a word'],
   ['renv.lock', 'JSON', lock],
   ['requirements.lock', 'Pip Requirements', lock],
   ['requirements-dev.lock', 'Pip Requirements', lock],
@@ -414,6 +430,7 @@ const variants = 'variants are named by what follows the dot';
 export const stems = [
   ['Containerfile', 'Dockerfile', variants],
   ['Dockerfile', 'Dockerfile', variants],
+  ['Doxyfile', 'INI', variants],
   ['GNUmakefile', 'Makefile', variants],
   ['Jenkinsfile', 'Groovy', variants],
   ['Kbuild', 'Makefile', variants],
@@ -427,14 +444,23 @@ export const addedLanguages = [
   // The hardware descriptions that the kernel, U-Boot and Zephyr compile with dtc.
   { name: 'Devicetree', type: 'programming', extensions: ['.dts', '.dtsi', '.dtso'] },
   { name: 'DTD', type: 'data', extensions: ['.dtd'] },
+  // JSON as a person writes it: comments, and texts without quotes.
+  { name: 'Hjson', type: 'data', extensions: ['.hjson'] },
   // The interfaces of COM, CORBA and Mozilla; not the Interactive Data Language, which is "idl".
   { name: 'Interface IDL', type: 'programming', extensions: ['.idl'] },
   // The configuration options of the kernel, BusyBox, U-Boot and Zephyr.
   { name: 'Kconfig', type: 'config', filenames: ['Kconfig'] },
   // The packages of OCaml.
   { name: 'opam', type: 'config', extensions: ['.opam'], filenames: ['opam'] },
+  // Which files a source distribution of Python holds.
+  { name: 'Sdist Manifest', type: 'config', filenames: ['MANIFEST.in'] },
   // DocBook before it was XML.
   { name: 'SGML', type: 'prose', extensions: ['.sgml'] },
+  // A version and nothing else: of the project, or of what it is built with.
+  { name: 'Version File',
+    type: 'config',
+    filenames: ['.go-version', '.java-version', '.node-version', '.nvmrc', '.python-version',
+      '.ruby-version', '.terraform-version', '.tool-versions', 'VERSION', 'rust-toolchain'] },
   // Dialogs, menus and texts, which Windows' resource compiler links into a program.
   { name: 'Windows RC', type: 'programming', extensions: ['.rc'] },
 ];
