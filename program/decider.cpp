@@ -6,6 +6,7 @@
 
 #include "utils/language_registry/catalog.h"
 #include "utils/path_filter/base/quoting.h"
+#include "utils/path_filter/base/utf8.h"
 #include "utils/path_filter/test_code/shell_glob.h"
 
 namespace program {
@@ -24,6 +25,19 @@ std::optional<std::string_view> deciding_glob(const Explanation& explanation,
   const std::string_view name = path.substr(path.find_last_of("/\\") + 1);
   for (const std::string_view pattern : language_registry::lockfile_names()) {
     if (path_filter::internal::shell_glob_matches(pattern, name)) return pattern;
+  }
+  return std::nullopt;
+}
+
+/// The name of files that often hold secrets by which this one is of no language.
+std::optional<std::string_view> secret_name(const Explanation& explanation, std::string_view path) {
+  if (explanation.decision.kind() != Exclusion::unknown_language) return std::nullopt;
+  const std::string_view name = path.substr(path.find_last_of("/\\") + 1);
+  std::string lower;
+  path_filter::internal::append_lower(name, lower);
+  for (const std::string_view known : language_registry::secret_names()) {
+    const bool is_ending = known.starts_with('*');
+    if (is_ending ? lower.ends_with(known.substr(1)) : name == known) return known;
   }
   return std::nullopt;
 }
@@ -47,6 +61,9 @@ std::string decider(const Explanation& explanation, std::string_view path, const
     return raw ? directory : column(directory);
   }
   if (const auto glob = deciding_glob(explanation, path)) return std::string(*glob);
+  if (const auto secret = secret_name(explanation, path)) {
+    return "often holds secrets: " + std::string(*secret);
+  }
   if (explanation.decision.kind() == Exclusion::size) {
     return std::to_string(scope.limits->max_file_bytes()) + " bytes";
   }
@@ -70,6 +87,7 @@ void add_decider(JsonLine& object, const Explanation& explanation, std::string_v
   object.add_json("rule", rule);
   if (explanation.directory) object.add("directory", *explanation.directory + "/");
   if (const auto glob = deciding_glob(explanation, path)) object.add("glob", *glob);
+  if (const auto secret = secret_name(explanation, path)) object.add("secret", *secret);
   if (explanation.decision.kind() == Exclusion::size) {
     object.add_json("max_file_bytes", Json(scope.limits->max_file_bytes()));
   }

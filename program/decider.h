@@ -12,13 +12,13 @@
 namespace program {
 
 /// One column: the ignore rule as `git check-ignore -v` prints it, the skipped directory, the
-/// pattern of the lock or bundle, the limit; "" when there is nothing more to say than the
-/// reason. `raw` leaves out what makes names fit for a terminal.
+/// pattern of the lock or bundle, that a name often holds secrets, the limit; "" when there is
+/// nothing more to say than the reason. `raw` leaves out what makes names fit for a terminal.
 std::string decider(const path_filter::Explanation& explanation, std::string_view path,
                     const path_filter::IndexScope& scope, bool raw = false);
 
 /// The same as fields of an object: "rule" (null when no rule of git's decided), "directory",
-/// "glob", "max_file_bytes", "languages".
+/// "glob", "secret", "max_file_bytes", "languages".
 void add_decider(JsonLine& object, const path_filter::Explanation& explanation,
                  std::string_view path, const path_filter::IndexScope& scope);
 

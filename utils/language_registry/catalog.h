@@ -32,6 +32,10 @@ std::span<const Language> languages();
 /// in a name stands for any text.
 std::span<const std::string_view> lockfile_names();
 
+/// Names of files that often hold secrets, such as passwords, and that are of no language for it.
+/// Those that begin with "*" stand for all that end as they do, in any case.
+std::span<const std::string_view> secret_names();
+
 /// The directory names that hold test code, in lower case and sorted.
 std::span<const std::string_view> test_dir_names();
 

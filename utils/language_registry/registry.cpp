@@ -47,6 +47,10 @@ constexpr auto lockfile_rows = std::to_array<std::string_view>({
 #include "utils/language_registry/lockfiles.inc"
 });
 
+constexpr auto secret_rows = std::to_array<std::string_view>({
+#include "utils/language_registry/secrets.inc"
+});
+
 constexpr auto test_directories = std::to_array<std::string_view>({
 #include "utils/language_registry/test_directories.inc"
 });
@@ -328,6 +332,8 @@ std::string_view tier_of(std::string_view language) {
 std::span<const Language> languages() { return catalog; }
 
 std::span<const std::string_view> lockfile_names() { return lockfile_rows; }
+
+std::span<const std::string_view> secret_names() { return secret_rows; }
 
 std::span<const std::string_view> test_dir_names() { return test_directories; }
 

@@ -121,9 +121,10 @@ export const tiers = [
 // has it, goes to that kind or to none.
 
 // What holds passwords, keys and tokens by its purpose is of no language: a search index that
-// answers with a password is a leak.
-const secret = 'made for secrets';
-const typed = 'a history of commands, passwords typed by mistake among them';
+// answers with a password is a leak. A row whose reason begins so goes into secrets.inc too, from
+// which the program says why such a file is left out.
+export const secret = 'made for secrets';
+const typed = secret + ' of nobody, but a history of commands has passwords typed by mistake';
 const digits = [...'123456789'];
 
 // [extension, language or null for none, reason]: which language an extension belongs to that the data does not have
@@ -134,12 +135,12 @@ const maintainer = 'a script of a Debian package';
 const project = 'a project file, which is XML';
 export const extensions = [
   ['.env', null, secret],
-  ['.p8', null, 'private keys in PKCS #8, as Apple hands them out; PICO-8 cartridges share it'],
+  ['.p8', null, secret + ': private keys in PKCS #8, as of Apple; PICO-8 cartridges share it'],
   ['.rhistory', null, typed],
   ['.tfstate', null, secret + ': Terraform writes all values into it'],
   ['.tfstate.backup', null, secret],
-  ['.tfvars', null, 'what Terraform is told and not to be committed, as its ignore template says'],
-  ['.tfvars.json', null, 'the same in JSON'],
+  ['.tfvars', null, secret + ': Terraform is told them, and its ignore template says so'],
+  ['.tfvars.json', null, secret + ': the same in JSON'],
   ['.boot', null, 'boot images of Erlang and Chez Scheme; the script of Boot has a name'],
   ['.es', null, 'texts in Spanish (README.es)'],
   ['.fr', null, 'texts in French'],
