@@ -314,8 +314,8 @@ CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
   return {ignores(decides)};
 }
 
-GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
-                                                       std::size_t skip) const {
+GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question, std::size_t skip,
+                                                       Progress* progress) const {
   const std::string_view path = question._path.substr(skip);
   const std::string_view name = question._name;
   const auto matches = [&](RuleNumber rule) {
@@ -324,7 +324,10 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     const std::string_view glob = glob_of(rule);
     const std::string_view text = kind == GlobKind::name ? name : path;
     if (glob.empty()) return false;
-    return _rules[rule - 1].is_literal ? glob == text : glob_matches(glob, kind, text);
+    if (_rules[rule - 1].is_literal) return glob == text;
+    if (progress == nullptr || kind == GlobKind::name) return glob_matches(glob, kind, text);
+    progress->resize(_rules.size());
+    return glob_matches_further(glob, path, (*progress)[rule - 1]);
   };
   if (!_index) {
     RuleNumber rule = static_cast<RuleNumber>(_rules.size());
@@ -344,11 +347,12 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
   for (std::size_t at = _index->others.size(); at-- > 0;) {
     const RuleNumber rule = _index->others[at];
     if (rule <= best) break;
-    if (at < _index->parts.size()) {
+    const bool is_name = kind_of(rule) == GlobKind::name;
+    // Where there is progress, a path is not searched from its beginning.
+    if (at < _index->parts.size() && (is_name || progress == nullptr)) {
       const auto [begin, size] = _index->parts[at];
       const std::string_view part = std::string_view(_text).substr(begin, size);
-      const std::string_view text = kind_of(rule) == GlobKind::name ? name : path;
-      if (text.find(part) == std::string_view::npos) continue;
+      if ((is_name ? name : path).find(part) == std::string_view::npos) continue;
     }
     if (matches(rule)) return rule;
   }
