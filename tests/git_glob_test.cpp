@@ -8,7 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/temp_tree.h"
 #include "utils/path_filter/git_ignore/git_ignore.h"
+#include "utils/path_filter/index_scope/index_scope.h"
 
 namespace path_filter {
 
@@ -36,6 +38,12 @@ TEST(GitGlob, HostilePatternsEnd) {
     const GitIgnoreSpec rules = GitIgnoreSpec::from_lines(lines);
     EXPECT_FALSE(rules.check_file(path.empty() ? "a/b" : path).include) << line.substr(0, 12);
   }
+  // Matched anew at each level, this takes minutes.
+  const TempTree tree;
+  std::string rules;
+  for (int number = 0; number < 2000; ++number) rules += "**/a/**/b/**/*c/**\n";
+  tree.write(".gitignore", rules);
+  EXPECT_FALSE(IndexScope(tree.root()).admits_directory(directories + "/a/c/d"));
 }
 
 }  // namespace path_filter

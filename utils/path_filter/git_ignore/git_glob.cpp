@@ -229,10 +229,10 @@ bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text
                                 : PathMatch().run(pattern, text);
 }
 
-bool glob_matches_further(std::string_view pattern, std::string_view path, GlobProgress& progress) {
+[[gnu::noinline]] bool glob_matches_further(std::string_view pattern, std::string_view path,
+                                            GlobProgress& progress) {
   if (!ends_fit(pattern, path)) return false;
-  PathMatch match{progress.pattern, progress.path, progress.after_globstar,
-                  progress.globstar_path};
+  PathMatch match{progress.pattern, progress.path, progress.after_globstar, progress.globstar_path};
   const bool matches = match.run(pattern, path);
   const auto narrow = [](std::size_t offset) { return static_cast<std::uint32_t>(offset); };
   progress = {narrow(match.p), narrow(match.at), narrow(match.after_globstar),

@@ -314,8 +314,15 @@ CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
   return {ignores(decides)};
 }
 
-GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question, std::size_t skip,
-                                                       Progress* progress) const {
+[[gnu::noinline]] internal::GlobProgress& GitIgnoreSpec::progress_of(
+    RuleNumber number, Question::Progress& progress) const {
+  auto& of_rules = progress[this];
+  of_rules.resize(_rules.size());
+  return of_rules[number - 1];
+}
+
+GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
+                                                       std::size_t skip) const {
   const std::string_view path = question._path.substr(skip);
   const std::string_view name = question._name;
   const auto matches = [&](RuleNumber rule) {
@@ -325,9 +332,10 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     const std::string_view text = kind == GlobKind::name ? name : path;
     if (glob.empty()) return false;
     if (_rules[rule - 1].is_literal) return glob == text;
-    if (progress == nullptr || kind == GlobKind::name) return glob_matches(glob, kind, text);
-    progress->resize(_rules.size());
-    return glob_matches_further(glob, path, (*progress)[rule - 1]);
+    if (question._progress != nullptr && kind == GlobKind::path) {
+      return glob_matches_further(glob, path, progress_of(rule, *question._progress));
+    }
+    return glob_matches(glob, kind, text);
   };
   if (!_index) {
     RuleNumber rule = static_cast<RuleNumber>(_rules.size());
@@ -349,7 +357,7 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     if (rule <= best) break;
     const bool is_name = kind_of(rule) == GlobKind::name;
     // Where there is progress, a path is not searched from its beginning.
-    if (at < _index->parts.size() && (is_name || progress == nullptr)) {
+    if (at < _index->parts.size() && (is_name || question._progress == nullptr)) {
       const auto [begin, size] = _index->parts[at];
       const std::string_view part = std::string_view(_text).substr(begin, size);
       if ((is_name ? name : path).find(part) == std::string_view::npos) continue;

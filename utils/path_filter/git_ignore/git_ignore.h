@@ -35,6 +35,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 #include <vector>
 
 #include "utils/path_filter/base/export.h"
@@ -45,7 +46,7 @@ namespace path_filter {
 namespace internal {
 enum class GlobKind : std::uint8_t;
 struct GlobProgress;
-}
+}  // namespace internal
 
 /// The name of the ignore file of a directory.
 inline constexpr std::string_view IGNORE_FILE_NAME = ".gitignore";
@@ -135,28 +136,29 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
   /// `name` is its last component.
   class Question {
    public:
-    Question(std::string_view path, std::string_view name, bool is_directory)
-        : _path(path), _name(name), _is_directory(is_directory) {}
+    /// How far the rules of each set have come in a path that is asked about level by level,
+    /// "a", "a/b", "a/b/c", in questions that share it: all of them together then take no more
+    /// than on the order of the rules' text times the longest path. It takes 16 bytes a rule.
+    using Progress = std::unordered_map<const GitIgnoreSpec*, std::vector<internal::GlobProgress>>;
+
+    Question(std::string_view path, std::string_view name, bool is_directory,
+             Progress* progress = nullptr)
+        : _path(path), _name(name), _is_directory(is_directory), _progress(progress) {}
 
    private:
     friend class GitIgnoreSpec;
     std::string_view _path;
     std::string_view _name;
     bool _is_directory;
+    Progress* _progress;
   };
 
   /// A rule, as its position among the rules of its set; valid when not 0.
   using RuleNumber = std::uint32_t;
 
-  /// How far each rule has come in a path that is asked about level by level; empty at first.
-  using Progress = std::vector<internal::GlobProgress>;
-
   /// The last rule that matches, or 0. The first `skip` bytes of the question's path
-  /// lead to the directory of this set's ignore file. Questions about "a", "a/b", "a/b/c"
-  /// in this order may share a `progress`, of 16 bytes a rule: all of them together then take
-  /// no more than on the order of the rules' text times the longest path.
-  RuleNumber deciding_rule(const Question& question, std::size_t skip,
-                           Progress* progress = nullptr) const;
+  /// lead to the directory of this set's ignore file.
+  RuleNumber deciding_rule(const Question& question, std::size_t skip) const;
 
   /// The pattern of a rule that deciding_rule named.
   Pattern pattern(RuleNumber number) const;
@@ -190,6 +192,7 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
   std::string_view text_of(RuleNumber number) const;
   internal::GlobKind kind_of(RuleNumber number) const;
   Part longest_part(std::string_view glob) const;
+  internal::GlobProgress& progress_of(RuleNumber number, Question::Progress& progress) const;
   std::string_view glob_of(RuleNumber number) const;
 
   std::string _text;  // of all patterns

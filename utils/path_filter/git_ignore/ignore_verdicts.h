@@ -35,7 +35,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "utils/path_filter/base/directory_table.h"
@@ -107,15 +106,13 @@ class IgnoreVerdicts {
     bool ignores() const { return file != nullptr && file->rules.ignores(rule); }
   };
 
-  /// Of each ignore file that a question about several levels has asked.
-  using Progress = std::unordered_map<const IgnoreFile*, GitIgnoreSpec::Progress>;
-
   std::vector<std::filesystem::path> _exclude_files() const;
   const IgnoreFile* _ignore_rules(std::string_view rel_dir, const internal::Directory& directory);
   const std::vector<IgnoreFile>& _repository_excludes();
   Match _matches(std::string_view path, const internal::Directory& directory, bool is_directory,
-                 Progress* progress = nullptr);
+                 GitIgnoreSpec::Question::Progress* progress = nullptr);
 
+  Verdict judge(std::string_view rel_dir, const internal::Directory& directory);
   const IgnoreFile* read_rules(std::string_view rel_dir, const internal::Directory& directory,
                                const IgnoreFileReader& read);
   internal::FileContent read_below_root(std::string_view rel_dir) const;
