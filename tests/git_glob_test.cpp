@@ -1,9 +1,12 @@
 // Patterns made to explode. What patterns match is held against git by
 // fuzz/git_differential.cpp.
 
+#include "utils/path_filter/git_ignore/git_glob.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,6 +47,24 @@ TEST(GitGlob, HostilePatternsEnd) {
   for (int number = 0; number < 2000; ++number) rules += "**/a/**/b/**/*c/**\n";
   tree.write(".gitignore", rules);
   EXPECT_FALSE(IndexScope(tree.root()).admits_directory(directories + "/a/c/d"));
+}
+
+TEST(GitGlob, GoesOnAsIfMatchedAnew) {
+  const std::array<std::string, 9> pieces{"a", "b", "/", "*", "?", "**/", "/**/", "/**", "**\\/"};
+  std::minstd_rand random(1);  // NOLINT: the same each time
+  for (int round = 0; round < 50'000; ++round) {
+    std::string pattern;
+    for (std::size_t count = 1 + random() % 8; count > 0; --count) {
+      pattern += pieces[random() % pieces.size()];
+    }
+    internal::GlobProgress progress;
+    for (std::string path = "b"; path.size() < 18; path += random() % 2 == 0 ? "/a" : "/b") {
+      if (random() % 4 == 0) continue;  // not every level is asked about
+      ASSERT_EQ(internal::glob_matches_further(pattern, path, progress),
+                internal::glob_matches(pattern, internal::GlobKind::path, path))
+          << pattern << ' ' << path;
+    }
+  }
 }
 
 }  // namespace path_filter
