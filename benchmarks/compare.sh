@@ -200,6 +200,9 @@ if part rules; then
   function_row "10,000 rules / 100 rules, the tree's paths" Ask/tree/10000 Ask/tree/100 "<= 2"
   function_row "10,000 rules / 100 rules, paths of the rules' words" \
     Ask/generated/10000 Ask/generated/100 "<= 2"
+  # It would be 1000, were each level matched anew.
+  function_row '1,000 rules of "**", 2,000 levels / the last alone' Deep/levels:2000 \
+    Deep/levels:1 "<= 10"
   declare -A per_rule
   for count in 100 1000 10000 100000; do
     per_rule[$count]=$(awk -v t="$(best time "Build/$count")" -v n="$count" \

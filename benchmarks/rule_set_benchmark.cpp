@@ -2,6 +2,9 @@
 //
 //   Ask    One pass over the questions. 100 rules against 10,000: how little a rule that
 //          does not match costs.
+//   Deep   Hostile: a path of so many levels asked about level by level, as the first question
+//          about a directory does, under 1,000 rules whose "**" can begin at each; against
+//          (levels:1) its last level alone.
 //   Build  from_lines: the rules per second stay the same when it is linear.
 //
 // The rules are made up, with the mix of the public collections of ignore templates, out of
@@ -29,6 +32,7 @@
 #include <vector>
 
 #include "benchmarks/benchmark_tree.h"
+#include "utils/path_filter/git_ignore/git_glob.h"
 #include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace {
@@ -142,6 +146,25 @@ void Ask(benchmark::State& state, bool generated) {
 }
 BENCHMARK_CAPTURE(Ask, tree, false)->Arg(100)->Arg(10'000)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Ask, generated, true)->Arg(100)->Arg(10'000)->Unit(benchmark::kMillisecond);
+
+void Deep(benchmark::State& state) {
+  std::vector<std::string> rules;
+  for (int i = 0; i < 1000; ++i) rules.push_back("**/a/**/b" + std::to_string(i) + "/**/c/**");
+  const GitIgnoreSpec rule_set = make_rule_set(rules);
+  std::string path = "a";
+  while (path.size() < 4000) path += "/b/a";
+  const auto levels = static_cast<std::size_t>(state.range(0));
+  for (auto _ : state) {
+    GitIgnoreSpec::Question::Progress progress;
+    for (std::size_t size = path.size() - 2 * (levels - 1); size <= path.size(); size += 2) {
+      const GitIgnoreSpec::Question question(std::string_view(path).substr(0, size),
+                                             std::string_view(path).substr(size - 1, 1), true,
+                                             &progress);
+      benchmark::DoNotOptimize(rule_set.deciding_rule(question, 0));
+    }
+  }
+}
+BENCHMARK(Deep)->ArgName("levels")->Arg(1)->Arg(2000)->Unit(benchmark::kMillisecond);
 
 void Build(benchmark::State& state) {
   const std::vector<std::string> rules = make_rules(static_cast<std::size_t>(state.range(0)));

@@ -242,6 +242,8 @@ class Generator {
       made.files[file] = chance(2) ? lines(made.questions) : std::vector<Line>();
     }
     for (const auto& directory : directories) made.questions.push_back(directory + ".gitignore");
+    // In any order: a question may be the first about one directory or about several levels.
+    std::ranges::shuffle(made.questions, _random);
     return made;
   }
 
@@ -383,12 +385,14 @@ void check_short_patterns(const Asker& asker) {
 }  // namespace
 
 int main(int count, char** arguments) try {
-  std::map<std::string, std::uint64_t> options{{"--questions", UINT64_MAX},
-                                               {"--seconds", 1'000'000},
-                                               {"--seed", std::random_device{}()},
-                                               {"--longer", 0}};
+  std::map<std::string, std::uint64_t> options{
+      {"--questions", UINT64_MAX}, {"--seconds", 1'000'000}, {"--seed", std::random_device{}()}};
   for (int at = 1; at < count; at += 2) {
-    options.at(arguments[at]) = std::stoull(at + 1 < count ? arguments[at + 1] : "");
+    if (!options.contains(arguments[at]) || at + 1 == count) {
+      std::cerr << "usage: git_differential [--questions N] [--seconds N] [--seed S]\n";
+      return 2;
+    }
+    options[arguments[at]] = std::stoull(arguments[at + 1]);
   }
   using Clock = std::chrono::steady_clock;
   const auto end = Clock::now() + std::chrono::seconds(options["--seconds"]);

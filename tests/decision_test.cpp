@@ -66,6 +66,8 @@ TEST(IndexLimits, Sizes) {
     warnings += "index.max_file_size_mb=" + literal + " is not a positive number; using 10\n";
   }
   EXPECT_EQ(log.text(), warnings);
+  const Warning::Argument whole[] = {"all"};  // its format goes on, and ends like a place for one
+  EXPECT_EQ((Warning{"%s of 100 %", whole}).message(), "all of 100 %");
 }
 
 TEST(IndexLimits, Languages) {

@@ -4,7 +4,9 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <random>
@@ -119,6 +121,14 @@ TEST(Memo, IsInTheOrderOfUseWhateverItIsAsked) {
     if (std::erase(in_order, number) == 0 && in_order.size() == 4) in_order.pop_back();
     in_order.insert(in_order.begin(), number);
   }
+  // A hit takes no lock.
+  memo.answer("known", [] { return true; });
+  memo.lock();
+  auto hit =
+      std::async(std::launch::async, [&] { return memo.answer("known", [] { return false; }); });
+  EXPECT_EQ(hit.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  memo.unlock();
+  EXPECT_TRUE(hit.get());
 }
 
 TEST(Registration, ReplacesTheEarlierOneUnlessAStatementRuns) {

@@ -19,9 +19,11 @@ namespace {
 
 TEST(Threads, RefreshRacesWithQuestionsAndWalks) {
   constexpr int DIRECTORIES = 40;
+  const CapturedLog log;
   const TempTree tree;
   tree.write(".git/info/exclude", "excluded.py\n");
   tree.write(".gitignore", "*.log\n");
+  tree.make_directory("d0/.gitignore");  // which is warned about
   const auto in = [](int number) { return "d" + std::to_string(number % DIRECTORIES) + "/s/"; };
   for (int number = 0; number < DIRECTORIES; ++number) tree.write(in(number) + "a.py");
   IndexScope scope(tree.root());
@@ -57,6 +59,9 @@ TEST(Threads, RefreshRacesWithQuestionsAndWalks) {
       }
     });
   }
+  threads.emplace_back([&] {
+    while (asking > 0) logger->set_sink([](const Warning& warning) { warning.message(); });
+  });
   threads.clear();
   EXPECT_EQ(wrong, 0);
 }

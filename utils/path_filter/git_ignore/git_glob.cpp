@@ -168,56 +168,76 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
   }
 }
 
-bool path_matches(std::string_view pattern, std::string_view path) {
-  // Where the component behind the one at `from` begins; past the end after the last.
-  const auto next = [&](std::size_t from) {
-    return std::min(path.find('/', from), path.size()) + 1;
-  };
-  std::size_t p = 0;
+/// A path pattern's way through a path, from the left to the right. What lies behind the path's
+/// end has no say in it: in a longer path it goes on from where it stands.
+struct PathMatch {
+  std::size_t p = 0;  // past the pattern's end behind its last component
   std::size_t at = 0;
-  std::size_t after_globstar = NONE;
-  for (std::size_t globstar_at = 0;;) {
-    // "**" means more than "*" only as a whole component.
-    if (pattern.substr(std::min(p, pattern.size())).starts_with("**")) {
-      const std::size_t stars_end = behind_stars(pattern, p);
-      if (stars_end == pattern.size()) return at <= path.size();  // all that is below
-      const std::size_t behind = behind_component(pattern, stars_end);
+  std::size_t after_globstar = 0;  // 0 before the first
+  std::size_t globstar_at = 0;
+
+  bool run(std::string_view pattern, std::string_view path) {
+    // Where the component behind the one at `from` begins; past the end after the last.
+    const auto next = [&](std::size_t from) {
+      return std::min(path.find('/', from), path.size()) + 1;
+    };
+    for (;;) {
+      if (at > path.size()) return p > pattern.size();
+      // "**" means more than "*" only as a whole component.
+      if (pattern.substr(std::min(p, pattern.size())).starts_with("**")) {
+        const std::size_t stars_end = behind_stars(pattern, p);
+        if (stars_end == pattern.size()) return true;  // all that is below
+        const std::size_t behind = behind_component(pattern, stars_end);
+        if (behind != NONE) {
+          // git takes an escaped "/" for the end of the component, but does not let the
+          // "**" match nothing before it: one directory at least.
+          if (pattern[stars_end] == '\\') at = next(at);
+          after_globstar = p = behind;
+          globstar_at = at;
+          continue;
+        }
+      }
+      const std::size_t following = next(at);
+      const std::size_t behind =
+          p > pattern.size() ? NONE
+                             : match_component(pattern, p, path.substr(at, following - 1 - at));
       if (behind != NONE) {
-        // git takes an escaped "/" for the end of the component, but does not let the
-        // "**" match nothing before it: one directory at least.
-        if (pattern[stars_end] == '\\') at = next(at);
-        after_globstar = p = behind;
-        globstar_at = at;
-        continue;
+        p = behind;
+        at = following;
+      } else if (after_globstar != 0) {
+        p = after_globstar;
+        at = globstar_at = next(globstar_at);
+      } else {
+        p = pattern.size() + 1;  // where no longer path matches either
+        return false;
       }
     }
-    if (at > path.size()) return p > pattern.size();
-    const std::size_t following = next(at);
-    const std::size_t behind =
-        p > pattern.size() ? NONE
-                           : match_component(pattern, p, path.substr(at, following - 1 - at));
-    if (behind != NONE) {
-      p = behind;
-      at = following;
-    } else if (after_globstar != NONE) {
-      p = after_globstar;
-      at = globstar_at = next(globstar_at);
-    } else {
-      return false;
-    }
   }
+};
+
+/// Whether the outermost bytes, which turn nearly every text away, leave a match possible.
+bool ends_fit(std::string_view pattern, std::string_view text) {
+  return text.empty() || ((!is_byte(pattern.front()) || pattern.front() == text.front()) &&
+                          (!is_byte(pattern.back()) || pattern.back() == text.back()));
 }
 
 }  // namespace
 
 bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text) {
-  // The outermost bytes alone turn nearly every text away.
-  if (!text.empty() && ((is_byte(pattern.front()) && pattern.front() != text.front()) ||
-                        (is_byte(pattern.back()) && pattern.back() != text.back()))) {
-    return false;
-  }
+  if (!ends_fit(pattern, text)) return false;
   return kind == GlobKind::name ? match_component(pattern, 0, text) != NONE
-                                : path_matches(pattern, text);
+                                : PathMatch().run(pattern, text);
+}
+
+[[gnu::noinline]] bool glob_matches_further(std::string_view pattern, std::string_view path,
+                                            GlobProgress& progress) {
+  if (!ends_fit(pattern, path)) return false;
+  PathMatch match{progress.pattern, progress.path, progress.after_globstar, progress.globstar_path};
+  const bool matches = match.run(pattern, path);
+  const auto narrow = [](std::size_t offset) { return static_cast<std::uint32_t>(offset); };
+  progress = {narrow(match.p), narrow(match.at), narrow(match.after_globstar),
+              narrow(match.globstar_at)};
+  return matches;
 }
 
 GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set) {

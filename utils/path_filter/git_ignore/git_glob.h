@@ -23,6 +23,19 @@ enum class GlobKind : std::uint8_t { name, path };
 /// and at most on the order of pattern times text, whatever the pattern.
 bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text);
 
+/// How far a path pattern has come in a path; made without arguments, nowhere yet.
+struct GlobProgress {
+  std::uint32_t pattern = 0;         // where it goes on
+  std::uint32_t path = 0;            // and in the path
+  std::uint32_t after_globstar = 0;  // the pattern behind its last "**"; 0 before the first
+  std::uint32_t globstar_path = 0;   // what that "**" takes ends here
+};
+
+/// The same of a path pattern, for paths of under 4 GiB that are asked about one after the
+/// other and each begin with the components of the last ("a", "a/b", "a/b/c/d"): `progress`
+/// stands where the last question ended, and all of them together take what the longest would.
+bool glob_matches_further(std::string_view pattern, std::string_view path, GlobProgress& progress);
+
 /// A set of bytes: what a bracket expression stands for.
 using ByteSet = std::bitset<256>;
 

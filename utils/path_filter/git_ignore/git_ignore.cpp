@@ -314,6 +314,13 @@ CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
   return {ignores(decides)};
 }
 
+[[gnu::noinline]] internal::GlobProgress& GitIgnoreSpec::progress_of(
+    RuleNumber number, Question::Progress& progress) const {
+  auto& of_rules = progress[this];
+  of_rules.resize(_rules.size());
+  return of_rules[number - 1];
+}
+
 GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
                                                        std::size_t skip) const {
   const std::string_view path = question._path.substr(skip);
@@ -324,7 +331,11 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     const std::string_view glob = glob_of(rule);
     const std::string_view text = kind == GlobKind::name ? name : path;
     if (glob.empty()) return false;
-    return _rules[rule - 1].is_literal ? glob == text : glob_matches(glob, kind, text);
+    if (_rules[rule - 1].is_literal) return glob == text;
+    if (question._progress != nullptr && kind == GlobKind::path) {
+      return glob_matches_further(glob, path, progress_of(rule, *question._progress));
+    }
+    return glob_matches(glob, kind, text);
   };
   if (!_index) {
     RuleNumber rule = static_cast<RuleNumber>(_rules.size());
@@ -344,11 +355,12 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
   for (std::size_t at = _index->others.size(); at-- > 0;) {
     const RuleNumber rule = _index->others[at];
     if (rule <= best) break;
-    if (at < _index->parts.size()) {
+    const bool is_name = kind_of(rule) == GlobKind::name;
+    // Where there is progress, a path is not searched from its beginning.
+    if (at < _index->parts.size() && (is_name || question._progress == nullptr)) {
       const auto [begin, size] = _index->parts[at];
       const std::string_view part = std::string_view(_text).substr(begin, size);
-      const std::string_view text = kind_of(rule) == GlobKind::name ? name : path;
-      if (text.find(part) == std::string_view::npos) continue;
+      if ((is_name ? name : path).find(part) == std::string_view::npos) continue;
     }
     if (matches(rule)) return rule;
   }

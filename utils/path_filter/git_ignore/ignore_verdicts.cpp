@@ -4,6 +4,7 @@
 #include <utility>
 #include <variant>
 
+#include "utils/path_filter/git_ignore/git_glob.h"
 #include "utils/path_filter/git_ignore/ignore_files.h"
 
 namespace path_filter {
@@ -103,7 +104,8 @@ IgnoreVerdicts& IgnoreVerdicts::without_links() {
 
 /// What decides about `path` by itself, which lies in `directory`.
 IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Directory& directory,
-                                               bool is_directory) {
+                                               bool is_directory,
+                                               GitIgnoreSpec::Question::Progress* progress) {
   const Directory* in = &directory;
   if (path.ends_with('/')) {
     // A directory by itself: it lies in the directory above what its text names.
@@ -113,7 +115,7 @@ IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Dire
   }
   const std::string_view rel_dir = path.substr(0, in->path_size);
   const std::string_view name = path.substr(rel_dir.empty() ? 0 : rel_dir.size() + 1);
-  const GitIgnoreSpec::Question question(path, name, is_directory);
+  const GitIgnoreSpec::Question question(path, name, is_directory, progress);
   for (const IgnoreFile* file = _ignore_rules(rel_dir, *in); file != &NO_RULES; file = file->up) {
     if (const auto rule = file->rules.deciding_rule(question, file->bytes_to_skip())) {
       return {file, rule};
@@ -125,17 +127,25 @@ IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Dire
   return {};
 }
 
+/// Judges a directory, and those above it that have not been judged, from the top down.
+[[gnu::noinline]] IgnoreVerdicts::Verdict IgnoreVerdicts::judge(std::string_view rel_dir,
+                                                                const Directory& directory) {
+  GitIgnoreSpec::Question::Progress progress;
+  bool several = false;
+  // What lies in an ignored directory is ignored, and its own rules are not asked.
+  return _ignored_directories.find_or_make(
+      directory, Verdict::not_ignored, [&](const Directory& judged, Verdict above) {
+        if (above == Verdict::ignored || judged.parent == nullptr) return above;
+        several |= &judged != &directory;  // without more to come, nothing is kept
+        const Match match = _matches(rel_dir.substr(0, judged.path_size), *judged.parent, true,
+                                     several ? &progress : nullptr);
+        return match.ignores() ? Verdict::ignored : Verdict::not_ignored;
+      });
+}
+
 bool IgnoreVerdicts::_directory_ignored(std::string_view rel_dir, const Directory& directory) {
   Verdict verdict = _ignored_directories.find(directory);
-  if (verdict == Verdict::unknown) {
-    // What lies in an ignored directory is ignored, and its own rules are not asked.
-    verdict = _ignored_directories.find_or_make(
-        directory, Verdict::not_ignored, [&](const Directory& judged, Verdict above) {
-          if (above == Verdict::ignored || judged.parent == nullptr) return above;
-          const Match match = _matches(rel_dir.substr(0, judged.path_size), *judged.parent, true);
-          return match.ignores() ? Verdict::ignored : Verdict::not_ignored;
-        });
-  }
+  if (verdict == Verdict::unknown) verdict = judge(rel_dir, directory);
   return verdict == Verdict::ignored;
 }
 

@@ -109,8 +109,10 @@ class IgnoreVerdicts {
   std::vector<std::filesystem::path> _exclude_files() const;
   const IgnoreFile* _ignore_rules(std::string_view rel_dir, const internal::Directory& directory);
   const std::vector<IgnoreFile>& _repository_excludes();
-  Match _matches(std::string_view path, const internal::Directory& directory, bool is_directory);
+  Match _matches(std::string_view path, const internal::Directory& directory, bool is_directory,
+                 GitIgnoreSpec::Question::Progress* progress = nullptr);
 
+  Verdict judge(std::string_view rel_dir, const internal::Directory& directory);
   const IgnoreFile* read_rules(std::string_view rel_dir, const internal::Directory& directory,
                                const IgnoreFileReader& read);
   internal::FileContent read_below_root(std::string_view rel_dir) const;
