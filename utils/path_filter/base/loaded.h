@@ -12,6 +12,8 @@ struct Loaded {
   Value* operator->() const { return &Get(); }
   auto begin() const { return Get().begin(); }
   auto end() const { return Get().end(); }
+  auto size() const { return Get().size(); }
+  bool contains(const auto& value) const { return Get().contains(value); }
 };
 
 }  // namespace path_filter::internal
