@@ -171,7 +171,7 @@ class Tree:
                     changed.add(target)
                 if not self.succeeds(5 + 3 * int(seconds), *run):
                     test = re.search(r"FAILED  \] (\S+)", self.log.read_text(errors="replace"))
-                    return test[1] if test else os.path.basename(run[0][0])
+                    return test[1] if test else os.path.basename(run[0][target == "all"])
             return ""
         finally:
             file.write_text(original)
