@@ -202,7 +202,7 @@ if part rules; then
     Ask/generated/10000 Ask/generated/100 "<= 2"
   # It would be 1000, were each level matched anew.
   function_row '1,000 rules of "**", 2,000 levels / the last alone' Deep/levels:2000 \
-    Deep/levels:1 "<= 10"
+    Deep/levels:1 "<= 4"
   declare -A per_rule
   for count in 100 1000 10000 100000; do
     per_rule[$count]=$(awk -v t="$(best time "Build/$count")" -v n="$count" \

@@ -44,9 +44,9 @@ TEST(GitGlob, HostilePatternsEnd) {
   // Matched anew at each level, this takes minutes.
   const TempTree tree;
   std::string rules;
-  for (int number = 0; number < 2000; ++number) rules += "**/a/**/b/**/*c/**\n";
+  for (int number = 0; number < 500; ++number) rules += "**/a/**/b/**/*c/**\n";
   tree.write(".gitignore", rules);
-  EXPECT_FALSE(IndexScope(tree.root()).admits_directory(directories + "/a/c/d"));
+  EXPECT_FALSE(IndexScope(tree.root()).admits_directory(directories + '/' + directories + "/c/d"));
 }
 
 TEST(GitGlob, GoesOnAsIfMatchedAnew) {

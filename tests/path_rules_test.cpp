@@ -19,7 +19,7 @@ const bool loaded_early = [] {
   EXPECT_THROW(load(), std::runtime_error);
   EXPECT_EQ(logger->name(), "utils.path_filter");
   test_registry::failing = false;
-  return TEST_DIR_NAMES->contains("tests");
+  return TEST_DIR_NAMES.contains("tests") && TEST_FILE_GLOBS.size() == 3;
 }();
 
 TEST(PathRules, SkipDirectory) {

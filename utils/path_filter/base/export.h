@@ -1,7 +1,12 @@
-// What a shared library shows: the declarations that are marked. All else stays hidden.
+// What a shared library shows: the declarations that are marked. All else stays hidden. All
+// public headers bring it in, so that the language they need is told here too.
 
 #ifndef UTILS_PATH_FILTER_BASE_EXPORT_H_
 #define UTILS_PATH_FILTER_BASE_EXPORT_H_
+
+#if __cplusplus < 202002L
+#error "path_filter needs C++20: compile with -std=c++20 or later"
+#endif
 
 #ifdef PATH_FILTER_STATIC
 #define PATH_FILTER_EXPORT

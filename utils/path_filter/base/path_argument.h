@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "utils/path_filter/base/export.h"  // which tells what language is needed
+
 namespace path_filter {
 
 /// What views a text of any kind or a std::filesystem::path, without copying it: for

@@ -314,6 +314,7 @@ CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
   return {ignores(decides)};
 }
 
+/// Kept apart from what most questions ask.
 [[gnu::noinline]] internal::GlobProgress& GitIgnoreSpec::progress_of(
     RuleNumber number, Question::Progress& progress) const {
   auto& of_rules = progress[this];

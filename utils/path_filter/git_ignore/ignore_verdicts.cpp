@@ -127,7 +127,8 @@ IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Dire
   return {};
 }
 
-/// Judges a directory, and those above it that have not been judged, from the top down.
+/// Judges a directory, and those above it that have not been judged, from the top down. Kept
+/// apart from the questions about known directories, which would take a twentieth longer.
 [[gnu::noinline]] IgnoreVerdicts::Verdict IgnoreVerdicts::judge(std::string_view rel_dir,
                                                                 const Directory& directory) {
   GitIgnoreSpec::Question::Progress progress;

@@ -15,7 +15,9 @@
 //   it; their answers are the same and the later one is kept. No lock is held while
 //   anything is read.
 // Cost  For a known directory the rule sets on the way up that have rules, each asked
-//   once. A new directory costs one open for itself and each new one above it.
+//   once. A new directory costs one open for itself and each new one above it, and all of
+//   them together at most on the order of the rules' text times the path's: where several are
+//   new, each pattern goes on from where it came to in the one above, 16 bytes a rule.
 // Failures  What the lookup throws, and DecodingError for a `.git` or `commondir` file that
 //   is not valid UTF-8, pass through. The caches stay
 //   whole and the next question tries again. A file that cannot be read gives one warning

@@ -27,7 +27,9 @@
 //   Two threads that meet the same new directory may both compute its verdict; the later
 //   store wins. No lock is held while anything is read or the registry is asked, and a
 //   question about known directories writes to no memory that a thread on another
-//   processor reads.
+//   processor reads, but for this: processors share a lock and a counter, held for an instant,
+//   with the sixteenth after them; where the system does not tell the processor, two threads
+//   share one with a probability of 1/16.
 //
 // Cost  A question about a file in a known directory takes one hash lookup for the
 //   directory, those of the registry and those of the rule sets on the way up, and no

@@ -82,7 +82,7 @@ PATH_FILTER_EXPORT const std::vector<std::string>& loaded_test_file_globs();
 }  // namespace internal
 
 /// The registry's test directory names, as they were when the component was loaded:
-/// *TEST_DIR_NAMES is the set, TEST_DIR_NAMES->contains("tests") asks it.
+/// *TEST_DIR_NAMES is the set, TEST_DIR_NAMES.contains("tests") asks it.
 inline constexpr internal::Loaded<const language_registry::TextSet, internal::loaded_test_dir_names>
     TEST_DIR_NAMES{};
 
