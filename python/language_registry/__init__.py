@@ -40,6 +40,8 @@ class LanguageRecord(NamedTuple):
 class Languages:
     """The registry object."""
 
+    __slots__ = ()  # replaced as a whole, or not at all
+
     def test_dir_names(self) -> frozenset[str]:
         """The directory names, in lower case, that hold test code."""
         return _native.TEST_DIR_NAMES
