@@ -236,30 +236,16 @@ def register_path_functions(connection: sqlite3.Connection) -> None:
     an error. When the registry fails, the statement does, and says what was raised. Ctrl-C ends
     the statement with an OperationalError, behind which the KeyboardInterrupt follows.
 
-    Where sqlite3 can load no extension, a text must be UTF-8, and what the registry raises goes
-    to sys.unraisablehook.
+    Where the SQLite of Python's own module cannot be reached, a text must be UTF-8, and what the
+    registry raises goes to sys.unraisablehook.
     """
     import sqlite3  # not every Python has it
 
     is_connection = isinstance(connection, sqlite3.Connection)
     _expect(is_connection, "connection", "sqlite3.Connection", connection)
-    try:
-        _load_extension(connection)
-    except (AttributeError, UnicodeError, sqlite3.OperationalError, sqlite3.NotSupportedError):
-        connection.create_function(SQL_TEST_PATH_FN, 1, _core._sql_is_test_path, deterministic=True)
-
-
-def _load_extension(connection: sqlite3.Connection) -> None:
-    """sqlite3 hands a function no text that is not UTF-8; SQLite does. Whether the connection
-    loads extensions is afterwards as it was."""
-    try:
-        connection.load_extension(SQLITE_EXTENSION)
-    except Exception:
-        connection.enable_load_extension(True)
-        try:
-            connection.load_extension(SQLITE_EXTENSION)
-        finally:
-            connection.enable_load_extension(False)
+    # Refuses a connection that is closed, or another thread's.
+    connection.create_function(SQL_TEST_PATH_FN, 1, _core._sql_is_test_path, deterministic=True)
+    _core.register_with_sqlite(connection, importlib.import_module("_sqlite3"))
 
 
 def sql_test_path_filter(

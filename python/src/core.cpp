@@ -27,6 +27,7 @@
 #include "python/src/conversions.h"
 #include "python/src/functions.h"
 #include "python/src/registry_bridge.h"
+#include "python/src/sql_registration.h"
 #include "utils/git_config/git_config.h"
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/logger.h"
@@ -607,6 +608,7 @@ NB_MODULE(core, module) {
            [](nb::handle path) {
              return to_str(internal::printable(PathBytes(path.ptr(), "path")));
            })
+      .def("register_with_sqlite", &register_with_sqlite)
       .def("set_records", &set_records)
       .def("set_sink", &set_sink, optional)
       .def("sql_condition", &sql_condition)
