@@ -46,12 +46,13 @@ import importlib
 import logging
 import os
 from collections.abc import Callable, Iterable
-from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union, overload
 
 if TYPE_CHECKING:
     import sqlite3
 
 from . import _core
+from ._core import is_indexable_path, is_test_path, should_skip_directory, should_skip_path
 from ._records import Decision, Exclusion, Explanation, IgnoreRule, IndexLimits, _expect
 
 __all__ = [
@@ -204,20 +205,21 @@ class IndexScope(_core.Scope):
 def excludes_file_lookup(warn: Callable[[str], object] | None = None) -> ExcludesFileLookup:
     """A lookup of git's core.excludesFile that asks git, for IndexScope.
 
-    Gives git's default place for the user's ignore file when none is configured, and when git
-    is not there or does not answer in two seconds; warn is then given a sentence that says so.
+    Gives git's default place for the user's ignore file when none is configured, when there is
+    no git, and when it fails or does not answer in two seconds, of which warn is given a
+    sentence.
     """
     _expect(warn is None or callable(warn), "warn", "a callable or None", warn)
     return lambda root: _core.excludes_file(root, warn)
 
 
-should_skip_directory = _core.should_skip_directory
-should_skip_path = _core.should_skip_path
-is_indexable_path = _core.is_indexable_path
-is_test_path = _core.is_test_path
-
-
-def production_paths(paths: Iterable[_Path], *, include_tests: bool = False) -> list[_Path]:
+@overload
+def production_paths(paths: Iterable[_Path], *, include_tests: bool = ...) -> list[_Path]: ...
+@overload  # of texts and paths, for which mypy finds no _Path
+def production_paths(  # type: ignore[overload-cannot-match]
+    paths: Iterable[_AnyPath], *, include_tests: bool = ...
+) -> list[_AnyPath]: ...
+def production_paths(paths: Iterable[Any], *, include_tests: bool = False) -> list[Any]:
     """Those of `paths` that are not test code, in their order; all of them when nothing else is
     left, or with include_tests."""
     are_paths = isinstance(paths, Iterable) and not isinstance(paths, (str, bytes))

@@ -13,7 +13,7 @@ from . import _core
 
 class _Kinds(enum.EnumMeta):
     def __dir__(cls) -> list[str]:
-        return [*cls.__members__, "name", "value"]  # for help(): not what a text has
+        return list(cls.__members__)  # for help(): not what a text has
 
 
 class Exclusion(str, enum.Enum, metaclass=_Kinds):
@@ -153,7 +153,7 @@ class Explanation:
     rule: IgnoreRule | None = None
 
 
-def _entries(names: Any, argument: str) -> Iterable[Any]:
+def _entries(names: Iterable[Any], argument: str) -> Iterable[Any]:
     is_list = isinstance(names, Iterable) and not isinstance(names, (str, bytes, bytearray))
     _expect(is_list, argument, "a list of language names", names)
     return names

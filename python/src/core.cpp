@@ -433,7 +433,7 @@ std::array scope_methods{
         "walk($self, /, on_error=None)\n--\n\n"
         "The files below the root, outside the directories that are left out, one at a time\n"
         "as they are taken: nothing is open in between. on_error is told of each directory\n"
-        "that cannot be listed, by an OSError. A file may be named \\\\x, or lie at c:/x.py, "
+        "that cannot be listed, by an OSError. A file may be named \\x, or lie at c:/x.py, "
         "which\n"
         "reads as an absolute path: is_indexable raises ValueError for it. A directory below the\n"
         "root that is named so is left out, with a RuntimeWarning when there is no on_error.\n"
