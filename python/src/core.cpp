@@ -83,8 +83,10 @@ constexpr internal::BlockingHooks LOCK_HOOKS{
           const auto now = Clock::now();
           if (now - last < BETWEEN) return;
           last = now;
-          const nb::gil_scoped_acquire hold;
-          interrupt_query();
+          run_python([] {
+            const nb::gil_scoped_acquire hold;
+            interrupt_query();
+          });
         }};
 
 // --- Decisions ---------------------------------------------------------------------
@@ -433,8 +435,7 @@ std::array scope_methods{
         "walk($self, /, on_error=None)\n--\n\n"
         "The files below the root, outside the directories that are left out, one at a time\n"
         "as they are taken: nothing is open in between. on_error is told of each directory\n"
-        "that cannot be listed, by an OSError. A file may be named \\x, or lie at c:/x.py, "
-        "which\n"
+        "that cannot be listed, by an OSError. A file that is named like \\x or lies at c:/x.py\n"
         "reads as an absolute path: is_indexable raises ValueError for it. A directory below the\n"
         "root that is named so is left out, with a RuntimeWarning when there is no on_error.\n"
         "One thread at a time takes from a walk."),
@@ -546,7 +547,7 @@ nb::object excludes_file(nb::handle root, nb::handle warn) {
   });
   const std::filesystem::path directory = to_path(root, "root");
   const auto file = [&] {
-    const nb::gil_scoped_release others_run;
+    const internal::Blocking waits;
     return lookup(directory);
   }();
   return file ? nb::object(to_str(file->native())) : nb::none();

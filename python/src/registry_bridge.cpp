@@ -51,7 +51,7 @@ std::atomic<bool> asks_functions = false, asks_languages = false;
 class InterpreterLock {
  public:
   InterpreterLock() {
-    if (!holds_lock()) _taken.emplace();
+    if (!holds_lock()) run_python([&] { _taken.emplace(); });
   }
 
  private:
