@@ -27,6 +27,7 @@ import path_filter
 from path_filter import Decision, Exclusion, IndexLimits, IndexScope
 
 PACKAGES = pathlib.Path(path_filter.__file__).parents[1]
+NO_NOTES = sys.version_info < (3, 11)
 
 
 @pytest.fixture
@@ -208,6 +209,9 @@ def test_a_walk_gives_names_as_the_system_does(tmp_path):
     assert names == os.listdir(tmp_path) and all(scope.are_indexable(names))
     batch = scope.are_indexable(["\\x.py", names[0]], errors="skip")
     assert batch == [None, scope.is_indexable(names[0])]
+    with pytest.raises(UnicodeEncodeError) as caught:
+        scope.are_indexable(["a.py", "\ud800"])
+    assert NO_NOTES or caught.value.__notes__ == ["rel_paths[1]"]
     assert not scope.is_indexable("nul\0.zz") and scope.is_indexable("nul\0.py")
 
 
@@ -292,7 +296,7 @@ def test_a_git_file_that_is_not_text(tmp_path):
             ask()
         error = caught.value
         assert (error.object, error.start, error.end) == (b"gitdir: \xc3(", 8, 9)
-        assert str(tmp_path / ".git") in getattr(error, "__notes__", [str(tmp_path / ".git")])[0]
+        assert NO_NOTES or str(tmp_path / ".git") in error.__notes__[0]
 
 
 def test_warnings_are_records_of_logging(tmp_path, caplog, capfd):
@@ -373,10 +377,9 @@ def test_cycles_are_collected(repository):
     owner = Owner()
     assert owner.scope.is_indexable("a.py")
     gone = weakref.ref(owner.scope)
-    unmade = [made.__new__(made) for made in (IndexScope, type(owner.walk))]
     del owner
     gc.collect()
-    assert gone() is None and len(unmade) == 2
+    assert gone() is None
 
 
 def test_threads_share_a_scope_and_reading_lets_others_run(repository):
