@@ -17,15 +17,12 @@ from __future__ import annotations
 from typing import NamedTuple
 
 from . import _native
+from ._native import detect_language, is_lockfile, tier_of
 
 __all__ = ["LANGUAGES", "LanguageRecord", "Languages", "detect_language", "is_lockfile", "tier_of"]
 
 #: Which tables these are: path_filter, when its own are the same, asks them directly.
 TABLES: str = _native.VERSION
-
-detect_language = _native.detect_language
-is_lockfile = _native.is_lockfile
-tier_of = _native.tier_of
 
 
 class LanguageRecord(NamedTuple):
@@ -39,6 +36,8 @@ class LanguageRecord(NamedTuple):
 
 class Languages:
     """The registry object."""
+
+    __slots__ = ()  # replaced as a whole, or not at all
 
     def test_dir_names(self) -> frozenset[str]:
         """The directory names, in lower case, that hold test code."""

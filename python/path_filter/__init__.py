@@ -1,8 +1,9 @@
 """Which files of a repository belong in the index, and which are test code.
 
-    from path_filter import IndexLimits, IndexScope, is_test_path
+    from path_filter import IndexLimits, IndexScope, excludes_file_lookup, is_test_path
 
-    scope = IndexScope("/srv/repo", limits=IndexLimits(10 << 20, None))
+    limits = IndexLimits(max_file_bytes=10 << 20, languages=None)
+    scope = IndexScope("/srv/repo", limits=limits, excludes_file=excludes_file_lookup())
     scope.is_indexable("src/app.py")                # truthy: a Decision
     scope.is_indexable("build/out.py").reason       # "in a directory the index skips"
     for path in scope.walk():                       # a tree that git does not list
@@ -14,13 +15,28 @@ gives it. A wrong type is a TypeError that names the argument, an absolute path 
 relative one is asked for a ValueError.
 
 Threads may share a scope and everything else here, but not a walk. A question holds the
-interpreter's lock; where the disk is read it is free. All works in a forked child. There
-is one interpreter to a process: the package refuses to be loaded in a second one.
+interpreter's lock; where the disk is read it is free, and in a batch it is let go now and
+then. Ctrl-C is heard there, and in SQL queries. All works in a forked child. There is one
+interpreter to a process: the package refuses to be loaded in a second one. Two copies of the
+package in a process have nothing in common.
 
 The languages are those of the module language_registry beside this package: the one that
 is installed with it, which is answered without a call of Python's, or the host's own. In a
 host's package (utils.path_filter) that is the package's own (utils.language_registry). Its
 three functions are bound when this package is loaded; LANGUAGES is looked up at each use.
+
+Besides what is below there are:
+
+    logger              the logging.Logger of two warnings: of an ignore file that cannot be
+                        read (its path, the system's message), and of a size limit that cannot
+                        be used (its value, the default). A path that cannot be printed is
+                        quoted in the message, and itself as the argument.
+    ExcludesFileLookup  the type of IndexScope's excludes_file: a callable that is given the
+                        scope's root, and returns the file that git's core.excludesFile names
+                        or None. It is called once for each refresh, from any thread, when the
+                        root has a git directory; what it raises passes through the question.
+    SQLITE_EXTENSION    the path of a loadable extension of SQLite, for connections that are
+                        not sqlite3's: what register_path_functions does, with the same memo
 """
 
 from __future__ import annotations
@@ -30,12 +46,13 @@ import importlib
 import logging
 import os
 from collections.abc import Callable, Iterable
-from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union, overload
 
 if TYPE_CHECKING:
     import sqlite3
 
 from . import _core
+from ._core import is_indexable_path, is_test_path, should_skip_directory, should_skip_path
 from ._records import Decision, Exclusion, Explanation, IgnoreRule, IndexLimits, _expect
 
 __all__ = [
@@ -57,6 +74,7 @@ __all__ = [
     "SQL_TEST_PATH_FN",
     "TEST_DIR_NAMES",
     "TEST_FILE_GLOBS",
+    "excludes_file_lookup",
     "is_indexable_path",
     "is_test_path",
     "logger",
@@ -71,7 +89,6 @@ _AnyPath = Union[str, "os.PathLike[str]"]
 _Path = TypeVar("_Path", bound=_AnyPath)
 
 ExcludesFileLookup = Callable[[Any], Optional[_AnyPath]]
-"""Given a scope's root, the file that git's core.excludesFile names, or None."""
 
 
 def _load_registry() -> Any:
@@ -96,14 +113,25 @@ _registry = _load_registry()
 for _name in ("LANGUAGES", "detect_language", "is_lockfile", "tier_of"):
     if not hasattr(_registry, _name):
         raise ImportError(f"the language registry {_registry!r} has no {_name}")
-TEST_DIR_NAMES: frozenset[str] = frozenset(_registry.LANGUAGES.test_dir_names())
+_names = _registry.LANGUAGES.test_dir_names()  # which need answer nothing but "in"
+TEST_DIR_NAMES: frozenset[str] = frozenset(_names) if isinstance(_names, Iterable) else _names
 TEST_FILE_GLOBS: tuple[str, ...] = tuple(_registry.LANGUAGES.test_file_globs())
-_core.bind_registry(None if _is_ours(_registry) else _registry)
+_core.bind_registry(_registry, _is_ours(_registry))
+if _is_ours(_registry):
+
+    class _Registry(type(_registry)):  # type: ignore[misc]
+        """Says when LANGUAGES is replaced, which nobody looks at while it is in C++."""
+
+        def __setattr__(self, name: str, value: Any) -> None:
+            super().__setattr__(name, value)
+            if name == "LANGUAGES":
+                _core.ask_languages(type(value) is not self.Languages)
+
+    _registry.__class__ = _Registry
 
 __version__: str = _core.VERSION
 
-logger = logging.getLogger(__name__)
-"""Used for warnings only."""
+logger: logging.Logger = logging.getLogger(__name__)
 
 ALWAYS_SKIP_DIRS: frozenset[str] = _core.ALWAYS_SKIP_DIRS
 ALLOWED_HIDDEN_DIRS: frozenset[str] = _core.ALLOWED_HIDDEN_DIRS
@@ -115,11 +143,22 @@ INDEX_DATA_DIR: str = _core.INDEX_DATA_DIR
 IGNORE_FILE_NAME: str = _core.IGNORE_FILE_NAME
 
 SQLITE_EXTENSION: str = _core.__file__
-"""A loadable extension for connections that are not sqlite3's: what register_path_functions
-does, with the same memo."""
+
+
+class _Quoted(str):
+    """A path in the arguments of a log record, of which a message shows what is printable."""
+
+    def __str__(self) -> str:
+        return _core.printable(str.__str__(self))
+
+
+def _warn(message: str, arguments: tuple[Any, ...]) -> None:
+    shown = (_Quoted(value) if isinstance(value, str) else value for value in arguments)
+    logger.warning(message, *shown)
+
 
 _core.set_records(Decision, tuple(Exclusion))
-_core.set_sink(lambda message, arguments: logger.warning(message, *arguments))
+_core.set_sink(_warn)
 atexit.register(_core.set_sink, None)
 
 
@@ -129,9 +168,11 @@ class IndexScope(_core.Scope):
     Making a scope reads nothing. A directory's .gitignore and the repository's exclude files
     are read when a question first needs them, and kept until refresh().
 
-    root           the repository's root, kept as it is given
+    root           the repository's root, kept as it is given. An absolute one still names the
+                   repository after os.chdir, and relative() finds absolute paths below it
     limits         the configuration's limits; None: no limits
-    excludes_file  an ExcludesFileLookup; None: no such file is read
+    excludes_file  an ExcludesFileLookup, such as excludes_file_lookup(); None: no such file is
+                   read, the user's own ignore file among them
     """
 
     def __init__(
@@ -161,13 +202,24 @@ class IndexScope(_core.Scope):
         return rule and IgnoreRule(*rule)
 
 
-should_skip_directory = _core.should_skip_directory
-should_skip_path = _core.should_skip_path
-is_indexable_path = _core.is_indexable_path
-is_test_path = _core.is_test_path
+def excludes_file_lookup(warn: Callable[[str], object] | None = None) -> ExcludesFileLookup:
+    """A lookup of git's core.excludesFile that asks git, for IndexScope.
+
+    Gives git's default place for the user's ignore file when none is configured, when there is
+    no git, and when it fails or does not answer in two seconds, of which warn is given a
+    sentence.
+    """
+    _expect(warn is None or callable(warn), "warn", "a callable or None", warn)
+    return lambda root: _core.excludes_file(root, warn)
 
 
-def production_paths(paths: Iterable[_Path], *, include_tests: bool = False) -> list[_Path]:
+@overload
+def production_paths(paths: Iterable[_Path], *, include_tests: bool = ...) -> list[_Path]: ...
+@overload  # of texts and paths, for which mypy finds no _Path
+def production_paths(  # type: ignore[overload-cannot-match]
+    paths: Iterable[_AnyPath], *, include_tests: bool = ...
+) -> list[_AnyPath]: ...
+def production_paths(paths: Iterable[Any], *, include_tests: bool = False) -> list[Any]:
     """Those of `paths` that are not test code, in their order; all of them when nothing else is
     left, or with include_tests."""
     are_paths = isinstance(paths, Iterable) and not isinstance(paths, (str, bytes))
@@ -182,14 +234,20 @@ def production_paths(paths: Iterable[_Path], *, include_tests: bool = False) -> 
 def register_path_functions(connection: sqlite3.Connection) -> None:
     """Makes the SQL function SQL_TEST_PATH_FN known to an open connection.
 
-    It takes one argument: a text or a blob is a path, NULL is no test code, a number an error.
-    When the registry fails, the statement does, and sys.unraisablehook gets what was raised.
+    It takes one argument: a text of any bytes or a blob is a path, NULL is no test code, a number
+    an error. When the registry fails, the statement does, and says what was raised. Ctrl-C ends
+    the statement with an OperationalError, behind which the KeyboardInterrupt follows.
+
+    Where the SQLite of Python's own module cannot be reached, a text must be UTF-8, and what the
+    registry raises goes to sys.unraisablehook.
     """
     import sqlite3  # not every Python has it
 
     is_connection = isinstance(connection, sqlite3.Connection)
     _expect(is_connection, "connection", "sqlite3.Connection", connection)
+    # Refuses a connection that is closed, or another thread's.
     connection.create_function(SQL_TEST_PATH_FN, 1, _core._sql_is_test_path, deterministic=True)
+    _core.register_with_sqlite(connection, importlib.import_module("_sqlite3"))
 
 
 def sql_test_path_filter(

@@ -4,15 +4,20 @@ from __future__ import annotations
 
 import enum
 import logging
-from collections.abc import Iterable, Set
+from collections.abc import Iterable
 from dataclasses import dataclass
 from typing import Any, final
 
 from . import _core
 
 
-class Exclusion(str, enum.Enum):
-    """Why a file is left out, in the order in which a scope applies its rules."""
+class _Kinds(enum.EnumMeta):
+    def __dir__(cls) -> list[str]:
+        return list(cls.__members__)  # for help(): not what a text has
+
+
+class Exclusion(str, enum.Enum, metaclass=_Kinds):
+    """Why a file is left out, in the order in which a scope applies its rules. A text."""
 
     directory = "directory"
     index_data = "index_data"
@@ -27,49 +32,64 @@ class Exclusion(str, enum.Enum):
     __format__ = str.__format__  # type: ignore[assignment]
 
 
-@dataclass(frozen=True, slots=True)
+@dataclass(frozen=True, slots=True, init=False)
 class Decision:
-    """The verdict on one file: true when it is indexed."""
+    """The verdict on one file: true when it is indexed.
+
+    indexable  whether it is
+    kind       the Exclusion, the rule that leaves the file out; None when it is in
+    reason     why, for a log line or a list of skipped files; empty when the file is in
+    language   the language the file is indexed as, or None
+    """
 
     indexable: bool
-    #: The rule that leaves the file out; None when it is in.
     kind: Exclusion | None = None
-    #: Why, for a log line or a list of skipped files; empty when the file is in.
     reason: str = ""
-    #: The language the file is indexed as.
     language: str | None = None
 
-    def __post_init__(self) -> None:
-        _expect(isinstance(self.indexable, bool), "indexable", "bool", self.indexable)
-        if self.kind is not None:
-            _expect(isinstance(self.kind, str), "kind", "Exclusion or None", self.kind)
-            object.__setattr__(self, "kind", Exclusion(self.kind))
-        _expect(isinstance(self.reason, str), "reason", "str", self.reason)
-        is_language = self.language is None or isinstance(self.language, str)
-        _expect(is_language, "language", "str or None", self.language)
+    def __init__(
+        self,
+        indexable: bool,
+        kind: Exclusion | str | None = None,
+        reason: str = "",
+        language: str | None = None,
+    ) -> None:
+        _expect(isinstance(indexable, bool), "indexable", "bool", indexable)
+        _expect(kind is None or isinstance(kind, str), "kind", "Exclusion or None", kind)
+        _expect(isinstance(reason, str), "reason", "str", reason)
+        is_language = language is None or isinstance(language, str)
+        _expect(is_language, "language", "str or None", language)
+        object.__setattr__(self, "indexable", indexable)
+        object.__setattr__(self, "kind", None if kind is None else Exclusion(kind))
+        object.__setattr__(self, "reason", reason)
+        object.__setattr__(self, "language", language)
 
     def __bool__(self) -> bool:
         return self.indexable
 
 
 @final
-@dataclass(frozen=True, slots=True)
+@dataclass(frozen=True, slots=True, init=False)
 class IndexLimits:
-    """What the configuration's index section lets into the index."""
+    """What the configuration's index section lets into the index.
 
-    #: The largest size, in bytes, of a file that is indexed.
+    max_file_bytes  the largest size, in bytes, of a file that is indexed
+    languages       the languages whose files are indexed; None: every language
+    """
+
     max_file_bytes: int
-    #: The languages whose files are indexed; None: every language.
-    languages: Set[str] | None
+    languages: frozenset[str] | None
 
-    def __post_init__(self) -> None:
-        is_size = isinstance(self.max_file_bytes, int)
-        _expect(is_size, "max_file_bytes", "int", self.max_file_bytes)
-        if self.languages is not None:
-            for name in _entries(self.languages, "languages"):
+    def __init__(self, max_file_bytes: int, languages: Iterable[str] | None) -> None:
+        _expect(isinstance(max_file_bytes, int), "max_file_bytes", "int", max_file_bytes)
+        names = None
+        if languages is not None:
+            given = list(_entries(languages, "languages"))
+            for name in given:
                 _expect(isinstance(name, str), "languages", "texts", name)
-            names = frozenset(map(str.__str__, self.languages))
-            object.__setattr__(self, "languages", names)
+            names = frozenset(map(str.__str__, given))
+        object.__setattr__(self, "max_file_bytes", max_file_bytes)
+        object.__setattr__(self, "languages", names)
 
     @classmethod
     def from_config(cls, index: Any) -> IndexLimits:
@@ -105,30 +125,35 @@ class IndexLimits:
 
 @dataclass(frozen=True, slots=True)
 class IgnoreRule:
-    """The rule of an ignore file that decided about a path."""
+    """The rule of an ignore file that decided about a path.
 
-    #: The ignore file, as git names it: relative to the root where it lies below it.
+    source   the ignore file, as git names it: relative to the root where it lies below it
+    line     the pattern's line, counted from 1
+    pattern  the pattern as written
+    """
+
     source: str
-    #: The pattern's line, counted from 1.
     line: int
-    #: The pattern as written.
     pattern: str
 
 
 @dataclass(frozen=True, slots=True)
 class Explanation:
-    """What decided about a file, for a person who asks why."""
+    """What decided about a file, for a person who asks why.
+
+    decision   what is_indexable answers
+    directory  of a file left out by its directory: the skipped directory, by its path
+    glob       of a minified bundle: the glob its name matches
+    rule       the IgnoreRule of git's that decided, if one did
+    """
 
     decision: Decision
-    #: Of a file left out by its directory: the skipped directory, by its path.
     directory: str | None = None
-    #: Of a minified bundle: the glob its name matches.
     glob: str | None = None
-    #: The rule of git's that decided, if one did.
     rule: IgnoreRule | None = None
 
 
-def _entries(names: Iterable[object], argument: str) -> Iterable[object]:
+def _entries(names: Iterable[Any], argument: str) -> Iterable[Any]:
     is_list = isinstance(names, Iterable) and not isinstance(names, (str, bytes, bytearray))
     _expect(is_list, argument, "a list of language names", names)
     return names

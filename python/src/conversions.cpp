@@ -17,6 +17,12 @@ void PathBytes::encode(PyObject* object, const char* argument) {
     }
     _owner = nb::steal(PyOS_FSPath(object));
     if (!_owner.is_valid()) nb::raise_python_error();
+    // On this system a text is not split at a backslash, and the object's parts are.
+    if (nb::isinstance<nb::str>(_owner) &&
+        PyUnicode_FindChar(_owner.ptr(), '\\', 0, PY_SSIZE_T_MAX, 1) >= 0 &&
+        nb::hasattr(nb::handle(object), "as_posix")) {
+      _owner = nb::handle(object).attr("as_posix")();
+    }
   }
   if (PyUnicode_Check(_owner.ptr()) != 0) {
     _owner = nb::steal(PyUnicode_EncodeFSDefault(_owner.ptr()));
@@ -38,6 +44,14 @@ TextBytes::TextBytes(PyObject* object, const char* argument) : _owner(nb::borrow
   if (!_owner.is_valid()) nb::raise_python_error();
   _view = {PyBytes_AS_STRING(_owner.ptr()),
            static_cast<std::size_t>(PyBytes_GET_SIZE(_owner.ptr()))};
+}
+
+void hear_signals() {
+  if (run_python([] { return PyErr_CheckSignals(); }) != 0) nb::raise_python_error();
+}
+
+void add_note(const nb::python_error& error, std::string_view note) {
+  if (nb::hasattr(error.value(), "add_note")) error.value().attr("add_note")(to_str(note));
 }
 
 bool holds_lock() noexcept {
@@ -99,6 +113,9 @@ PyObject* set_current_exception() noexcept {
       Py_XDECREF(PyUnicode_DecodeUTF8(error.content().data(),
                                       static_cast<Py_ssize_t>(error.content().size()), "strict"));
       if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_ValueError, error.what());
+      nb::python_error raised;
+      add_note(raised, error.what());
+      raised.restore();
     } catch (const std::filesystem::filesystem_error& error) {
       const nb::object raised =
           os_error(error.code().value(), error.code().message(), error.path1().native());

@@ -18,7 +18,8 @@ namespace path_filter::python {
 namespace nb = nanobind;
 
 /// The bytes of a text or of an os.PathLike, as os.fsencode gives them: a name that is not
-/// valid text keeps its bytes. A view of `object` where that is possible.
+/// valid text keeps its bytes. A path of Windows has its parts between "/". A view of `object`
+/// where that is possible.
 class PathBytes {
  public:
   /// Throws what `object.__fspath__` raises, UnicodeEncodeError for what no file can be named,
@@ -92,6 +93,13 @@ auto run_python(Call call) {
     for (;;) ::pause();
   }
 }
+
+/// Runs the handlers of the signals that have come, as Python does between its instructions.
+/// Throws what one raises. Costs next to nothing when there are none.
+void hear_signals();
+
+/// Adds a line to what a traceback shows of `error`; Python 3.10 has no place for it.
+void add_note(const nb::python_error& error, std::string_view note);
 
 /// An integer of any width, as far as 64 bits go; absent for None.
 std::optional<std::int64_t> to_int64(PyObject* object, const char* argument);

@@ -13,9 +13,11 @@
 #include <nanobind/stl/string_view.h>
 
 #include <array>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -25,8 +27,11 @@
 #include "python/src/conversions.h"
 #include "python/src/functions.h"
 #include "python/src/registry_bridge.h"
+#include "python/src/sql_registration.h"
+#include "utils/git_config/git_config.h"
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/logger.h"
+#include "utils/path_filter/base/quoting.h"
 #include "utils/path_filter/index_scope/index_scope.h"
 #include "utils/path_filter/index_scope/tree_walk.h"
 #include "utils/path_filter/path_rules/path_rules.h"
@@ -36,13 +41,52 @@
 namespace path_filter::python {
 namespace {
 
+/// Python raises `error` as soon as it runs again: where what we raise is lost on the way.
+void raise_later(nb::python_error error) {
+  Py_AddPendingCall(
+      [](void* given) {
+        const std::unique_ptr<nb::python_error> raised(static_cast<nb::python_error*>(given));
+        raised->restore();
+        return -1;
+      },
+      new nb::python_error(std::move(error)));
+}
+
+/// In an SQL query, which SQLite runs to its end: sqlite3 replaces what a function raises.
+void interrupt_query() {
+  try {
+    hear_signals();
+  } catch (nb::python_error& error) {
+    raise_later(std::move(error));
+    throw std::runtime_error("interrupted");
+  }
+}
+
 /// Where the component waits for the disk, the interpreter's lock is free.
 constexpr internal::BlockingHooks LOCK_HOOKS{
-    .begins = []() noexcept -> void* { return holds_lock() ? PyEval_SaveThread() : nullptr; },
+    .begins = []() -> void* {
+      if (!holds_lock()) return nullptr;
+      hear_signals();
+      return PyEval_SaveThread();
+    },
     .ends =
         [](void* begun) noexcept {
           if (begun == nullptr) return;
           run_python([&] { PyEval_RestoreThread(static_cast<PyThreadState*>(begun)); });
+        },
+    .interrupts =
+        [] {
+          // Where others use the interpreter, its lock is milliseconds away.
+          using Clock = std::chrono::steady_clock;
+          constexpr std::chrono::milliseconds BETWEEN{20};
+          thread_local Clock::time_point last;
+          const auto now = Clock::now();
+          if (now - last < BETWEEN) return;
+          last = now;
+          run_python([] {
+            const nb::gil_scoped_acquire hold;
+            interrupt_query();
+          });
         }};
 
 // --- Decisions ---------------------------------------------------------------------
@@ -187,7 +231,7 @@ nb::object is_indexable(PyObject* self, const std::array<PyObject*, 2>& argument
   return decisions()(scope_of(self).is_indexable(std::string_view(path), {.size = size}));
 }
 
-/// A copy: the caller's may change while another thread runs.
+/// A copy, unless it is a tuple: the caller's may change while another thread runs.
 nb::tuple copied(PyObject* values, const char* argument) {
   if (PyUnicode_Check(values) != 0 || !nb::hasattr(nb::handle(values).type(), "__iter__")) {
     fail_type(argument, "an iterable", values);
@@ -197,9 +241,15 @@ nb::tuple copied(PyObject* values, const char* argument) {
   return nb::steal<nb::tuple>(made);
 }
 
-constexpr Signature<2> ARE_INDEXABLE{"are_indexable", {"rel_paths", "sizes"}, 1, 1};
-nb::object are_indexable(PyObject* self, const std::array<PyObject*, 2>& arguments) {
+constexpr Signature<3> ARE_INDEXABLE{"are_indexable", {"rel_paths", "sizes", "errors"}, 1, 1};
+nb::object are_indexable(PyObject* self, const std::array<PyObject*, 3>& arguments) {
   const IndexScope& scope = scope_of(self);
+  std::string errors = "raise";
+  if (arguments[2] != Py_None) errors = TextBytes(arguments[2], "errors");
+  const bool skips = errors == "skip";
+  if (!skips && errors != "raise") {
+    throw std::invalid_argument("errors: expected 'raise' or 'skip'");
+  }
   const nb::tuple paths = copied(arguments[0], "rel_paths");
   const Py_ssize_t count = PyTuple_GET_SIZE(paths.ptr());
   const bool sized = arguments[1] != Py_None;
@@ -208,20 +258,28 @@ nb::object are_indexable(PyObject* self, const std::array<PyObject*, 2>& argumen
     PyErr_SetString(PyExc_ValueError, "sizes: there must be as many as rel_paths");
     nb::raise_python_error();
   }
-  std::vector<nb::object> answers;
-  answers.reserve(static_cast<std::size_t>(count));
-  for (Py_ssize_t at = 0; at < count; ++at) {
-    const PathBytes path(PyTuple_GET_ITEM(paths.ptr(), at), "rel_paths");
-    const auto size = sized ? to_int64(PyTuple_GET_ITEM(sizes.ptr(), at), "sizes") : std::nullopt;
-    answers.push_back(decisions()(scope.is_indexable(std::string_view(path), {.size = size})));
-    if (at % 1024 == 1023 && PyErr_CheckSignals() != 0) nb::raise_python_error();
-  }
-  // Not before: a list that others may see has no holes.
   nb::object made = nb::steal(PyList_New(count));
   if (!made.is_valid()) nb::raise_python_error();
+  PyObject_GC_UnTrack(made.ptr());  // a list that others may see has no holes
   for (Py_ssize_t at = 0; at < count; ++at) {
-    PyList_SET_ITEM(made.ptr(), at, answers[static_cast<std::size_t>(at)].release().ptr());
+    const auto place = [at] { return "rel_paths[" + std::to_string(at) + "]"; };
+    try {
+      const PathBytes path(PyTuple_GET_ITEM(paths.ptr(), at), "rel_paths");
+      const auto size = sized ? to_int64(PyTuple_GET_ITEM(sizes.ptr(), at), "sizes") : std::nullopt;
+      const Decision decision = scope.is_indexable(std::string_view(path), {.size = size});
+      PyList_SET_ITEM(made.ptr(), at, decisions()(decision).release().ptr());
+    } catch (const std::invalid_argument& error) {  // named like an absolute path
+      if (!skips) throw std::invalid_argument(place() + ": " + error.what());
+      PyList_SET_ITEM(made.ptr(), at, nb::none().release().ptr());
+    } catch (const nb::python_error& error) {
+      add_note(error, place());
+      throw;
+    }
+    if (at % 1024 == 1023) {
+      const internal::Blocking others_may_run;
+    }
   }
+  PyObject_GC_Track(made.ptr());
   return made;
 }
 
@@ -281,10 +339,17 @@ class WalkIterator {
     if (_ended) throw nb::stop_iteration();
     const Running running(_runs);
     _ended = true;  // unless all goes well
-    if (!_at) {
-      _at = _walk.begin();
-    } else {
-      ++*_at;
+    try {
+      if (++_taken % 1024 == 0) hear_signals();
+      if (!_at) {
+        _at = _walk.begin();
+      } else {
+        ++*_at;
+      }
+    } catch (nb::python_error& error) {
+      if (!error.matches(PyExc_StopIteration)) throw;
+      // As from a generator: it is no end.
+      nb::raise_from(error, PyExc_RuntimeError, "walk raised StopIteration");
     }
     if (*_at == _walk.end()) throw nb::stop_iteration();
     _ended = false;
@@ -307,7 +372,7 @@ class WalkIterator {
   };
 
   WalkErrorHandler handler() const {
-    if (_on_error.is_none()) return nullptr;
+    if (_on_error.is_none()) return warn_of_unusable_name;
     return [this](const std::filesystem::filesystem_error& error) {
       const nb::object raised =
           os_error(error.code().value(), error.code().message(), error.path1().native());
@@ -315,9 +380,21 @@ class WalkIterator {
     };
   }
 
+  /// A directory that cannot be listed is left out silently; one that could be is not.
+  static void warn_of_unusable_name(const std::filesystem::filesystem_error& error) {
+    if (error.code() != std::errc::invalid_argument) return;
+    const nb::str path = to_str(error.path1().native());
+    const int raised = run_python([&] {
+      return PyErr_WarnFormat(PyExc_RuntimeWarning, 1,
+                              "%R is left out: it reads as an absolute path", path.ptr());
+    });
+    if (raised != 0) nb::raise_python_error();
+  }
+
   nb::object _scope, _on_error;
   bool _runs = false;
   bool _ended = false;
+  unsigned _taken = 0;
   Walk _walk;
   std::optional<Walk::Iterator> _at;
 };
@@ -336,8 +413,9 @@ std::array scope_methods{
         "is_indexable($self, /, rel_path, *, size=None)\n--\n\n"
         "The Decision on the file at rel_path, relative to the root; size is in bytes."),
     function<ARE_INDEXABLE, are_indexable>(
-        "are_indexable($self, /, rel_paths, *, sizes=None)\n--\n\n"
-        "What is_indexable answers about each of rel_paths, for less."),
+        "are_indexable($self, /, rel_paths, *, sizes=None, errors='raise')\n--\n\n"
+        "What is_indexable answers about each of rel_paths, for less. Of a name that reads as an\n"
+        "absolute path the ValueError says which it is; with errors='skip' None stands for it."),
     function<IS_IGNORED, is_ignored>(
         "is_ignored($self, /, rel_path)\n--\n\n"
         "Whether git's ignore rules alone leave out the file at rel_path."),
@@ -350,14 +428,17 @@ std::array scope_methods{
         "for what is not below it. Both are compared as text."),
     function<REFRESH, refresh>(
         "refresh($self, /)\n--\n\n"
-        "Forgets git's ignore rules and verdicts: the next question reads them again."),
+        "Forgets git's ignore rules and verdicts: the next question reads them again. To be\n"
+        "called when an indexing pass begins, and when a .gitignore, an exclude file or git's\n"
+        "configuration has changed."),
     function<WALK, walk>(
         "walk($self, /, on_error=None)\n--\n\n"
         "The files below the root, outside the directories that are left out, one at a time\n"
         "as they are taken: nothing is open in between. on_error is told of each directory\n"
-        "that cannot be listed. Names that begin with a backslash or read like c:/x.py read as\n"
-        "absolute paths: is_indexable raises ValueError for them. One thread at a time takes\n"
-        "from a walk."),
+        "that cannot be listed, by an OSError. A file that is named like \\x or lies at c:/x.py\n"
+        "reads as an absolute path: is_indexable raises ValueError for it. A directory below the\n"
+        "root that is named so is left out, with a RuntimeWarning when there is no on_error.\n"
+        "One thread at a time takes from a walk."),
     function<EXPLAIN, explain>(""),
     function<DECIDING_IGNORE_RULE, deciding_ignore_rule>(""),
 };
@@ -396,6 +477,8 @@ nb::object is_indexable_path(PyObject*, const std::array<PyObject*, 1>& argument
 constexpr Signature<1> SQL_IS_TEST_PATH{"_sql_is_test_path", {"path"}};
 nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& arguments) {
   PyObject* argument = arguments[0];
+  static unsigned calls = 0;
+  if (++calls % 1024 == 0) interrupt_query();
   try {
     if (argument == Py_None) return nb::int_(_sql_is_test_path(std::nullopt) ? 1 : 0);
     if (PyBytes_Check(argument) != 0) {
@@ -456,6 +539,20 @@ void set_records(nb::object decision, nb::object exclusions) {
   decisions().exclusions = std::move(exclusions);
 }
 
+/// What git is told, as git_config says; git runs meanwhile.
+nb::object excludes_file(nb::handle root, nb::handle warn) {
+  const auto lookup = git_config::excludes_file_lookup([&](std::string_view problem) {
+    const nb::gil_scoped_acquire hold;
+    if (!warn.is_none()) run_python([&] { return nb::object(warn(to_str(problem))); });
+  });
+  const std::filesystem::path directory = to_path(root, "root");
+  const auto file = [&] {
+    const internal::Blocking waits;
+    return lookup(directory);
+  }();
+  return file ? nb::object(to_str(file->native())) : nb::none();
+}
+
 void set_sink(nb::object given) {
   if (given.is_none()) return logger->set_sink(nullptr);
   // Never freed: a warning may come until the very end.
@@ -490,13 +587,8 @@ std::array functions{
 
 }  // namespace
 
-NB_MODULE(_core, module) {
-#if PY_VERSION_HEX < 0x030C0000
-  // From 3.12 on Python asks the module itself and refuses in our place.
-  if (PyInterpreterState_Get() != PyInterpreterState_Main()) {
-    throw nb::import_error("path_filter works in the main interpreter only");
-  }
-#endif
+NB_MODULE(core, module) {
+  module.inc_ref();  // never freed, nor what nanobind keeps for it: scopes may outlive it
   internal::blocking_hooks.store(&LOCK_HOOKS, std::memory_order_release);
   nb::set_leak_warnings(false);  // shared decisions live as long as the process
   nb::register_exception_translator([](const std::exception_ptr& thrown, void*) {
@@ -508,9 +600,16 @@ NB_MODULE(_core, module) {
   });
   add_functions(module, functions);
   const auto optional = nb::arg().none();
-  module.def("bind_registry", &bind_registry, optional)
+  module.def("ask_languages", &ask_languages)
+      .def("bind_registry", &bind_registry)
       .def("configured_bytes", &configured_bytes, optional)
       .def("configured_languages", &configured_languages)
+      .def("excludes_file", &excludes_file, nb::arg("root"), nb::arg("warn").none())
+      .def("printable",
+           [](nb::handle path) {
+             return to_str(internal::printable(PathBytes(path.ptr(), "path")));
+           })
+      .def("register_with_sqlite", &register_with_sqlite)
       .def("set_records", &set_records)
       .def("set_sink", &set_sink, optional)
       .def("sql_condition", &sql_condition)
@@ -551,5 +650,7 @@ NB_MODULE(_core, module) {
         nb::steal(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(scope.ptr()), &method));
   }
 }
+
+extern "C" NB_EXPORT PyObject* PyInit__core() { return main_interpreter_only(PyInit_core()); }
 
 }  // namespace path_filter::python

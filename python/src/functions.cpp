@@ -1,6 +1,37 @@
 #include "python/src/functions.h"
 
+#include <string>
+
 namespace path_filter::python {
+namespace {
+
+using Execute = int (*)(PyObject* module);
+Execute execute = nullptr;  // nanobind's, once it is replaced
+
+int execute_in_main_interpreter(PyObject* module) {
+  if (PyInterpreterState_Get() == PyInterpreterState_Main()) return execute(module);
+  PyErr_Format(PyExc_ImportError, "%s works in the main interpreter only",
+               PyModule_GetName(module));
+  return -1;
+}
+
+}  // namespace
+
+PyObject* main_interpreter_only(PyObject* definition) {
+  if (definition == nullptr || execute != nullptr) return definition;
+  for (auto* slot = reinterpret_cast<PyModuleDef*>(definition)->m_slots; slot->slot != 0; ++slot) {
+    if (slot->slot != Py_mod_exec) continue;
+    execute = reinterpret_cast<Execute>(slot->value);
+    slot->value = reinterpret_cast<void*>(&execute_in_main_interpreter);
+  }
+  return definition;
+}
+
+const char* domain_of_this_copy() {
+  static const std::string name =
+      "path_filter at " + std::to_string(reinterpret_cast<std::uintptr_t>(&execute));
+  return name.c_str();
+}
 
 void read_arguments(const char* function, const char* const* names, std::size_t names_count,
                     std::size_t positional, std::size_t required, PyObject* const* given,

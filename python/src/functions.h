@@ -59,6 +59,17 @@ void add_functions(nb::module_& module, std::array<PyMethodDef, Count>& definiti
   }
 }
 
+/// Of the definition of a module: it is executed in the main interpreter only, and refused in
+/// another with an ImportError before nanobind, whose state is the process's, hears of it.
+PyObject* main_interpreter_only(PyObject* definition);
+
+/// Names what one copy of a module shares with nobody in the process, so that its types are its
+/// own: two copies may have different registries.
+const char* domain_of_this_copy();
+
 }  // namespace path_filter::python
+
+#undef NB_DOMAIN_STR
+#define NB_DOMAIN_STR ::path_filter::python::domain_of_this_copy()
 
 #endif  // PYTHON_SRC_FUNCTIONS_H_

@@ -48,11 +48,13 @@ std::array functions{
 
 }  // namespace
 
-NB_MODULE(_native, module) {
+NB_MODULE(native, module) {
   module.attr("VERSION") = PATH_FILTER_VERSION;
   module.attr("TEST_DIR_NAMES") = nb::frozenset(listed(registry::test_dir_names()));
   module.attr("TEST_FILE_GLOBS") = nb::tuple(listed(registry::test_file_globs()));
   add_functions(module, functions);
 }
+
+extern "C" NB_EXPORT PyObject* PyInit__native() { return main_interpreter_only(PyInit_native()); }
 
 }  // namespace path_filter::python

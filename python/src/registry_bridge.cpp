@@ -1,6 +1,7 @@
 #include "python/src/registry_bridge.h"
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <list>
@@ -41,14 +42,16 @@ struct HostRegistry {
   const language_registry::TextSet* last_test_dir_set = nullptr;
 };
 
-/// Null for the default registry; never freed, as a question may come until the very end.
+/// Never freed, as a question may come until the very end.
 HostRegistry* host = nullptr;
+// Which of it is asked, and not the default registry.
+std::atomic<bool> asks_functions = false, asks_languages = false;
 
 /// The interpreter's lock, which all who ask from Python hold already.
 class InterpreterLock {
  public:
   InterpreterLock() {
-    if (!holds_lock()) _taken.emplace();
+    if (!holds_lock()) run_python([&] { _taken.emplace(); });
   }
 
  private:
@@ -94,13 +97,13 @@ std::string_view kept(std::string_view text) {
 
 }  // namespace
 
-void bind_registry(nb::object module) {
-  if (module.is_none()) {
-    if (host == nullptr) return;
-  } else if (host != nullptr && host->module.is(module)) {
+void bind_registry(nb::object module, bool is_default) {
+  if (host != nullptr && is_default && !asks_functions) {
+    host->module = std::move(module);
     return;
   }
   if (host != nullptr) {
+    if (host->module.is(module)) return;
     PyErr_SetString(PyExc_ImportError,
                     "path_filter has been loaded with another language registry");
     nb::raise_python_error();
@@ -120,7 +123,10 @@ void bind_registry(nb::object module) {
   }
   made->module = std::move(module);
   host = made.release();
+  asks_functions = asks_languages = !is_default;
 }
+
+void ask_languages(bool of_module) { asks_languages = of_module; }
 
 }  // namespace path_filter::python
 
@@ -128,10 +134,24 @@ namespace language_registry {
 
 using namespace path_filter::python;
 
+/// Of names that are no set of Python's, and may answer nothing but "in".
+static bool is_test_dir_name(std::string_view name) {
+  const InterpreterLock hold;
+  const nb::object names = called(languages("test_dir_names"));
+  const nb::str text = to_str(name);
+  const int answer = run_python([&] { return PySequence_Contains(names.ptr(), text.ptr()); });
+  if (answer < 0) nb::raise_python_error();
+  return answer != 0;
+}
+
 const TextSet& Languages::test_dir_names() const {
-  if (host == nullptr) return default_registry::test_dir_names();
+  if (!asks_languages) return default_registry::test_dir_names();
   const InterpreterLock hold;
   nb::object names = called(languages("test_dir_names"));
+  if (PyAnySet_Check(names.ptr()) == 0) {
+    static const TextSet& asked = *new TextSet(&is_test_dir_name);
+    return asked;
+  }
   // A frozenset cannot change: the same one needs no second look.
   if (names.is(host->last_test_dir_names)) return *host->last_test_dir_set;
   std::vector<std::string> members;
@@ -150,7 +170,7 @@ const TextSet& Languages::test_dir_names() const {
 }
 
 std::span<const std::string_view> Languages::test_file_globs() const {
-  if (host == nullptr) return default_registry::test_file_globs();
+  if (!asks_languages) return default_registry::test_file_globs();
   const InterpreterLock hold;
   const nb::object globs = called(languages("test_file_globs"));
   std::vector<std::string_view> views;
@@ -161,7 +181,7 @@ std::span<const std::string_view> Languages::test_file_globs() const {
 }
 
 const LanguageRecord* Languages::classify(std::string_view name) const {
-  if (host == nullptr) return default_registry::classify(name);
+  if (!asks_languages) return default_registry::classify(name);
   const InterpreterLock hold;
   const nb::object record = called(languages("classify"), name);
   if (record.is_none()) return nullptr;
@@ -186,7 +206,7 @@ const LanguageRecord* Languages::classify(std::string_view name) const {
 }
 
 std::optional<std::string_view> detect_language(std::string_view name) {
-  if (host == nullptr) return default_registry::detect_language(name);
+  if (!asks_functions) return default_registry::detect_language(name);
   const InterpreterLock hold;
   const nb::object language = called(host->detect_language, name);
   if (language.is_none()) return std::nullopt;
@@ -194,7 +214,7 @@ std::optional<std::string_view> detect_language(std::string_view name) {
 }
 
 bool is_lockfile(std::string_view name) {
-  if (host == nullptr) return default_registry::is_lockfile(name);
+  if (!asks_functions) return default_registry::is_lockfile(name);
   const InterpreterLock hold;
   const int answer = PyObject_IsTrue(called(host->is_lockfile, name).ptr());
   if (answer < 0) nb::raise_python_error();
@@ -202,7 +222,7 @@ bool is_lockfile(std::string_view name) {
 }
 
 std::string_view tier_of(std::string_view language) {
-  if (host == nullptr) return default_registry::tier_of(language);
+  if (!asks_functions) return default_registry::tier_of(language);
   const InterpreterLock hold;
   return kept(TextBytes(called(host->tier_of, language).ptr(), "tier_of()"));
 }

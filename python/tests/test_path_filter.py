@@ -1,13 +1,16 @@
 """The package as its users meet it. What the component answers is tested in C++; here is what
 lies between: texts, types, errors, threads, the registry and the log."""
 
+import contextlib
 import gc
 import importlib
 import logging
 import os
 import pathlib
 import pickle
+import pydoc
 import shutil
+import signal
 import sqlite3
 import subprocess
 import sys
@@ -24,6 +27,7 @@ import path_filter
 from path_filter import Decision, Exclusion, IndexLimits, IndexScope
 
 PACKAGES = pathlib.Path(path_filter.__file__).parents[1]
+NO_NOTES = sys.version_info < (3, 11)
 
 
 @pytest.fixture
@@ -104,6 +108,23 @@ def test_decisions_are_values(repository):
         Decision(False, "no kind")
 
 
+@pytest.mark.parametrize(
+    "path, skipped, is_test",
+    [
+        ("src/node_modules/x.py", True, False),
+        ("tests/x.py", False, True),
+        ("src\\node_modules\\x.py", False, False),
+        (pathlib.PurePosixPath("src\\node_modules\\x.py"), False, False),
+        (pathlib.PureWindowsPath("src\\node_modules\\x.py"), True, False),
+        (pathlib.PureWindowsPath("c:\\tests\\x.py"), False, True),
+    ],
+)
+def test_questions_about_a_path_alone(path, skipped, is_test):
+    assert path_filter.should_skip_path(path) is skipped
+    assert path_filter.is_indexable_path(path) is not skipped
+    assert path_filter.is_test_path(path) is is_test
+
+
 class Raises:
     def __fspath__(self):
         raise ZeroDivisionError
@@ -130,6 +151,12 @@ CLOSED.close()
         (lambda: SCOPE.are_indexable("ab"), TypeError, "rel_paths: expected an iterable, not str"),
         (lambda: SCOPE.are_indexable(["a", 1]), TypeError, "rel_paths: "),
         (lambda: SCOPE.are_indexable(["a"], sizes=[]), ValueError, "sizes: "),
+        (lambda: SCOPE.are_indexable(["a", "\\x"]), ValueError, r"^rel_paths\[1\]: '\\\\x' is not"),
+        (lambda: SCOPE.are_indexable(["a"], errors="no"), ValueError, "errors: expected 'raise' or"),
+        (lambda: path_filter.should_skip_path(3), TypeError, "path: .* not int"),
+        (lambda: path_filter.is_indexable_path(None), TypeError, "path: .* not NoneType"),
+        (lambda: path_filter.excludes_file_lookup(3), TypeError, "warn: expected a callable or None"),
+        (lambda: path_filter._core.tier_of("\ud800"), UnicodeEncodeError, "surrogates"),
         (lambda: SCOPE.is_ignored("C:\\a"), ValueError, r"^'C:\\\\a' is not relative"),
         (lambda: SCOPE.relative(None), TypeError, "path: .* not NoneType"),
         (lambda: SCOPE.walk(1), TypeError, "on_error: expected a callable or None, not int"),
@@ -180,6 +207,11 @@ def test_a_walk_gives_names_as_the_system_does(tmp_path):
     scope = IndexScope(tmp_path)
     names = list(scope.walk())
     assert names == os.listdir(tmp_path) and all(scope.are_indexable(names))
+    batch = scope.are_indexable(["\\x.py", names[0]], errors="skip")
+    assert batch == [None, scope.is_indexable(names[0])]
+    with pytest.raises(UnicodeEncodeError) as caught:
+        scope.are_indexable(["a.py", "\ud800"])
+    assert NO_NOTES or caught.value.__notes__ == ["rel_paths[1]"]
     assert not scope.is_indexable("nul\0.zz") and scope.is_indexable("nul\0.py")
 
 
@@ -198,6 +230,13 @@ def test_a_walk_ends_with_an_error_and_stays_ended(tmp_path):
     with pytest.raises(KeyError) as caught:
         next(walk)
     assert caught.value is raised and list(walk) == []
+    raised = StopIteration()
+    with pytest.raises(RuntimeError) as caught:
+        list(IndexScope(tmp_path / "none").walk(fail))
+    assert caught.value.__cause__ is raised
+    (tmp_path / "c:" / "d").mkdir(parents=True)
+    with pytest.warns(RuntimeWarning, match="c:/d' is left out: it reads as an absolute path"):
+        assert list(IndexScope(tmp_path).walk()) == []
 
 
 def test_two_threads_do_not_take_from_one_walk(tmp_path):
@@ -233,6 +272,21 @@ def test_what_the_lookup_raises_and_returns(repository):
     assert scope.is_indexable("a.py").kind == "gitignore"
 
 
+def test_the_lookup_that_asks_git(repository, monkeypatch):
+    monkeypatch.setenv("GIT_CONFIG_GLOBAL", str(repository / "config"))
+    (repository / "config").write_text("[core]\nexcludesFile = mine\n")
+    (repository / "mine").write_text("*.py\n")
+    scope = IndexScope(str(repository), excludes_file=path_filter.excludes_file_lookup())
+    assert scope.is_indexable("a.py").kind == "gitignore"
+    warnings = []
+    (repository / "git").write_text("#!/bin/sh\nexit 3\n")
+    (repository / "git").chmod(0o755)
+    monkeypatch.setenv("PATH", str(repository))
+    monkeypatch.setenv("XDG_CONFIG_HOME", "/nowhere")
+    assert path_filter.excludes_file_lookup(warnings.append)(repository) == "/nowhere/git/ignore"
+    assert len(warnings) == 1 and warnings[0].startswith("git does not say which file")
+
+
 def test_a_git_file_that_is_not_text(tmp_path):
     (tmp_path / ".git").write_bytes(b"gitdir: \xc3(")
     (tmp_path / "sub").mkdir()
@@ -242,16 +296,23 @@ def test_a_git_file_that_is_not_text(tmp_path):
             ask()
         error = caught.value
         assert (error.object, error.start, error.end) == (b"gitdir: \xc3(", 8, 9)
+        assert NO_NOTES or str(tmp_path / ".git") in error.__notes__[0]
 
 
-def test_warnings_are_records_of_logging(tmp_path, caplog):
-    (tmp_path / ".gitignore").mkdir()
-    assert not IndexScope(tmp_path).is_ignored("a.py")
+def test_warnings_are_records_of_logging(tmp_path, caplog, capfd):
+    root = tmp_path / "\n\udcff"
+    (root / ".gitignore").mkdir(parents=True)
+    path_filter._core.set_sink(None)
+    assert not IndexScope(root).is_ignored("a.py")
+    path_filter._core.set_sink(path_filter._warn)
+    assert capfd.readouterr().err.startswith("utils.path_filter: warning: Cannot read the ignore")
+    assert not IndexScope(root).is_ignored("a.py")
+    assert f'rules in "{tmp_path}/\\n\\377/.gitignore": ' in caplog.messages[0]
     index = SimpleNamespace(max_file_size_mb="ten", languages=["typescript"])
     assert IndexLimits.from_config(index) == IndexLimits(10485760, {"tsx", "typescript"})
     assert [(record.name, record.levelno, record.msg, record.args) for record in caplog.records] == [
         ("path_filter", logging.WARNING, "Cannot read the ignore rules in %s: %s",
-         (str(tmp_path / ".gitignore"), os.strerror(21))),
+         (str(root / ".gitignore"), os.strerror(21))),
         ("path_filter", logging.WARNING,
          "index.max_file_size_mb=%r is not a positive number; using %d", ("ten", 10)),
     ]  # fmt: skip
@@ -274,17 +335,24 @@ def test_test_code_in_sql(caplog):
     connection.execute("CREATE TABLE files(id, path)")
     rows = [(1, "src/a.py"), (2, "tests/a.py"), (3, None), (4, b"test_\xff.py"), (5, "")]
     connection.executemany("INSERT INTO files VALUES(?, ?)", rows)
+    connection.execute("INSERT INTO files SELECT 6, CAST(path AS TEXT) FROM files WHERE id = 4")
     for via in ("path", "id", "ID"):
-        for exclude, expected in ((True, [1, 3, 5]), (False, [2, 4])):
+        for exclude, expected in ((True, [1, 3, 5]), (False, [2, 4, 6])):
             condition, parameters = path_filter.sql_test_path_filter(exclude=exclude, via=via)
             query = f"SELECT id FROM files f WHERE {condition} ORDER BY id"
             assert [row[0] for row in connection.execute(query, [*parameters])] == expected
     connection.execute("CREATE INDEX i ON files(brelo_is_test_path(path))")  # it is deterministic
+    with pytest.raises(sqlite3.OperationalError, match="the argument is a number, not a path"):
+        connection.execute("SELECT brelo_is_test_path(3)").fetchall()
+    # Where SQLite cannot be reached.
+    connection.create_function("other", 1, path_filter._core._sql_is_test_path)
+    query = "SELECT id FROM files WHERE id < 6 AND other(path)"
+    assert connection.execute(query).fetchall() == [(2,), (4,)]
     unraised = []
     sys.unraisablehook, hook = unraised.append, sys.unraisablehook
     try:
         with pytest.raises(sqlite3.OperationalError):
-            connection.execute("SELECT brelo_is_test_path(3)").fetchall()
+            connection.execute("SELECT other(3)").fetchall()
     finally:
         sys.unraisablehook = hook
     assert isinstance(unraised[0].exc_value, TypeError)
@@ -383,6 +451,10 @@ def test_a_registry_of_the_host_is_asked(host):
         print(*map(path_filter.is_test_path, ("check_a.c", "Checks/a", "a.c", "checks/a.txt")))
         language_registry.LANGUAGES.test_dir_names = frozenset  # looked up at each use
         print(path_filter.is_test_path("Checks/a"), path_filter.should_skip_directory("__checks__"))
+        class Members:
+            __contains__ = "checks".__eq__
+        language_registry.LANGUAGES.test_dir_names = Members  # answers nothing but "in"
+        print(path_filter.is_test_path("Checks/a"), path_filter.is_test_path("tests/a"))
         for name in ("fail", "three"):
             try:
                 scope.is_indexable(name)
@@ -398,10 +470,38 @@ def test_a_registry_of_the_host_is_asked(host):
         "None lockfile unknown_language language",
         "True True False False",
         "False True",
+        "True False",
         "True 'mine'",
         "False detect_language(): expected str, not int",
         "True",
     ]
+
+
+@pytest.mark.parametrize("first", ["path_filter", "utils.path_filter"])
+def test_two_copies_have_nothing_in_common(host, repository, first):
+    (repository / ".gitignore").unlink()
+    (repository / ".gitignore").mkdir()
+    code = f"""
+        import logging, sys, {first}
+        import path_filter, utils.path_filter
+        logging.basicConfig(format="%(name)s", stream=sys.stdout)
+        for package in (path_filter, utils.path_filter):
+            scope = package.IndexScope({str(repository)!r})
+            decision = scope.is_indexable("a.rs")
+            print(decision.language, type(decision) is package.Decision)
+        """
+    said = run(code, PYTHONPATH=os.pathsep.join([str(host.parents[1]), str(PACKAGES)]))
+    assert said.splitlines() == ["path_filter", "rust True", "utils.path_filter", "rs True"]
+
+
+def test_languages_of_the_installed_registry_are_looked_up(monkeypatch):
+    registry = importlib.import_module("language_registry")
+    record = registry.LanguageRecord("code", ("*.rs",))
+    other = SimpleNamespace(classify=lambda name: record, test_dir_names=set)
+    monkeypatch.setattr(registry, "LANGUAGES", other)
+    assert path_filter.is_test_path("a.rs") and SCOPE.is_indexable("a.rs").language == "rust"
+    monkeypatch.undo()
+    assert not path_filter.is_test_path("a.rs")
 
 
 def test_a_registry_that_lacks_a_name_is_refused(host):
@@ -431,9 +531,44 @@ def test_a_second_interpreter_is_refused_and_harms_nothing(repository):
             print(interpreters.run_string(made, "import path_filter"))
         except Exception as error:
             print(error)
+        scope = path_filter.IndexScope({str(repository)!r})
+        print(scope.root == {str(repository)!r}, len(list(scope.walk())))
         """
     said = run(code)
-    assert said.startswith("4\n") and ("ImportError" in said or "does not support" in said)
+    assert said.startswith("4\n") and said.endswith("\nTrue 5")
+    assert "ImportError" in said or "does not support" in said
+
+
+@pytest.mark.parametrize("call", ["walk", "batch", "brelo_is_test_path", "other_door"])
+def test_signals_are_heard_in_a_long_call(tmp_path, call):
+    class Fifth(Exception):
+        pass
+
+    def hear(number, frame):
+        heard.append(number)
+        if len(heard) == 5:  # what comes while nobody listens is heard as one
+            raise Fifth
+
+    for number in range(3000 if call == "walk" else 0):
+        (tmp_path / str(number)).mkdir()
+    scope = IndexScope(tmp_path)
+    connection = sqlite3.connect(":memory:")
+    connection.create_function("other_door", 1, path_filter._core._sql_is_test_path)
+    path_filter.register_path_functions(connection)
+    numbers = "WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000000)"
+    heard, before = [], signal.signal(signal.SIGALRM, hear)
+    with pytest.raises(Fifth), contextlib.suppress(sqlite3.OperationalError):
+        signal.setitimer(signal.ITIMER_REAL, 0.001, 0.001)
+        try:
+            if call == "walk":
+                list(scope.walk())
+            elif call == "batch":
+                scope.are_indexable(["a.py"] * 3_000_000)
+            else:
+                connection.execute(f"{numbers} SELECT sum({call}(i || '')) FROM n").fetchall()
+        finally:
+            signal.setitimer(signal.ITIMER_REAL, 0)
+            signal.signal(signal.SIGALRM, before)
 
 
 def test_the_process_ends_while_threads_ask_and_read(repository):
@@ -464,8 +599,10 @@ def test_the_stubs_say_what_the_modules_have():
 
 
 def test_public_names_are_there():
+    manual = pydoc.plain(pydoc.render_doc(path_filter))
+    assert "casefold" not in manual
     for name in path_filter.__all__:
-        assert getattr(path_filter, name) is not None
+        assert getattr(path_filter, name) is not None and name in manual
     registry = importlib.import_module("language_registry")
     assert path_filter.TEST_DIR_NAMES == registry.LANGUAGES.test_dir_names() >= {"tests"}
     assert path_filter.TEST_FILE_GLOBS == registry.LANGUAGES.test_file_globs()

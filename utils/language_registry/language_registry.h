@@ -56,8 +56,14 @@ class TextSet {
     }
   }
 
+  /// The set of what `asked` says is a member, for a registry that lists none.
+  explicit TextSet(bool (*asked)(std::string_view text)) : _asked(asked) {
+    for (auto* bits : {&_sizes, &_seconds, &_lasts}) bits->fill(~std::uint32_t{0});
+  }
+
   bool contains(std::string_view text) const {
-    return may_contain_in_some_case(text) && _members.contains(text);
+    return may_contain_in_some_case(text) &&
+           (_asked != nullptr ? _asked(text) : _members.contains(text));
   }
 
   /// False when neither `text`, which is ASCII, nor `text` in another case is a member.
@@ -90,6 +96,7 @@ class TextSet {
   }
   static std::uint32_t bit(std::size_t number) { return std::uint32_t{1} << number; }
 
+  bool (*_asked)(std::string_view text) = nullptr;
   std::unordered_set<std::string, Hash, std::equal_to<>> _members;
   // By the first character: which sizes members have, and which second and last characters.
   std::array<std::uint32_t, 32> _sizes{};

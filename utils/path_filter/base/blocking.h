@@ -1,7 +1,8 @@
 // Where the component waits for the operating system.
 //
 // A program that holds a lock over all its threads, as Python does, is told: its hooks let go of
-// the lock and take it again. No lock of the component is held in between.
+// the lock and take it again. No lock of the component is held in between. It may also end what
+// runs for long, on Ctrl-C.
 
 #ifndef UTILS_PATH_FILTER_BASE_BLOCKING_H_
 #define UTILS_PATH_FILTER_BASE_BLOCKING_H_
@@ -11,10 +12,12 @@
 namespace path_filter::internal {
 
 /// `begins` is called before a call that may wait, and what it returns is given to `ends`, on the
-/// same thread. Both keep errno.
+/// same thread, which keeps errno. `interrupts` is called now and then by what neither waits nor
+/// returns for long. What the first and the last throw passes through the question.
 struct BlockingHooks {
-  void* (*begins)() noexcept;
+  void* (*begins)();
   void (*ends)(void* begun) noexcept;
+  void (*interrupts)();
 };
 
 /// Null: nobody is told. Set before the first question, and not again.

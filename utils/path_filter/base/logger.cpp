@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "utils/path_filter/base/quoting.h"
+
 namespace path_filter {
 
 std::string Warning::message() const {
@@ -19,7 +21,7 @@ std::string Warning::message() const {
     if (const auto* number = std::get_if<std::int64_t>(&argument)) {
       text += std::to_string(*number);
     } else {
-      text += std::get<std::string_view>(argument);
+      text += internal::printable(std::get<std::string_view>(argument));
     }
   }
   return text;

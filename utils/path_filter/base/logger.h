@@ -29,7 +29,7 @@ namespace path_filter {
 /// them apart or writes them its own way. All it refers to lives as long as the call of the
 /// sink.
 struct Warning {
-  /// Text that may come from a repository holds no control characters.
+  /// A path is its own bytes, which message() quotes where they are not printable.
   using Argument = std::variant<std::int64_t, std::string_view>;
 
   /// Has a "%d", "%s" or "%r" for each argument. That of "%r" is a value as the

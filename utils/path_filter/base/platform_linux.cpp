@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <optional>
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/file_system.h"
@@ -34,7 +35,7 @@ std::error_code open_without_links(int directory, const char* path, int flags,
 }
 
 std::error_code Listing::read(const FileDescriptor& directory) {
-  const Blocking waits;
+  std::optional<Blocking> waits;
   // What the kernel writes is the C library's own record, except for 32-bit offsets.
   static_assert(sizeof(dirent::d_ino) == 8 && sizeof(dirent::d_off) == 8);
   // 64 KiB hold some 1,500 names: all but a few directories take one call, and one
@@ -42,7 +43,8 @@ std::error_code Listing::read(const FileDescriptor& directory) {
   constexpr std::size_t BUFFER_BYTES = 64 * 1024;
   alignas(dirent) std::array<char, BUFFER_BYTES> buffer;
   clear();
-  for (;;) {
+  for (std::size_t calls = 0;; ++calls) {
+    if (calls % 16 == 0) waits.emplace();  // anew in a large directory, which takes long
     const long count = ::syscall(SYS_getdents64, directory.number(), buffer.data(), buffer.size());
     if (count == 0) return {};
     if (count < 0) {

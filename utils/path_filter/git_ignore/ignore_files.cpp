@@ -6,7 +6,6 @@
 
 #include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/logger.h"
-#include "utils/path_filter/base/quoting.h"
 #include "utils/path_filter/base/utf8.h"
 
 namespace path_filter {
@@ -46,8 +45,7 @@ std::filesystem::path joined(const std::filesystem::path& base, std::string_view
 
 void warn_unreadable(std::error_code error, const std::function<std::string()>& path) {
   if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) return;
-  logger->warn("Cannot read the ignore rules in %s: %s",
-               {internal::printable(path()), internal::message(error)});
+  logger->warn("Cannot read the ignore rules in %s: %s", {path(), internal::message(error)});
 }
 
 std::optional<GitIgnoreSpec> _read_ignore_rules(const std::filesystem::path& path,

@@ -82,15 +82,15 @@ struct DirectoryLister::State {
 
 bool DirectoryLister::State::list(const Directory& directory, bool judged) {
   clear();
-  std::error_code error = open(directory);
-  _directory = &directory;
-  if (!error) error = _listing.read(_opened);
-  if (error) {
-    close();
-    if (judged) fail(error, listed_path());
-    return false;
-  }
   try {
+    std::error_code error = open(directory);
+    _directory = &directory;
+    if (!error) error = _listing.read(_opened);
+    if (error) {
+      close();
+      if (judged) fail(error, listed_path());
+      return false;
+    }
     if (judged) learn_rules();
     for (std::size_t index = 0; index < _listing.size(); ++index) {
       const auto entry = _listing[index];
