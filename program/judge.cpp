@@ -1,5 +1,7 @@
 #include "program/judge.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <climits>
 #include <stdexcept>
@@ -115,14 +117,11 @@ Judge::Answer Judge::ask(std::string_view path, bool verbose) {
   return {repository, std::move(located.path), false, std::move(explanation)};
 }
 
-bool Judge::is_file(const std::string& path) {
-  const auto named = std::filesystem::path(_base + '/') / path;
+bool Judge::is_file(const std::string& path) const {
   std::error_code unexamined;
-  const auto status = std::filesystem::symlink_status(named, unexamined);
-  if (!std::filesystem::is_symlink(status) || !std::filesystem::is_directory(named, unexamined)) {
-    return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
-  }
-  return !has_git(named) && nearest_root(named.lexically_normal().parent_path());
+  const auto status =
+      std::filesystem::status(std::filesystem::path(_base + '/') / path, unexamined);
+  return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
 }
 
 void Judge::forget() {
@@ -136,7 +135,9 @@ Judge::Located Judge::locate(std::string_view path) {
   if (path.find('\0') != path.npos) {
     throw std::invalid_argument("no path holds NUL; paths that end with it are for -0");
   }
-  while (path.starts_with("./") && path.size() > 2) path.remove_prefix(2);
+  while (path.starts_with("./") && path.find_first_not_of('/', 2) != path.npos) {
+    path.remove_prefix(path.find_first_not_of('/', 2));
+  }
   bool is_directory = false;
   if (has_plain_names(path)) {  // as git and find list them
     if (path.ends_with('/')) {
@@ -150,16 +151,31 @@ Judge::Located Judge::locate(std::string_view path) {
     is_directory = _absolute.ends_with('/');
     _absolute = without_end(_absolute);
   }
-  const std::string_view absolute = _absolute;
-  const Root& root = root_of(is_directory ? absolute : absolute.substr(0, absolute.rfind('/')));
+  const auto directory = [&] {
+    return std::string_view(_absolute).substr(0,
+                                              is_directory ? _absolute.npos : _absolute.rfind('/'));
+  };
+  const Root* root = root_of(directory());
+  if (root == nullptr) {
+    // Links may lead to one: the shell's name of the current directory has such.
+    const std::filesystem::path spelt = _absolute;
+    std::error_code unresolved;
+    const auto above = std::filesystem::canonical(spelt.parent_path(), unresolved);
+    if (!unresolved) _absolute = without_end((above / spelt.filename()).native());
+    root = root_of(directory());
+  }
+  if (root == nullptr) {
+    throw std::invalid_argument(_has_root ? "outside the root " + printable(_base + '/')
+                                          : "in no repository; --root names one");
+  }
   // The root's own path has no "/" after it.
-  const std::size_t begin = std::min(root.size + 1, absolute.size());
-  return {*root.repository, std::string(absolute.substr(begin)), is_directory};
+  const std::size_t begin = std::min(root->size + 1, _absolute.size());
+  return {*root->repository, _absolute.substr(begin), is_directory};
 }
 
-/// The root that the absolute `directory` belongs to; "" is "/". What the way to it shares with
-/// that of the last question is not looked at again.
-const Judge::Root& Judge::root_of(std::string_view directory) {
+/// The root that the absolute `directory` belongs to, or null; "" is "/". What the way to it shares
+/// with that of the last question is not looked at again.
+const Judge::Root* Judge::root_of(std::string_view directory) {
   std::size_t known = 0;  // bytes of the way
   if (_way == directory) {
     known = directory.size();
@@ -178,15 +194,17 @@ const Judge::Root& Judge::root_of(std::string_view directory) {
   for (std::size_t end = first; end <= longest; ++end) {
     end = std::min(directory.find('/', end), directory.size());
     const std::string prefix = std::string(directory.substr(0, end)) + '/';
-    if (is_root(prefix)) _roots.push_back({end, &_repositories.at(prefix)});
+    if (is_root(prefix)) {
+      _roots.push_back({end, &_repositories.at(prefix)});
+    } else if (end < directory.size() && ::access(prefix.c_str(), F_OK) != 0) {
+      break;  // nothing is below what is not there
+    }
   }
   _way = directory;
-  if (!_roots.empty()) return _has_root ? _roots.front() : _roots.back();
-  if (_has_root) throw std::invalid_argument("outside the root " + printable(_base + '/'));
+  if (!_roots.empty()) return _has_root ? &_roots.front() : &_roots.back();
   const bool is_inside = directory.starts_with(_base) &&
                          (directory.size() == _base.size() || directory[_base.size()] == '/');
-  if (!is_inside) throw std::invalid_argument("in no repository; --root names one");
-  return _base_root;
+  return is_inside && !_has_root ? &_base_root : nullptr;
 }
 
 /// Whether the directory, whose path ends in "/", is a root.

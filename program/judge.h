@@ -68,9 +68,8 @@ class Judge {
   /// counts and cannot be told.
   Answer ask(std::string_view path, bool verbose);
 
-  /// Whether `path` names what is there and no directory. A link to a directory of a repository is
-  /// none either, unless a repository begins there or a "/" follows it.
-  bool is_file(const std::string& path);
+  /// Whether `path` names what is there and no directory.
+  bool is_file(const std::string& path) const;
 
   /// Holds nothing of what was on disk.
   void forget();
@@ -87,7 +86,7 @@ class Judge {
   };
 
   Located locate(std::string_view path);
-  const Root& root_of(std::string_view directory);
+  const Root* root_of(std::string_view directory);
   bool is_root(const std::string& directory) const;
 
   Repositories& _repositories;

@@ -419,6 +419,9 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
   }
   if (app.got_subcommand("check")) {
     if (std::erase(check.paths, "-") > 0) check.read_stdin = true;
+    if (check.read_stdin && check.settings.config == "-") {
+      throw UsageError("check: standard input has either the paths or the configuration");
+    }
     if (check.paths.empty() && !check.read_stdin) {
       throw UsageError("check: no paths; name some, or give --stdin");
     }

@@ -1,9 +1,12 @@
 #include "program/repository.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -33,6 +36,29 @@ std::chrono::milliseconds git_timeout() {
   return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
 }
 
+/// The first link on the way to a directory, below the root or, without a repository, below the
+/// current directory: nothing of a stranger's leads out of his tree. A "/" behind the last one says
+/// that it is meant.
+std::optional<std::filesystem::path> link_on_way(const std::string& directory,
+                                                 const std::optional<std::filesystem::path>& root) {
+  std::error_code unexamined;
+  const auto base = root ? *root : std::filesystem::current_path(unexamined);
+  auto named = (base / directory).lexically_normal();
+  const bool is_meant = directory.ends_with('/');
+  if (!named.has_filename()) named = named.parent_path();
+  auto top = root ? root : nearest_root(named);
+  if (!top) top = base;
+  const auto below = named.lexically_relative(*top);
+  if (below.empty() || *below.begin() == "." || *below.begin() == "..") return std::nullopt;
+  auto way = *top;
+  for (auto name = below.begin(); name != below.end(); ++name) {
+    const bool is_last = std::next(name) == below.end();
+    way /= *name;
+    if (!(is_last && is_meant) && std::filesystem::is_symlink(way, unexamined)) return way;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::filesystem::path resolved_directory(const std::string& directory) {
@@ -46,14 +72,13 @@ std::filesystem::path resolved_directory(const std::string& directory) {
   throw UsageError(printable(directory.empty() ? "''" : directory) + ": " + error.message());
 }
 
-bool has_git(const std::filesystem::path& directory) {
-  std::error_code unexamined;
-  return std::filesystem::exists(directory / ".git", unexamined);
+bool has_git(const std::string& directory) {
+  return ::access((directory + "/.git").c_str(), F_OK) == 0;
 }
 
 std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory) {
   for (;; directory = directory.parent_path()) {
-    if (has_git(directory)) return directory;
+    if (has_git(directory.native())) return directory;
     if (directory == directory.parent_path()) return std::nullopt;
   }
 }
@@ -70,6 +95,11 @@ Place find_place(const std::optional<std::string>& directory,
   const auto asked =
       resolved_directory(is_below_root ? (place.root / place.directory).native() : place.directory);
   if (!root) place.root = nearest_root(asked).value_or(asked);
+  if (const auto link =
+          link_on_way(place.directory, root ? std::optional(place.root) : std::nullopt)) {
+    throw LeftOut(printable(place.directory),
+                  "by way of the symbolic link " + printable(link->native()));
+  }
   if (auto below = IndexScope(place.root).relative(asked)) {
     place.below = std::move(*below);
   } else if (asked != place.root) {

@@ -41,7 +41,8 @@ struct Place {
 
 /// The place that the settings' directory is, relative to the root that they name or else to the
 /// current directory; that itself when they name none. Throws UsageError when the directory or the
-/// root is no directory, or the one is not at or below the other.
+/// root is no directory, or the one is not at or below the other, or a link on the way may lead out
+/// of a stranger's tree.
 Place find_place(const std::optional<std::string>& directory,
                  const std::optional<std::string>& root);
 
@@ -49,7 +50,7 @@ Place find_place(const std::optional<std::string>& directory,
 std::filesystem::path resolved_directory(const std::string& directory);
 
 /// Whether there is a `.git` in the directory: whether a repository begins there.
-bool has_git(const std::filesystem::path& directory);
+bool has_git(const std::string& directory);
 
 /// The nearest directory, at or above this absolute one, where a repository begins.
 std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory);

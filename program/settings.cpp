@@ -1,13 +1,14 @@
 #include "program/settings.h"
 
+#include <fcntl.h>
 #include <toml++/toml.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <fstream>
-#include <iostream>
 #include <sstream>
 #include <string_view>
 #include <system_error>
@@ -93,11 +94,14 @@ std::optional<std::string> unknown_language(std::string_view name) {
 constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
 
 /// The text of what is no file: a pipe, a terminal.
-path_filter::internal::FileContent read_stream(std::istream& stream) {
+path_filter::internal::FileContent read_stream(int descriptor) {
   std::string text;
-  std::array<char, 4096> part{};
-  while (stream.read(part.data(), part.size()), stream.gcount() > 0) {
-    text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+  std::array<char, 4096> part;
+  ssize_t count = 0;
+  while ((count = ::read(descriptor, part.data(), part.size())) != 0) {
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return path_filter::internal::last_error();
+    text.append(part.data(), static_cast<std::size_t>(count));
     if (text.size() > MAX_CONFIG_BYTES) return std::make_error_code(std::errc::file_too_large);
   }
   return text;
@@ -106,12 +110,12 @@ path_filter::internal::FileContent read_stream(std::istream& stream) {
 std::string read_text(const std::string& file) {
   using path_filter::internal::Links;
   auto content = file == "-"
-                     ? read_stream(std::cin)
+                     ? read_stream(STDIN_FILENO)
                      : path_filter::internal::read_file(file, Links::follow, MAX_CONFIG_BYTES);
   const auto* error = std::get_if<std::error_code>(&content);
   if (error != nullptr && *error == path_filter::internal::NOT_A_FILE) {
-    std::ifstream stream(file, std::ios::binary);
-    if (stream) content = read_stream(stream);
+    const path_filter::internal::FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    content = opened.is_open() ? read_stream(opened.number()) : path_filter::internal::last_error();
   }
   if (const auto* failed = std::get_if<std::error_code>(&content)) {
     throw UsageError("cannot read the configuration " + printable(file.empty() ? "''" : file) +

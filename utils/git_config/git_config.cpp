@@ -83,9 +83,11 @@ class Pipe {
   std::array<int, 2> _ends{-1, -1};
 };
 
-/// The environment without those; it points into the process's own.
+/// The environment without those, and with no way to reach another machine: a stranger's repository
+/// may lack objects, and name a program to fetch them. It points into the process's own.
 std::vector<char*> git_environment() {
-  std::vector<char*> variables;
+  static char no_protocol[] = "GIT_ALLOW_PROTOCOL=";
+  std::vector<char*> variables{no_protocol};  // the first of a name counts
   for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
     if (std::ranges::find(REPOSITORY_VARIABLES, text.substr(0, text.find('='))) ==
@@ -186,7 +188,7 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
 
 std::optional<std::string> tracked_files(const std::filesystem::path& root) {
   const std::string directory = root.empty() ? "." : root.string();
-  // A stranger's repository may name a program to run there.
+  // A stranger's repository may name a program to run there, too.
   GitAnswer answer = ask_git(
       {"git", "-C", directory.c_str(), "-c", "core.fsmonitor=false", "ls-files", "-z", nullptr},
       Clock::now() + LONGEST_WAIT_FOR_LIST);
