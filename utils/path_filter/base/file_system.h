@@ -78,8 +78,8 @@ struct FileStatus {
   std::int64_t size;  // in bytes
 };
 
-/// What the file `name` in the directory `directory` is; of a link, its own. Absent when it cannot be
-/// told, and then `error` says why.
+/// What the file `name` in the directory `directory` is; of a link, its own. Absent when it cannot
+/// be told, and then `error` says why.
 std::optional<FileStatus> status_in(const FileDescriptor& directory, const std::string& name,
                                     std::error_code& error);
 
