@@ -100,6 +100,7 @@ Judge::Answer Judge::ask(std::string_view path, bool verbose) {
           if (!located.is_directory) return ask(std::string(path) + '/', verbose);
           break;
         case FileType::regular:
+          if (located.is_directory) throw std::invalid_argument("Not a directory");
           break;
       }
     } else if (repository.scope.limits && !is_absence(entry.error) && !located.is_directory) {

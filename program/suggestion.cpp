@@ -31,8 +31,10 @@ std::size_t distance(std::string_view from, std::string_view to) {
 }
 
 /// Whether `word` begins as `name` does and has only letters of it, in their order: "ls" of "list".
+/// An option is abbreviated by its beginning alone.
 bool abbreviates(std::string_view word, std::string_view name) {
   constexpr std::size_t LEAST = 2;
+  if (word.starts_with('-')) return word.size() > 2 * LEAST && name.starts_with(word);
   if (word.size() < LEAST || name.empty() || word[0] != name[0]) return false;
   for (const char letter : name) {
     if (!word.empty() && word[0] == letter) word.remove_prefix(1);
