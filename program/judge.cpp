@@ -33,17 +33,6 @@ std::string without_end(std::string path) {
   return path;
 }
 
-/// Whether one of the directories on the way to `below` is a link.
-bool has_link(const std::filesystem::path& root, std::string_view below) {
-  std::error_code unexamined;
-  for (std::size_t end = 0; end != below.npos;) {
-    end = below.find('/', end + 1);
-    if (std::filesystem::is_symlink(root / below.substr(0, end), unexamined)) return true;
-    if (unexamined) return false;
-  }
-  return false;
-}
-
 }  // namespace
 
 OnDisk::Entry OnDisk::look(const std::filesystem::path& root, std::string_view path) {
@@ -63,7 +52,7 @@ OnDisk::Entry OnDisk::look(const std::filesystem::path& root, std::string_view p
   if (!_opened.is_open()) {
     const bool may_be_link =
         _error == std::errc::too_many_symbolic_link_levels || _error == std::errc::not_a_directory;
-    return {std::nullopt, _error, may_be_link && has_link(root, above)};
+    return {std::nullopt, _error, may_be_link && first_link(root, above)};
   }
   Entry entry;
   entry.status =

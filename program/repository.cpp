@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -36,9 +35,9 @@ std::chrono::milliseconds git_timeout() {
   return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
 }
 
-/// The first link on the way to a directory, below the root or, without a repository, below the
-/// current directory: nothing of a stranger's leads out of his tree. A "/" behind the last one says
-/// that it is meant.
+/// The first link on the way to a directory that a user names, below the root or, without a
+/// repository, below the current directory: nothing of a stranger's leads out of his tree. A "/"
+/// behind the last one says that it is meant.
 std::optional<std::filesystem::path> link_on_way(const std::string& directory,
                                                  const std::optional<std::filesystem::path>& root) {
   std::error_code unexamined;
@@ -50,13 +49,7 @@ std::optional<std::filesystem::path> link_on_way(const std::string& directory,
   if (!top) top = base;
   const auto below = named.lexically_relative(*top);
   if (below.empty() || *below.begin() == "." || *below.begin() == "..") return std::nullopt;
-  auto way = *top;
-  for (auto name = below.begin(); name != below.end(); ++name) {
-    const bool is_last = std::next(name) == below.end();
-    way /= *name;
-    if (!(is_last && is_meant) && std::filesystem::is_symlink(way, unexamined)) return way;
-  }
-  return std::nullopt;
+  return first_link(*top, (is_meant ? below.parent_path() : below).native());
 }
 
 }  // namespace
@@ -81,6 +74,18 @@ std::optional<std::filesystem::path> nearest_root(std::filesystem::path director
     if (has_git(directory.native())) return directory;
     if (directory == directory.parent_path()) return std::nullopt;
   }
+}
+
+std::optional<std::filesystem::path> first_link(const std::filesystem::path& root,
+                                                std::string_view below) {
+  std::error_code unexamined;
+  for (std::size_t end = 0; end < below.size(); ++end) {
+    end = std::min(below.find('/', end), below.size());
+    auto way = root / below.substr(0, end);
+    if (std::filesystem::is_symlink(way, unexamined)) return way;
+    if (unexamined) break;
+  }
+  return std::nullopt;
 }
 
 bool is_git_store(std::string_view path) { return path == ".git" || path.ends_with("/.git"); }

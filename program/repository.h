@@ -55,6 +55,11 @@ bool has_git(const std::string& directory);
 /// The nearest directory, at or above this absolute one, where a repository begins.
 std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory);
 
+/// The first link among the directories on the way from a root to what is `below` it, that itself
+/// included; absent when there is none, or the system does not say.
+std::optional<std::filesystem::path> first_link(const std::filesystem::path& root,
+                                                std::string_view below);
+
 /// Whether the path is that of a repository's own store, which is no file of it.
 bool is_git_store(std::string_view path);
 
