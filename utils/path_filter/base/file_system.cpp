@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/paths.h"
+#include "utils/path_filter/base/platform.h"
 
 namespace path_filter::internal {
 
@@ -25,15 +25,10 @@ FileContent read_file_below(const std::string& root, std::string_view below,
   return read_file_in(opened, name, limit);
 }
 
-std::string real_path(std::string_view path, std::error_code& error) {
-  const Blocking waits;
-  const auto real = std::filesystem::canonical(path_of(path), error);
-  return error ? std::string() : path_text(real);
-}
-
 bool Listing::contains(std::string_view name) const {
   return std::ranges::any_of(_records, [&](const Record& record) {
-    return std::string_view(_names).substr(record.begin, record.size) == name;
+    return record.size == name.size() &&
+           is_same_name({_names.data() + record.begin, record.size}, name);
   });
 }
 

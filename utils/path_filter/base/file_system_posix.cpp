@@ -205,6 +205,12 @@ std::error_code open_above(const FileHandle& directory, std::size_t levels, File
   return open_retrying(number(directory), path.c_str(), PASSING, opened);
 }
 
+std::string real_path(std::string_view path, std::error_code& error) {
+  const Blocking waits;
+  const auto real = std::filesystem::canonical(path_of(path), error);
+  return error ? std::string() : path_text(real);
+}
+
 std::optional<FileIdentity> identity(const FileHandle& file) {
   struct stat status {};
   if (::fstat(number(file), &status) != 0) return std::nullopt;

@@ -64,7 +64,7 @@ bool should_skip_path(PathArgument path) {
   return false;
 }
 
-bool is_indexable_path(PathArgument path) { return !should_skip_path(path); }
+bool is_indexable_path(PathArgument path) { return !should_skip_path(std::string_view(path)); }
 
 void load() { constants(); }
 
