@@ -23,6 +23,11 @@ git ls-files 'utils/*.h' 'utils/*.cpp' | xargs awk '
   }
   END { exit failed }'
 
+# A system's own code is in a file of its own.
+if git grep -n '_WIN32' -- '*.h' '*.cpp' ':!*_windows.*' ':!utils/path_filter/base/export.h' >&2; then
+  exit 1
+fi
+
 for header in $(git ls-files 'utils/*.h'); do
   printf '#include "%s"\n' "$header" |
     g++ -std=c++20 -fsyntax-only -Wall -Wextra -I. -x c++ - || { echo "$header does not stand alone" >&2; exit 1; }

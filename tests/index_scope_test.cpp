@@ -1,7 +1,6 @@
 #include "utils/path_filter/index_scope/index_scope.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <string>
@@ -117,7 +116,7 @@ TEST_F(Ignoring, Verdicts) {
       {"logs/keep.log", ".gitignore:4:logs/"},
       {"local/notes.txt", ".git/info/exclude:1:local/"},
       {"gen/.gitignore", "gen/.gitignore:1:*"},
-      {"a.tmp", (tree / "global:2:*.tmp*").string()},
+      {"a.tmp", internal::path_text(tree / "global") + ":2:*.tmp*"},
       {"gen/", ""},
       {"build//", ".gitignore:2:build/"},
       {"sub/build/", ".gitignore:2:build/"},
@@ -211,7 +210,7 @@ TEST(IndexScope, OddIgnoreFiles) {
   const TempTree tree;
   tree.make_directory("dir/.gitignore");
   tree.make_directory("fifo");
-  ASSERT_EQ(::mkfifo((tree / "fifo/.gitignore").c_str(), 0600), 0);
+  const bool fifos = test_system::make_fifo(tree / "fifo/.gitignore");
   tree.write("rules", "*.py\n");
   tree.make_directory("link");
   tree.link("link/.gitignore", "../rules");
@@ -230,7 +229,9 @@ TEST(IndexScope, OddIgnoreFiles) {
   for (const char* problem :
        {"dir/.gitignore: Is a directory\n", "fifo/.gitignore: Not a regular file\n",
         "link/.gitignore: Too many levels of symbolic links\n"}) {
-    expected += "Cannot read the ignore rules in " + (tree / problem).string();
+    if (problem[0] == 'f' && !fifos) continue;
+    expected +=
+        "Cannot read the ignore rules in " + internal::path_text(tree.root()) + '/' + problem;
   }
   EXPECT_EQ(log.text(), expected);
 }
