@@ -4,14 +4,16 @@
 #define PYTHON_SRC_CONVERSIONS_H_
 
 #include <nanobind/nanobind.h>
-#include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace path_filter::python {
 
@@ -25,9 +27,11 @@ class PathBytes {
   /// Throws what `object.__fspath__` raises, UnicodeEncodeError for what no file can be named,
   /// and else a TypeError that names the argument.
   PathBytes(PyObject* object, const char* argument) {
-    if (PyUnicode_CheckExact(object) != 0 && PyUnicode_IS_COMPACT_ASCII(object) != 0) {
-      _view = {reinterpret_cast<const char*>(PyUnicode_1BYTE_DATA(object)),
-               static_cast<std::size_t>(PyUnicode_GET_LENGTH(object))};
+    Py_ssize_t size = 0;
+    const char* text = nullptr;
+    if (PyUnicode_CheckExact(object) != 0) text = PyUnicode_AsUTF8AndSize(object, &size);
+    if (text != nullptr && size == PyUnicode_GetLength(object)) {  // ASCII
+      _view = {text, static_cast<std::size_t>(size)};
     } else {
       encode(object, argument);
     }
@@ -57,6 +61,14 @@ class TextBytes {
 
 /// A text of the file system's, as os.fsdecode gives it.
 nb::str to_str(std::string_view text);
+nb::str from_path(const std::filesystem::path& path);
+
+/// The path that `object` names, a str or an os.PathLike. Throws what PathBytes does, and a
+/// ValueError for a null character.
+std::filesystem::path to_path(nb::handle object, const char* argument);
+
+/// A view of an object of type bytes.
+std::string_view view_of_bytes(PyObject* bytes);
 
 /// The text of what TextBytes gives.
 nb::str from_utf8(std::string_view text);
@@ -77,7 +89,7 @@ struct TextHash {
 };
 
 /// Whether this thread holds the interpreter's lock. (PyGILState_Check says so of every thread
-/// once there has been a second interpreter.)
+/// once there has been a second interpreter, and the stable ABI lacks it.)
 bool holds_lock() noexcept;
 
 /// What `call` returns, which runs Python code. When Python ends meanwhile, up to 3.13, it makes
@@ -90,7 +102,7 @@ auto run_python(Call call) {
   } catch (const std::exception&) {
     throw;
   } catch (...) {  // the unwind is no exception of C++
-    for (;;) ::pause();
+    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
   }
 }
 
@@ -98,7 +110,7 @@ auto run_python(Call call) {
 /// Throws what one raises. Costs next to nothing when there are none.
 void hear_signals();
 
-/// Adds a line to what a traceback shows of `error`; Python 3.10 has no place for it.
+/// Adds a line to what a traceback shows of `error`.
 void add_note(const nb::python_error& error, std::string_view note);
 
 /// An integer of any width, as far as 64 bits go; absent for None.
@@ -110,8 +122,8 @@ std::optional<std::int64_t> to_int64(PyObject* object, const char* argument);
 /// In a catch block of a function that Python calls directly: makes the exception Python's.
 PyObject* set_current_exception() noexcept;
 
-/// The OSError of a code and a path.
-nb::object os_error(int code, const std::string& message, std::string_view path);
+/// The OSError of the same code and path.
+nb::object os_error(const std::filesystem::filesystem_error& error);
 
 }  // namespace path_filter::python
 

@@ -9,7 +9,7 @@ using Execute = int (*)(PyObject* module);
 Execute execute = nullptr;  // nanobind's, once it is replaced
 
 int execute_in_main_interpreter(PyObject* module) {
-  if (PyInterpreterState_Get() == PyInterpreterState_Main()) return execute(module);
+  if (PyInterpreterState_GetID(PyInterpreterState_Get()) == 0) return execute(module);
   PyErr_Format(PyExc_ImportError, "%s works in the main interpreter only",
                PyModule_GetName(module));
   return -1;
@@ -43,9 +43,9 @@ void read_arguments(const char* function, const char* const* names, std::size_t 
     nb::raise_python_error();
   }
   for (std::size_t at = 0; at < names_count; ++at) values[at] = at < count ? given[at] : nullptr;
-  const Py_ssize_t by_name = keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
+  const Py_ssize_t by_name = keywords == nullptr ? 0 : PyTuple_Size(keywords);
   for (Py_ssize_t at = 0; at < by_name; ++at) {
-    PyObject* keyword = PyTuple_GET_ITEM(keywords, at);
+    PyObject* keyword = PyTuple_GetItem(keywords, at);
     std::size_t place = 0;
     while (place < names_count && PyUnicode_CompareWithASCIIString(keyword, names[place]) != 0) {
       ++place;
