@@ -30,7 +30,7 @@ class PathBytes {
     Py_ssize_t size = 0;
     const char* text = nullptr;
     if (PyUnicode_CheckExact(object) != 0) text = PyUnicode_AsUTF8AndSize(object, &size);
-    if (text != nullptr && size == PyUnicode_GetLength(object)) {  // ASCII
+    if (text != nullptr && names_are_utf8()) [[likely]] {
       _view = {text, static_cast<std::size_t>(size)};
     } else {
       encode(object, argument);
@@ -40,6 +40,12 @@ class PathBytes {
   operator std::string_view() const { return _view; }  // NOLINT: implicit by intent
 
  private:
+  /// Whether that is the file system's encoding.
+  static bool names_are_utf8() {
+    static const bool are = encoding_is_utf8();
+    return are;
+  }
+  static bool encoding_is_utf8();
   void encode(PyObject* object, const char* argument);
 
   nb::object _owner;
