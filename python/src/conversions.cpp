@@ -12,6 +12,13 @@ std::string_view view_of_bytes(PyObject* bytes) {
   return {PyBytes_AsString(bytes), static_cast<std::size_t>(PyBytes_Size(bytes))};
 }
 
+#ifdef Py_LIMITED_API
+bool PathBytes::encoding_is_utf8() {
+  const nb::object encoding = nb::module_::import_("sys").attr("getfilesystemencoding")();
+  return PyUnicode_CompareWithASCIIString(encoding.ptr(), "utf-8") == 0;
+}
+#endif
+
 void PathBytes::encode(PyObject* object, const char* argument) {
   PyErr_Clear();  // of a text that is not UTF-8
   _owner = nb::borrow(object);

@@ -29,8 +29,8 @@ class PathBytes {
   PathBytes(PyObject* object, const char* argument) {
     Py_ssize_t size = 0;
     const char* text = nullptr;
-    if (PyUnicode_CheckExact(object) != 0) text = PyUnicode_AsUTF8AndSize(object, &size);
-    if (text != nullptr && size == PyUnicode_GetLength(object)) {  // ASCII
+    if (PyUnicode_CheckExact(object) != 0) text = own_bytes(object, &size);
+    if (text != nullptr) [[likely]] {
       _view = {text, static_cast<std::size_t>(size)};
     } else {
       encode(object, argument);
@@ -40,6 +40,21 @@ class PathBytes {
   operator std::string_view() const { return _view; }  // NOLINT: implicit by intent
 
  private:
+  /// The name of a text where the text itself holds it, else null. The stable ABI shows no text's
+  /// inside, but makes and keeps its UTF-8, which is the name where that is the system's encoding.
+#ifdef Py_LIMITED_API
+  static const char* own_bytes(PyObject* text, Py_ssize_t* size) {
+    static const bool names_are_utf8 = encoding_is_utf8();
+    return names_are_utf8 ? PyUnicode_AsUTF8AndSize(text, size) : nullptr;
+  }
+  static bool encoding_is_utf8();
+#else
+  static const char* own_bytes(PyObject* text, Py_ssize_t* size) {
+    *size = PyUnicode_GET_LENGTH(text);
+    const bool is_ascii = PyUnicode_IS_COMPACT_ASCII(text) != 0;
+    return is_ascii ? reinterpret_cast<const char*>(PyUnicode_1BYTE_DATA(text)) : nullptr;
+  }
+#endif
   void encode(PyObject* object, const char* argument);
 
   nb::object _owner;

@@ -204,7 +204,7 @@ const IndexScope& scope_of(PyObject* self) {
   return nb::inst_ptr<Scope>(self)->scope;
 }
 
-nb::bool_ to_bool(bool value) { return nb::borrow<nb::bool_>(value ? Py_True : Py_False); }
+nb::bool_ to_bool(bool value) { return nb::bool_(value); }
 
 nb::object to_python(const std::optional<IgnoreRule>& rule) {
   if (!rule) return nb::none();
