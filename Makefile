@@ -29,7 +29,7 @@ test: needs-build-test-python  ## build everything and run all tests, those of t
 	ctest --preset gcc -j $(JOBS)
 	$(MAKE) --no-print-directory test-python
 
-# PYTHON=python3.13 make test-python: with another Python, of 3.10 and later.
+# PYTHON=python3.13 make test-python: with another Python, of 3.11 and later.
 test-python bench-python: VENV = build/venv-$(shell $(PYTHON) -c 'import sys; print(*sys.version_info[:2], sep=".")')
 test-python: needs-build-python  ## build the Python package and run its tests
 	[ -x $(VENV)/bin/python ] || $(PYTHON) -m venv $(VENV)

@@ -231,6 +231,24 @@ def production_paths(paths: Iterable[Any], *, include_tests: bool = False) -> li
     return [path for path in everything if not is_test_path(path)] or everything
 
 
+def _find_sqlite() -> tuple[Any, int, int] | None:
+    """Python's type of connections, and where two functions of the SQLite below it lie."""
+    module: Any = importlib.import_module("_sqlite3")
+    for file in (getattr(module, "__file__", None), "sqlite3.dll"):
+        try:
+            import ctypes  # not every Python has it
+
+            library = ctypes.CDLL(file)
+            add, cancel = (
+                ctypes.addressof(ctypes.c_char.in_dll(library, f"sqlite3_{name}auto_extension"))
+                for name in ("", "cancel_")
+            )
+        except Exception:  # whatever a system or an audit hook raises
+            continue
+        return module.Connection, add, cancel
+    return None
+
+
 def register_path_functions(connection: sqlite3.Connection) -> None:
     """Makes the SQL function SQL_TEST_PATH_FN known to an open connection.
 
@@ -247,7 +265,7 @@ def register_path_functions(connection: sqlite3.Connection) -> None:
     _expect(is_connection, "connection", "sqlite3.Connection", connection)
     # Refuses a connection that is closed, or another thread's.
     connection.create_function(SQL_TEST_PATH_FN, 1, _core._sql_is_test_path, deterministic=True)
-    _core.register_with_sqlite(connection, importlib.import_module("_sqlite3"))
+    _core.register_with_sqlite(connection, _find_sqlite)
 
 
 def sql_test_path_filter(

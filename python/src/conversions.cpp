@@ -1,6 +1,5 @@
 #include "python/src/conversions.h"
 
-#include <filesystem>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -9,7 +8,19 @@
 
 namespace path_filter::python {
 
+std::string_view view_of_bytes(PyObject* bytes) {
+  return {PyBytes_AsString(bytes), static_cast<std::size_t>(PyBytes_Size(bytes))};
+}
+
+#ifdef Py_LIMITED_API
+bool PathBytes::encoding_is_utf8() {
+  const nb::object encoding = nb::module_::import_("sys").attr("getfilesystemencoding")();
+  return PyUnicode_CompareWithASCIIString(encoding.ptr(), "utf-8") == 0;
+}
+#endif
+
 void PathBytes::encode(PyObject* object, const char* argument) {
+  PyErr_Clear();  // of a text that is not UTF-8
   _owner = nb::borrow(object);
   if (PyUnicode_Check(object) == 0) {
     if (!nb::hasattr(_owner.type(), "__fspath__")) {
@@ -17,7 +28,7 @@ void PathBytes::encode(PyObject* object, const char* argument) {
     }
     _owner = nb::steal(PyOS_FSPath(object));
     if (!_owner.is_valid()) nb::raise_python_error();
-    // On this system a text is not split at a backslash, and the object's parts are.
+    // A text of POSIX is not split at a backslash, and the object's parts are.
     if (nb::isinstance<nb::str>(_owner) &&
         PyUnicode_FindChar(_owner.ptr(), '\\', 0, PY_SSIZE_T_MAX, 1) >= 0 &&
         nb::hasattr(nb::handle(object), "as_posix")) {
@@ -28,8 +39,7 @@ void PathBytes::encode(PyObject* object, const char* argument) {
     _owner = nb::steal(PyUnicode_EncodeFSDefault(_owner.ptr()));
     if (!_owner.is_valid()) nb::raise_python_error();
   }
-  _view = {PyBytes_AS_STRING(_owner.ptr()),
-           static_cast<std::size_t>(PyBytes_GET_SIZE(_owner.ptr()))};
+  _view = view_of_bytes(_owner.ptr());
 }
 
 TextBytes::TextBytes(PyObject* object, const char* argument) : _owner(nb::borrow(object)) {
@@ -42,8 +52,7 @@ TextBytes::TextBytes(PyObject* object, const char* argument) : _owner(nb::borrow
   PyErr_Clear();
   _owner = nb::steal(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
   if (!_owner.is_valid()) nb::raise_python_error();
-  _view = {PyBytes_AS_STRING(_owner.ptr()),
-           static_cast<std::size_t>(PyBytes_GET_SIZE(_owner.ptr()))};
+  _view = view_of_bytes(_owner.ptr());
 }
 
 void hear_signals() {
@@ -51,16 +60,18 @@ void hear_signals() {
 }
 
 void add_note(const nb::python_error& error, std::string_view note) {
-  if (nb::hasattr(error.value(), "add_note")) error.value().attr("add_note")(to_str(note));
+  error.value().attr("add_note")(to_str(note));
 }
 
 bool holds_lock() noexcept {
-#if PY_VERSION_HEX >= 0x030D0000
-  PyThreadState* now = PyThreadState_GetUnchecked();
+  // From 3.12 on a thread that does not hold it has no state, and so no dictionary. Up to 3.11
+  // it sees the state of the thread that does.
+#ifdef Py_LIMITED_API
+  return PyThreadState_GetDict() != nullptr;
 #else
   PyThreadState* now = _PyThreadState_UncheckedGet();
-#endif
   return now != nullptr && now == PyGILState_GetThisThreadState();
+#endif
 }
 
 nb::str from_utf8(std::string_view text) {
@@ -75,6 +86,17 @@ nb::str to_str(std::string_view text) {
       PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
   if (made == nullptr) nb::raise_python_error();
   return nb::steal<nb::str>(made);
+}
+
+nb::str from_path(const std::filesystem::path& path) { return to_str(path.native()); }
+
+std::filesystem::path to_path(nb::handle object, const char* argument) {
+  const PathBytes path(object.ptr(), argument);
+  if (std::string_view(path).find('\0') != std::string_view::npos) {
+    PyErr_Format(PyExc_ValueError, "%s: embedded null character", argument);
+    nb::raise_python_error();
+  }
+  return std::string(path);
 }
 
 std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {
@@ -93,13 +115,14 @@ std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {
 }
 
 void fail_type(const char* argument, const char* expected, PyObject* object) {
-  PyErr_Format(PyExc_TypeError, "%s: expected %s, not %s", argument, expected,
-               Py_TYPE(object)->tp_name);
+  PyErr_Format(PyExc_TypeError, "%s: expected %s, not %U", argument, expected,
+               nb::object(nb::handle(object).type().attr("__name__")).ptr());
   nb::raise_python_error();
 }
 
-nb::object os_error(int code, const std::string& message, std::string_view path) {
-  return nb::borrow(PyExc_OSError)(code, to_str(message), to_str(path));
+nb::object os_error(const std::filesystem::filesystem_error& error) {
+  return nb::borrow(PyExc_OSError)(error.code().value(), to_str(error.code().message()),
+                                   from_path(error.path1()));
 }
 
 PyObject* set_current_exception() noexcept {
@@ -117,8 +140,7 @@ PyObject* set_current_exception() noexcept {
       add_note(raised, error.what());
       raised.restore();
     } catch (const std::filesystem::filesystem_error& error) {
-      const nb::object raised =
-          os_error(error.code().value(), error.code().message(), error.path1().native());
+      const nb::object raised = os_error(error);
       PyErr_SetObject(raised.type().ptr(), raised.ptr());
     } catch (const std::system_error& error) {
       PyErr_SetObject(PyExc_OSError, nb::make_tuple(error.code().value(), error.what()).ptr());

@@ -154,15 +154,6 @@ struct Cycles {
 
 // --- The scope ---------------------------------------------------------------------
 
-std::filesystem::path to_path(nb::handle object, const char* argument) {
-  const PathBytes path(object.ptr(), argument);
-  if (std::string_view(path).find('\0') != std::string_view::npos) {
-    PyErr_Format(PyExc_ValueError, "%s: embedded null character", argument);
-    nb::raise_python_error();
-  }
-  return std::string(path);
-}
-
 std::optional<IndexLimits> to_limits(nb::handle limits) {
   if (limits.is_none()) return std::nullopt;
   std::optional<LanguageSet> languages;
@@ -213,7 +204,7 @@ const IndexScope& scope_of(PyObject* self) {
   return nb::inst_ptr<Scope>(self)->scope;
 }
 
-nb::bool_ to_bool(bool value) { return nb::borrow<nb::bool_>(value ? Py_True : Py_False); }
+nb::bool_ to_bool(bool value) { return nb::bool_(value); }
 
 nb::object to_python(const std::optional<IgnoreRule>& rule) {
   if (!rule) return nb::none();
@@ -251,10 +242,10 @@ nb::object are_indexable(PyObject* self, const std::array<PyObject*, 3>& argumen
     throw std::invalid_argument("errors: expected 'raise' or 'skip'");
   }
   const nb::tuple paths = copied(arguments[0], "rel_paths");
-  const Py_ssize_t count = PyTuple_GET_SIZE(paths.ptr());
+  const Py_ssize_t count = PyTuple_Size(paths.ptr());
   const bool sized = arguments[1] != Py_None;
   const nb::tuple sizes = sized ? copied(arguments[1], "sizes") : nb::tuple();
-  if (sized && PyTuple_GET_SIZE(sizes.ptr()) != count) {
+  if (sized && PyTuple_Size(sizes.ptr()) != count) {
     PyErr_SetString(PyExc_ValueError, "sizes: there must be as many as rel_paths");
     nb::raise_python_error();
   }
@@ -264,13 +255,13 @@ nb::object are_indexable(PyObject* self, const std::array<PyObject*, 3>& argumen
   for (Py_ssize_t at = 0; at < count; ++at) {
     const auto place = [at] { return "rel_paths[" + std::to_string(at) + "]"; };
     try {
-      const PathBytes path(PyTuple_GET_ITEM(paths.ptr(), at), "rel_paths");
-      const auto size = sized ? to_int64(PyTuple_GET_ITEM(sizes.ptr(), at), "sizes") : std::nullopt;
+      const PathBytes path(PyTuple_GetItem(paths.ptr(), at), "rel_paths");
+      const auto size = sized ? to_int64(PyTuple_GetItem(sizes.ptr(), at), "sizes") : std::nullopt;
       const Decision decision = scope.is_indexable(std::string_view(path), {.size = size});
-      PyList_SET_ITEM(made.ptr(), at, decisions()(decision).release().ptr());
+      PyList_SetItem(made.ptr(), at, decisions()(decision).release().ptr());
     } catch (const std::invalid_argument& error) {  // named like an absolute path
       if (!skips) throw std::invalid_argument(place() + ": " + error.what());
-      PyList_SET_ITEM(made.ptr(), at, nb::none().release().ptr());
+      PyList_SetItem(made.ptr(), at, nb::none().release().ptr());
     } catch (const nb::python_error& error) {
       add_note(error, place());
       throw;
@@ -374,8 +365,7 @@ class WalkIterator {
   WalkErrorHandler handler() const {
     if (_on_error.is_none()) return warn_of_unusable_name;
     return [this](const std::filesystem::filesystem_error& error) {
-      const nb::object raised =
-          os_error(error.code().value(), error.code().message(), error.path1().native());
+      const nb::object raised = os_error(error);
       run_python([&] { return _on_error(raised); });
     };
   }
@@ -383,7 +373,7 @@ class WalkIterator {
   /// A directory that cannot be listed is left out silently; one that could be is not.
   static void warn_of_unusable_name(const std::filesystem::filesystem_error& error) {
     if (error.code() != std::errc::invalid_argument) return;
-    const nb::str path = to_str(error.path1().native());
+    const nb::str path = from_path(error.path1());
     const int raised = run_python([&] {
       return PyErr_WarnFormat(PyExc_RuntimeWarning, 1,
                               "%R is left out: it reads as an absolute path", path.ptr());
@@ -482,9 +472,7 @@ nb::object sql_is_test_path(PyObject* module, const std::array<PyObject*, 1>& ar
   try {
     if (argument == Py_None) return nb::int_(_sql_is_test_path(std::nullopt) ? 1 : 0);
     if (PyBytes_Check(argument) != 0) {
-      const std::string_view bytes(PyBytes_AS_STRING(argument),
-                                   static_cast<std::size_t>(PyBytes_GET_SIZE(argument)));
-      return nb::int_(_sql_is_test_path(bytes) ? 1 : 0);
+      return nb::int_(_sql_is_test_path(view_of_bytes(argument)) ? 1 : 0);
     }
     if (PyUnicode_Check(argument) == 0) fail_type("path", "text, a blob or NULL", argument);
     return nb::int_(_sql_is_test_path(TextBytes(argument, "path")) ? 1 : 0);
@@ -550,7 +538,7 @@ nb::object excludes_file(nb::handle root, nb::handle warn) {
     const internal::Blocking waits;
     return lookup(directory);
   }();
-  return file ? nb::object(to_str(file->native())) : nb::none();
+  return file ? nb::object(from_path(*file)) : nb::none();
 }
 
 void set_sink(nb::object given) {

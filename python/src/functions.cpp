@@ -9,7 +9,7 @@ using Execute = int (*)(PyObject* module);
 Execute execute = nullptr;  // nanobind's, once it is replaced
 
 int execute_in_main_interpreter(PyObject* module) {
-  if (PyInterpreterState_Get() == PyInterpreterState_Main()) return execute(module);
+  if (PyInterpreterState_GetID(PyInterpreterState_Get()) == 0) return execute(module);
   PyErr_Format(PyExc_ImportError, "%s works in the main interpreter only",
                PyModule_GetName(module));
   return -1;
@@ -43,21 +43,19 @@ void read_arguments(const char* function, const char* const* names, std::size_t 
     nb::raise_python_error();
   }
   for (std::size_t at = 0; at < names_count; ++at) values[at] = at < count ? given[at] : nullptr;
-  const Py_ssize_t by_name = keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
+  const Py_ssize_t by_name = keywords == nullptr ? 0 : Py_SIZE(keywords);
   for (Py_ssize_t at = 0; at < by_name; ++at) {
-    PyObject* keyword = PyTuple_GET_ITEM(keywords, at);
-    std::size_t place = 0;
-    while (place < names_count && PyUnicode_CompareWithASCIIString(keyword, names[place]) != 0) {
-      ++place;
-    }
-    if (place == names_count || values[place] != nullptr) {
+    PyObject* keyword = PyTuple_GetItem(keywords, at);
+    std::size_t place = names_count;  // from behind: the last ones are given by name
+    while (place > 0 && PyUnicode_CompareWithASCIIString(keyword, names[place - 1]) != 0) --place;
+    if (place == 0 || values[place - 1] != nullptr) {
       PyErr_Format(PyExc_TypeError,
-                   place == names_count ? "%s() got an unexpected keyword argument '%U'"
-                                        : "%s() got multiple values for argument '%U'",
+                   place == 0 ? "%s() got an unexpected keyword argument '%U'"
+                              : "%s() got multiple values for argument '%U'",
                    function, keyword);
       nb::raise_python_error();
     }
-    values[place] = given[given_count + at];
+    values[place - 1] = given[given_count + at];
   }
   for (std::size_t at = 0; at < names_count; ++at) {
     if (values[at] != nullptr) continue;

@@ -77,9 +77,10 @@ nb::object called(const nb::object& function, std::string_view name) {
     host->last_name = name;
     host->last_argument = to_str(name);
   }
-  const nb::object argument = host->last_argument;
+  const nb::object held = host->last_argument;
+  PyObject* const argument = held.ptr();
   PyObject* result =
-      run_python([&] { return PyObject_CallOneArg(function.ptr(), argument.ptr()); });
+      run_python([&] { return PyObject_Vectorcall(function.ptr(), &argument, 1, nullptr); });
   if (result == nullptr) nb::raise_python_error();
   return nb::steal(result);
 }

@@ -1,9 +1,9 @@
 #include "python/src/sql_registration.h"
 
-#include <dlfcn.h>
 #include <sqlite3ext.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 
@@ -38,37 +38,36 @@ sqlite3* connection_at(nb::handle object, std::size_t offset) {
 }
 
 struct Access {
-  const sqlite3_api_routines* api;
+  nb::handle type;     // of Python's connections
   std::size_t offset;  // as of connection_at
+  const sqlite3_api_routines* api;
 };
 
 /// SQLite tells of a connection that is opened for this; its object is searched for it.
-std::optional<Access> find_access(nb::handle module) {
-  const nb::object file = nb::getattr(module, "__file__", nb::none());
-  void* library = ::dlopen(file.is_none() ? nullptr : nb::str(file).c_str(), RTLD_LAZY);
-  if (library == nullptr) return std::nullopt;
-  // Of SQLite's C interface: the library stays loaded, as the module is.
-  const auto add =
-      reinterpret_cast<int (*)(void (*)())>(::dlsym(library, "sqlite3_auto_extension"));
-  const auto cancel =
-      reinterpret_cast<int (*)(void (*)())>(::dlsym(library, "sqlite3_cancel_auto_extension"));
+std::optional<Access> find_access(nb::handle find_sqlite) {
+  const nb::object places = find_sqlite();
+  if (places.is_none()) return std::nullopt;
+  using Change = int (*)(void (*)());
+  const nb::object type = places[0];
+  const auto add = reinterpret_cast<Change>(nb::cast<std::uintptr_t>(places[1]));
+  const auto cancel = reinterpret_cast<Change>(nb::cast<std::uintptr_t>(places[2]));
   const auto entry_point = reinterpret_cast<void (*)()>(static_cast<EntryPoint>(note_opened));
-  if (add == nullptr || cancel == nullptr || add(entry_point) != SQLITE_OK) return std::nullopt;
+  if (add(entry_point) != SQLITE_OK) return std::nullopt;
   opened = {};
   nb::object connection;
   try {
-    connection = module.attr("connect")(":memory:");
+    connection = type(":memory:");
   } catch (...) {
     cancel(entry_point);
     throw;
   }
   cancel(entry_point);
   std::optional<Access> found;
-  const auto size = static_cast<std::size_t>(Py_TYPE(connection.ptr())->tp_basicsize);
+  const auto size = nb::cast<std::size_t>(type.attr("__basicsize__"));
   for (std::size_t at = sizeof(PyObject); at + sizeof(void*) <= size; at += sizeof(void*)) {
     if (opened.connection == nullptr || connection_at(connection, at) != opened.connection)
       continue;
-    found = Access{opened.api, at};
+    found = Access{type.inc_ref(), at, opened.api};
     break;
   }
   connection.attr("close")();
@@ -77,16 +76,22 @@ std::optional<Access> find_access(nb::handle module) {
 
 }  // namespace
 
-bool register_with_sqlite(nb::handle connection, nb::handle module) {
+bool register_with_sqlite(nb::handle connection, nb::handle find_sqlite) {
   // Not made where it is declared: a thread that waits for that holds the interpreter's lock.
   static std::optional<std::optional<Access>> known;
   if (!known) {
-    const auto found = find_access(module);
+    const auto found = find_access(find_sqlite);
     known = found;
   }
   const std::optional<Access>& access = *known;
-  return access && sqlite3_extension_init(connection_at(connection, access->offset), nullptr,
-                                          access->api) == SQLITE_OK_LOAD_PERMANENTLY;
+  if (!access || PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(connection.type().ptr()),
+                                  reinterpret_cast<PyTypeObject*>(access->type.ptr())) == 0) {
+    return false;
+  }
+  // Whoever closes it needs the interpreter's lock, and takes it out of the object first.
+  sqlite3* const open = connection_at(connection, access->offset);
+  return open != nullptr &&
+         sqlite3_extension_init(open, nullptr, access->api) == SQLITE_OK_LOAD_PERMANENTLY;
 }
 
 }  // namespace path_filter::python
