@@ -42,7 +42,7 @@ class OnDisk {
   std::string _root;
   std::optional<std::string> _above;  // the path of the directory that is open, or could not be
   std::error_code _error;             // why not
-  path_filter::internal::FileDescriptor _opened;
+  path_filter::internal::FileHandle _opened;
   std::string _name;
 };
 

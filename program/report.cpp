@@ -28,7 +28,7 @@ namespace program {
 
 using path_filter::Exclusion;
 using path_filter::Explanation;
-using path_filter::internal::FileDescriptor;
+using path_filter::internal::FileHandle;
 
 namespace {
 
@@ -91,7 +91,7 @@ class PageFile {
     if (::access(_directory.c_str(), W_OK | X_OK) != 0) throw failure();
   }
 
-  int number() const { return _opened.number(); }
+  int number() const { return static_cast<int>(_opened.value()); }
 
   /// Writes the page. When there is no room for it all is as it was. Throws std::system_error.
   void write(std::string_view page) const { is_open() ? overwrite(page) : create(page); }
@@ -119,20 +119,19 @@ class PageFile {
   void create(std::string_view page) const {
 #if defined(O_TMPFILE) && !defined(PATH_FILTER_POSIX_ONLY)
     // It has no name until it is whole: nothing is left of it when the program is killed.
-    const FileDescriptor nameless(
-        ::open(_directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+    const FileHandle nameless(::open(_directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
     if (nameless.is_open()) {
-      if (!write_all(nameless.number(), page)) throw failure();
-      const std::string link = "/proc/self/fd/" + std::to_string(nameless.number());
+      if (!write_all(static_cast<int>(nameless.value()), page)) throw failure();
+      const std::string link =
+          "/proc/self/fd/" + std::to_string(static_cast<int>(nameless.value()));
       if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, _target.c_str(), AT_SYMLINK_FOLLOW) == 0) {
         return;
       }
     }
 #endif
-    const FileDescriptor named(
-        ::open(_target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    const FileHandle named(::open(_target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!named.is_open()) throw failure();
-    if (write_all(named.number(), page)) return;
+    if (write_all(static_cast<int>(named.value()), page)) return;
     const std::system_error problem = failure();
     ::unlink(_target.c_str());
     throw problem;
@@ -141,7 +140,7 @@ class PageFile {
   std::string _file;
   std::filesystem::path _target;  // where links at the end of it lead
   std::filesystem::path _directory;
-  FileDescriptor _opened;  // not of one that is to be made
+  FileHandle _opened;  // not of one that is to be made
 };
 
 /// What decided about a file that is left out, where that is more than its name and kind.

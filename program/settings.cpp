@@ -114,8 +114,9 @@ std::string read_text(const std::string& file) {
                      : path_filter::internal::read_file(file, Links::follow, MAX_CONFIG_BYTES);
   const auto* error = std::get_if<std::error_code>(&content);
   if (error != nullptr && *error == path_filter::internal::NOT_A_FILE) {
-    const path_filter::internal::FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    content = opened.is_open() ? read_stream(opened.number()) : path_filter::internal::last_error();
+    const path_filter::internal::FileHandle opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    content = opened.is_open() ? read_stream(static_cast<int>(opened.value()))
+                               : path_filter::internal::last_error();
   }
   if (const auto* failed = std::get_if<std::error_code>(&content)) {
     throw UsageError("cannot read the configuration " + printable(file.empty() ? "''" : file) +
