@@ -6,9 +6,13 @@
 #include <utility>
 
 #include "utils/git_config/child_process.h"
+#include "utils/path_filter/base/path_argument.h"
 
 namespace git_config {
 namespace {
+
+using path_filter::internal::path_of;
+using path_filter::internal::path_text;
 
 constexpr std::chrono::seconds LONGEST_WAIT_FOR_LIST{10};
 
@@ -55,7 +59,7 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
                                                    const WarningHandler& warn,
                                                    std::chrono::milliseconds longest_wait) {
   const Clock::time_point deadline = Clock::now() + longest_wait;
-  const std::string directory = root.empty() ? "." : root.string();
+  const std::string directory = root.empty() ? "." : path_text(root);
   ChildAnswer answer = ask_git(
       {"git", "-C", directory.c_str(), "config", "-z", "--path", "--get", "core.excludesFile"},
       deadline);
@@ -73,11 +77,11 @@ std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& 
   if (answer.status != 0) return default_excludes_file();
   const std::string file = answer.output.substr(0, answer.output.find('\0'));
   if (file.empty()) return std::nullopt;
-  return file;
+  return path_of(file);
 }
 
 std::optional<std::string> tracked_files(const std::filesystem::path& root) {
-  const std::string directory = root.empty() ? "." : root.string();
+  const std::string directory = root.empty() ? "." : path_text(root);
   // A stranger's repository may name a program to run there, too.
   ChildAnswer answer =
       ask_git({"git", "-C", directory.c_str(), "-c", "core.fsmonitor=false", "ls-files", "-z"},
