@@ -16,6 +16,7 @@
 #include "program/repository.h"
 #include "program/survey.h"
 #include "program/system.h"
+#include "utils/path_filter/base/paths.h"
 
 namespace program {
 
@@ -125,7 +126,7 @@ int write_report(const ReportOptions& options) {
   data["verdicts"][verdict_of(Exclusion::size)]["reason"] = "larger than the limit";
   data["verdicts"][verdict_of(Exclusion::language)]["reason"] =
       "of a language that is not asked for";
-  data["root"] = column(place.root.filename().native());
+  data["root"] = column(path_filter::internal::SplitPath(place.root).name);
   data["below"] = column(place.below);
   data["made"] = now();
   data["version"] = PATH_FILTER_VERSION;
