@@ -367,6 +367,23 @@ def test_test_code_in_sql(caplog):
     assert isinstance(unraised[0].exc_value, TypeError)
 
 
+def test_threads_register_at_once():
+    code = """
+        import sqlite3, threading, path_filter
+        reached = []
+        def register():
+            connection = sqlite3.connect(":memory:")
+            together.wait()
+            reached.append(path_filter._core.register_with_sqlite(connection, path_filter._find_sqlite))
+        together = threading.Barrier(8)
+        threads = [threading.Thread(target=register) for _ in range(8)]
+        for thread in threads: thread.start()
+        for thread in threads: thread.join()
+        print(sum(reached))
+        """
+    assert run(code) == "8"
+
+
 def test_production_paths():
     paths = ["src/a.py", "tests/b.py", "src/a.py"]
     assert path_filter.production_paths(iter(paths)) == ["src/a.py", "src/a.py"]
