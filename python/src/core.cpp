@@ -468,7 +468,7 @@ nb::object should_skip_directory(PyObject*, const std::array<PyObject*, 2>& argu
   const PathBytes name(arguments[0], "dirname");
   if (arguments[1] == Py_None) return to_bool(path_filter::should_skip_directory(name));
   const PathBytes parent(arguments[1], "parent_path");
-  return to_bool(path_filter::should_skip_directory(name, PathArgument(std::string_view(parent))));
+  return to_bool(path_filter::should_skip_directory(name, std::string_view(parent)));
 }
 
 constexpr Signature<1> SHOULD_SKIP_PATH{"should_skip_path", {"path"}};
