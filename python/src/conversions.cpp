@@ -116,7 +116,7 @@ std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {
 
 void fail_type(const char* argument, const char* expected, PyObject* object) {
   PyErr_Format(PyExc_TypeError, "%s: expected %s, not %U", argument, expected,
-               nb::object(nb::handle(object).type().attr("__name__")).ptr());
+               nb::steal(PyType_GetName(Py_TYPE(object))).ptr());
   nb::raise_python_error();
 }
 
