@@ -1,6 +1,6 @@
 # CMake's toolchain for every system but the one it runs on: the Python package ziglang, a clang
-# with libc++ and the C libraries of all of them, in `scripts/cross.sh`'s build/zig. It serves all
-# targets: Debian's cross compilers know glibc 2.36 alone, no musl for C++ and no macOS.
+# with libc++ and the C libraries of all of them, which
+# scripts/cross-files.sh installs. It serves all targets: Debian's cross compilers know glibc 2.36 alone, no musl for C++ and no macOS.
 #
 # PATH_FILTER_TARGET is zig's name of the target, with the oldest glibc or macOS that is promised:
 # x86_64-linux-gnu.2.28, aarch64-linux-musl, aarch64-macos.11.0, x86_64-windows-gnu.
@@ -27,3 +27,5 @@ endforeach()
 
 # The libraries come after project(), when there are compilers.
 set(CMAKE_PROJECT_path_filter_INCLUDE ${CMAKE_CURRENT_LIST_DIR}/zig_libraries.cmake)
+
+file(GLOB nanobind_DIR ${root}/build/zig/lib/python3*/site-packages/nanobind/cmake)

@@ -107,7 +107,8 @@ class PageFile {
     struct stat status {};
     const bool is_regular = ::fstat(number(), &status) == 0 && S_ISREG(status.st_mode);
     const auto size = static_cast<off_t>(page.size());
-    const int code = is_regular ? ::posix_fallocate(number(), 0, size) : 0;
+    int code = is_regular ? ::posix_fallocate(number(), 0, size) : 0;
+    if (code < 0) code = errno;  // of zig's C library
     if (code != 0 && code != EINVAL && code != EOPNOTSUPP) {  // not every file system can tell
       if (::ftruncate(number(), status.st_size) == 0) errno = code;
       throw failure();
