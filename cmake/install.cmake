@@ -57,7 +57,7 @@ install_pkg_config(path_filter-language_registry path_filter_language_registry
   "The default language registry of path_filter" "" ""
   "-Wl,-u,path_filter_default_registry ")
 install_pkg_config(path_filter-git_config path_filter_git_config
-  "What git's configuration says of core.excludesFile, for path_filter" "" "" "")
+  "What git's configuration says of core.excludesFile, for path_filter" "path_filter" "" "")
 if(PATH_FILTER_SQL)
   install_pkg_config(path_filter-sql path_filter_sql
     "The predicate of path_filter for test code inside SQLite queries"

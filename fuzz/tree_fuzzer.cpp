@@ -48,7 +48,8 @@ struct Model {
     } while (!says && !at.empty());
     if (says) return *says;
     const auto git = _git_dir(top);
-    return git && say(_common_dir(*git) / "info/exclude", Link::follow, 0).value_or(false);
+    return git &&
+           say(fs::path(_common_dir(*git)) / "info/exclude", Link::follow, 0).value_or(false);
   }
 
   /// What leaves out a file, or all of a directory, whose path ends in "/".

@@ -1,11 +1,8 @@
 #include "program/input.h"
 
-#include <poll.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
 #include <system_error>
+
+#include "program/system.h"
 
 namespace program {
 
@@ -34,15 +31,10 @@ bool Input::fill() {
   constexpr std::size_t READ_BYTES = 256 * 1024;
   const std::size_t size = _buffer.size();
   _buffer.resize(size + READ_BYTES);
-  ssize_t count = -1;
-  while ((count = ::read(STDIN_FILENO, _buffer.data() + size, READ_BYTES)) < 0 &&
-         (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
-    pollfd readable{STDIN_FILENO, POLLIN, 0};
-    ::poll(&readable, 1, -1);
-  }
-  const int code = errno;
-  _buffer.resize(size + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-  if (count < 0) throw std::system_error(code, std::generic_category(), "cannot read the paths");
+  std::error_code error;
+  const std::size_t count = read_some(standard_input(), _buffer.data() + size, READ_BYTES, error);
+  _buffer.resize(size + count);
+  if (error) throw std::system_error(error, "cannot read the paths");
   return count > 0;
 }
 

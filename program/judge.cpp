@@ -1,19 +1,19 @@
 #include "program/judge.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <climits>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
 #include "program/output.h"
+#include "utils/path_filter/base/paths.h"
 
 namespace program {
 
 using path_filter::Decision;
 using path_filter::Explanation;
 using path_filter::internal::FileType;
+using path_filter::internal::Links;
 
 namespace {
 
@@ -35,18 +35,17 @@ std::string without_end(std::string path) {
 
 }  // namespace
 
-OnDisk::Entry OnDisk::look(const std::filesystem::path& root, std::string_view path) {
+OnDisk::Entry OnDisk::look(const std::string& root, std::string_view path) {
   const std::size_t slash = path.rfind('/');
   const std::string_view above = path.substr(0, slash == path.npos ? 0 : slash);
-  if (above != _above || root.native() != _root) {
+  if (above != _above || root != _root) {
     close();
-    _error = path_filter::internal::open_directory_below(root.native(), above, _opened,
-                                                         path_filter::internal::Links::refuse);
+    _error = path_filter::internal::open_directory_below(root, above, _opened, Links::refuse);
     if (_error == std::errc::too_many_files_open || _error == std::errc::not_enough_memory ||
         _error == std::errc::too_many_files_open_in_system) {
       throw std::system_error(_error, "cannot look at its directory");
     }
-    _root = root.native();
+    _root = root;
     _above = above;
   }
   if (!_opened.is_open()) {
@@ -68,7 +67,7 @@ void OnDisk::close() {
 Judge::Judge(Repositories& repositories, const std::optional<std::string>& root)
     : _repositories(repositories),
       _has_root(root),
-      _base(without_end(resolved_directory(root.value_or(".")).native())),
+      _base(without_end(resolved_directory(root.value_or(".")))),
       _base_root{_base.size(), &_repositories.at(_base + '/')} {}
 
 Judge::Answer Judge::ask(std::string_view path, bool verbose) {
@@ -76,7 +75,7 @@ Judge::Answer Judge::ask(std::string_view path, bool verbose) {
   const Repository& repository = located.repository;
   path_filter::FileFacts facts;
   if (!located.path.empty()) {
-    const OnDisk::Entry entry = _on_disk.look(repository.scope.root, located.path);
+    const OnDisk::Entry entry = _on_disk.look(repository.root, located.path);
     if (entry.behind_link) throw std::invalid_argument("beyond a symbolic link");
     if (entry.status) {
       facts.size = entry.status->size;
@@ -109,9 +108,9 @@ Judge::Answer Judge::ask(std::string_view path, bool verbose) {
 
 bool Judge::is_file(const std::string& path) const {
   std::error_code unexamined;
-  const auto status =
-      std::filesystem::status(std::filesystem::path(_base + '/') / path, unexamined);
-  return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
+  const auto status = path_filter::internal::status(
+      path_filter::internal::resolved(_base + '/', path), Links::follow, unexamined);
+  return status && status->type != FileType::directory;
 }
 
 void Judge::forget() {
@@ -120,7 +119,9 @@ void Judge::forget() {
   _roots.clear();
 }
 
-Judge::Located Judge::locate(std::string_view path) {
+Judge::Located Judge::locate(std::string_view given) {
+  std::string storage;
+  std::string_view path = path_filter::internal::native_path(given, storage);
   if (path.empty()) throw std::invalid_argument("an empty path");
   if (path.find('\0') != path.npos) {
     throw std::invalid_argument("no path holds NUL; paths that end with it are for -0");
@@ -129,7 +130,7 @@ Judge::Located Judge::locate(std::string_view path) {
     path.remove_prefix(path.find_first_not_of('/', 2));
   }
   bool is_directory = false;
-  if (has_plain_names(path)) {  // as git and find list them
+  if (has_plain_names(path) && !path_filter::internal::is_absolute(path)) {  // as git lists them
     if (path.ends_with('/')) {
       path.remove_suffix(1);
       is_directory = true;
@@ -137,7 +138,8 @@ Judge::Located Judge::locate(std::string_view path) {
     if (_has_root) return {*_base_root.repository, std::string(path), is_directory};
     (_absolute.assign(_base) += '/') += path;
   } else {
-    _absolute = (std::filesystem::path(_base + '/') / path).lexically_normal().native();
+    _absolute =
+        path_filter::internal::normalized(path_filter::internal::resolved(_base + '/', path));
     is_directory = _absolute.ends_with('/');
     _absolute = without_end(_absolute);
   }
@@ -148,10 +150,11 @@ Judge::Located Judge::locate(std::string_view path) {
   const Root* root = root_of(directory());
   if (root == nullptr && !_absolute.empty()) {
     // Links may lead to one: the shell's name of the current directory has such.
-    const std::filesystem::path spelt = _absolute;
+    const path_filter::internal::SplitPath spelt(_absolute);
     std::error_code unresolved;
-    const auto above = std::filesystem::canonical(spelt.parent_path(), unresolved);
-    if (!unresolved) _absolute = without_end((above / spelt.filename()).native());
+    const auto above =
+        path_filter::internal::real_path(std::string(spelt.directory) + '/', unresolved);
+    if (!unresolved) _absolute = without_end(path_filter::internal::joined({above, spelt.name}));
     root = root_of(directory());
   }
   if (root == nullptr) {
@@ -178,15 +181,18 @@ const Judge::Root* Judge::root_of(std::string_view directory) {
     if (!is_whole) known = way.rfind('/', known - 1);
   }
   while (!_roots.empty() && _roots.back().size > known) _roots.pop_back();
-  const std::size_t first = std::exchange(_way, std::nullopt) ? known + 1 : 0;
-  // What is longer no system opens by its path.
-  const auto longest = std::min<std::size_t>(directory.size(), PATH_MAX);
-  for (std::size_t end = first; end <= longest; ++end) {
+  std::size_t first = std::exchange(_way, std::nullopt) ? known + 1 : 0;
+  if (directory.starts_with("//")) {  // a way begins below a server: with a share
+    first = std::max(first, std::min(directory.find('/', 2), directory.size()) + 1);
+  }
+  for (std::size_t end = first; end <= directory.size(); ++end) {
     end = std::min(directory.find('/', end), directory.size());
     const std::string prefix = std::string(directory.substr(0, end)) + '/';
     if (is_root(prefix)) {
       _roots.push_back({end, &_repositories.at(prefix)});
-    } else if (end < directory.size() && ::access(prefix.c_str(), F_OK) != 0) {
+    } else if (std::error_code missing;
+               end < directory.size() &&
+               !path_filter::internal::status(prefix, Links::follow, missing)) {
       break;  // nothing is below what is not there
     }
   }
@@ -199,9 +205,11 @@ const Judge::Root* Judge::root_of(std::string_view directory) {
 
 /// Whether the directory, whose path ends in "/", is a root.
 bool Judge::is_root(const std::string& directory) const {
+  using path_filter::internal::path_of;
   std::error_code unexamined;
-  return _has_root ? std::filesystem::equivalent(directory, _base + '/', unexamined)
-                   : has_git(directory);
+  return _has_root
+             ? std::filesystem::equivalent(path_of(directory), path_of(_base + '/'), unexamined)
+             : has_git(directory);
 }
 
 }  // namespace program

@@ -5,7 +5,6 @@
 #define PROGRAM_JUDGE_H_
 
 #include <cstddef>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,7 +32,7 @@ class OnDisk {
 
   /// `root` is absolute and without links. Throws std::system_error when the system has no
   /// descriptor or memory left.
-  Entry look(const std::filesystem::path& root, std::string_view path);
+  Entry look(const std::string& root, std::string_view path);
 
   /// Keeps nothing open: until the next question somebody may put another in its place.
   void close();
@@ -42,7 +41,7 @@ class OnDisk {
   std::string _root;
   std::optional<std::string> _above;  // the path of the directory that is open, or could not be
   std::error_code _error;             // why not
-  path_filter::internal::FileDescriptor _opened;
+  path_filter::internal::FileHandle _opened;
   std::string _name;
 };
 
@@ -85,7 +84,7 @@ class Judge {
     const Repository* repository;
   };
 
-  Located locate(std::string_view path);
+  Located locate(std::string_view given);
   const Root* root_of(std::string_view directory);
   bool is_root(const std::string& directory) const;
 

@@ -311,7 +311,7 @@ void list_directory(const ListOptions& options, const Repository& repository, co
 void list_file(const ListOptions& options, const std::string& name, Judge& judge, Lines& lines) {
   const Judge::Answer answer = judge.ask(name, options.verbose);
   Place place;
-  place.root = answer.repository.scope.root;
+  place.root = answer.repository.root;
   place.directory = name;
   // What stands before the file's name, here and below the root.
   const auto above = [](const std::string& path) { return path.substr(0, path.rfind('/') + 1); };
@@ -347,7 +347,7 @@ int list(const ListOptions& options) {
   if (options.paths.empty()) list_path(std::nullopt);
   for (const std::string& path : options.paths) {
     if (!lines.is_read()) break;
-    list_path(path);
+    list_path(native(path));
   }
   lines.finish(options.sorted);
   return lines.status();

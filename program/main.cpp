@@ -1,14 +1,10 @@
 // path-filter: which files of a repository belong in the index, and why the others do
 // not.
 
-#include <fcntl.h>
-#include <sys/resource.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <charconv>
-#include <csignal>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -20,6 +16,7 @@
 
 #include "program/commands.h"
 #include "program/suggestion.h"
+#include "program/system.h"
 #include "utils/path_filter/base/logger.h"
 #include "utils/path_filter/base/quoting.h"
 
@@ -153,13 +150,7 @@ std::vector<Exclusion> kinds_named(const std::string& names) {
 std::size_t affordable(std::size_t count) {
   constexpr std::size_t EACH = 3;    // a directory, the next one, an ignore file
   constexpr std::size_t SHARED = 2;  // what git is asked with
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return count;
-  std::size_t free = 0;
-  for (int number = 0; free < SHARED + EACH * count; ++number) {
-    if (static_cast<rlim_t>(number) >= limit.rlim_cur) break;
-    if (::fcntl(number, F_GETFD) < 0) ++free;
-  }
+  const std::size_t free = program::openable_files(SHARED + EACH * count);
   return std::clamp<std::size_t>((free - std::min(free, SHARED)) / EACH, 1, count);
 }
 
@@ -305,14 +296,15 @@ UsageError no_argument(const CLI::App& app, const CLI::App& command, std::string
 /// The arguments, with what the parser would misread set right: "--option=" becomes "--option" and
 /// "", for which it would take the next argument; a flag with a value, and an option that is a
 /// digit and that the command has not, which it would take for a path, are errors.
-std::vector<std::string> readable_arguments(CLI::App& app, int argc, char** argv) {
+std::vector<std::string> readable_arguments(CLI::App& app, const std::vector<std::string>& given) {
   std::vector<std::string> arguments;
-  const auto* command = argc > 1 && has_command(app, argv[1]) ? app.get_subcommand(argv[1]) : &app;
-  for (int index = 1; index < argc; ++index) {
-    const std::string argument = argv[index];
+  const auto* command =
+      !given.empty() && has_command(app, given[0]) ? app.get_subcommand(given[0]) : &app;
+  for (auto at = given.begin(); at != given.end(); ++at) {
+    const std::string& argument = *at;
     arguments.push_back(argument);
     if (argument == "--") {
-      arguments.insert(arguments.end(), argv + index + 1, argv + argc);
+      arguments.insert(arguments.end(), at + 1, given.end());
       break;
     }
     if (argument.size() < 2 || argument[0] != '-') continue;
@@ -324,7 +316,7 @@ std::vector<std::string> readable_arguments(CLI::App& app, int argc, char** argv
                        printable(argument));
     }
     if (name.size() == argument.size()) {
-      if (takes_value && index + 1 < argc) arguments.emplace_back(argv[++index]);
+      if (takes_value && at + 1 != given.end()) arguments.push_back(*++at);
     } else if (argument[name.size()] == '=') {
       if (option != nullptr && !takes_value) throw UsageError(name + " takes no value");
       if (takes_value && name.size() + 1 == argument.size()) {
@@ -349,7 +341,7 @@ int status_of(int status, const std::atomic<bool>& unread) {
   return unread ? std::max(status, UNREAD_STATUS) : status;
 }
 
-int run(int argc, char** argv, const std::atomic<bool>& unread) {
+int run(const std::vector<std::string>& given, const std::atomic<bool>& unread) {
   CLI::App app(
       "Tells which files of a repository belong in the index, and why others do not.\n"
       "No size and no language is left out without one of the three limit options.");
@@ -396,9 +388,11 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
   auto* help_command = app.add_subcommand("help", "Print the help on a command");
   help_command->add_option("COMMAND", subject, "A command")->type_name("");
 
-  if (argc > 1 && argv[1][0] != '-' && !has_command(app, argv[1])) throw no_command(app, argv[1]);
+  if (!given.empty() && !given[0].starts_with('-') && !has_command(app, given[0])) {
+    throw no_command(app, given[0]);
+  }
   try {
-    std::vector<std::string> arguments = readable_arguments(app, argc, argv);
+    std::vector<std::string> arguments = readable_arguments(app, given);
     std::ranges::reverse(arguments);  // as the parser takes them
     app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
@@ -409,7 +403,7 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
     const CLI::App& command = commands.empty() ? app : *commands.front();
     const std::string text = app.remaining(true).empty()
                                  ? printable(error.what())
-                                 : no_argument(app, command, argv[1]).what();
+                                 : no_argument(app, command, given[0]).what();
     throw UsageError(text + "\nTry 'path-filter " +
                      (commands.empty() ? "" : command.get_name() + " ") + "--help'.");
   }
@@ -442,15 +436,14 @@ int run(int argc, char** argv, const std::atomic<bool>& unread) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A closed pipe is seen where the output is written.
-  std::signal(SIGPIPE, SIG_IGN);
+  const std::vector<std::string> arguments = program::start(argc, argv);
   const auto unread = std::make_shared<std::atomic<bool>>(false);
   path_filter::logger->set_sink([unread](const path_filter::Warning& warning) {
     *unread = *unread || warning.format.starts_with("Cannot read");
     program::warn(warning.message());
   });
   try {
-    return run(argc, argv, *unread);
+    return run(arguments, *unread);
   } catch (const program::LeftOut& error) {
     program::complain(error.what());
     return LEFT_OUT_STATUS;

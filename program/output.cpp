@@ -1,64 +1,27 @@
 #include "program/output.h"
 
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <iostream>
 #include <system_error>
 
+#include "program/system.h"
 #include "utils/path_filter/base/utf8.h"
 #include "utils/path_filter/base/words.h"
 #include "utils/path_filter/test_code/test_code.h"
 
 namespace program {
 
-namespace {
-
-std::string_view variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? "" : value;
-}
-
-}  // namespace
-
 void complain(std::string_view problem) {
-  std::cerr << "path-filter: " + std::string(problem) + "\n";
+  write_all(standard_error(), "path-filter: " + std::string(problem) + "\n");
 }
 
 void warn(std::string_view problem) { complain("warning: " + std::string(problem)); }
 
-bool write_all(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {  // another process made it so
-      pollfd writable{descriptor, POLLOUT, 0};
-      ::poll(&writable, 1, -1);
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool is_dumb_terminal() { return variable("TERM") == "dumb"; }
-
-std::optional<std::size_t> terminal_width() {
-  winsize size{};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
-  return size.ws_col;
-}
-
 Output::Output(Color color) : _colored(color == Color::always) {
-  if (color != Color::automatic || ::isatty(STDOUT_FILENO) != 1) return;
-  _colored = variable("NO_COLOR").empty() && !is_dumb_terminal();
+  if (color == Color::automatic && variable("NO_COLOR").empty()) {
+    _colored = obeys_escapes(standard_output());
+  }
 }
 
 std::string Output::styled(Style style, std::string_view text) const {
@@ -70,12 +33,10 @@ std::string Output::styled(Style style, std::string_view text) const {
 }
 
 void Output::flush() {
-  const bool written = _closed || write_all(STDOUT_FILENO, _buffer);
-  const int code = errno;
+  const auto error = _closed ? std::error_code() : write_all(standard_output(), _buffer);
   _buffer.clear();
-  if (written) return;
-  if (code != EPIPE)
-    throw std::system_error(code, std::generic_category(), "cannot write the output");
+  if (!error) return;
+  if (error != std::errc::broken_pipe) throw std::system_error(error, "cannot write the output");
   _closed = true;
 }
 

@@ -19,16 +19,6 @@ namespace program {
 void complain(std::string_view problem);
 void warn(std::string_view problem);
 
-/// Writes all of `text`; waits where the descriptor does not. False, with the reason in errno, when
-/// that cannot be done.
-bool write_all(int descriptor, std::string_view text);
-
-/// Whether the terminal, if there is one, can only print lines.
-bool is_dumb_terminal();
-
-/// The columns of the terminal that standard output is; absent when it is none.
-std::optional<std::size_t> terminal_width();
-
 enum class Color { automatic, always, never };
 
 /// What a text is, where colours are on.

@@ -1,19 +1,12 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <random>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "program/commands.h"
 #include "program/decider.h"
@@ -22,13 +15,13 @@
 #include "program/report/tree.h"
 #include "program/repository.h"
 #include "program/survey.h"
-#include "utils/path_filter/base/file_system.h"
+#include "program/system.h"
+#include "utils/path_filter/base/paths.h"
 
 namespace program {
 
 using path_filter::Exclusion;
 using path_filter::Explanation;
-using path_filter::internal::FileDescriptor;
 
 namespace {
 
@@ -71,79 +64,10 @@ std::string filled(std::string_view pattern,
 
 std::string now() {
   const std::time_t time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  std::tm parts{};
-  ::gmtime_r(&time, &parts);
   std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M UTC", &parts);
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M UTC", std::gmtime(&time));
   return text.data();
 }
-
-/// The file that a page goes to. One that is there keeps its mode, its owner and all links to it.
-class PageFile {
- public:
-  /// Throws std::system_error at once when the page could not be written later.
-  explicit PageFile(const std::string& file)
-      : _file(file), _target(file), _opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC)) {
-    if (is_open()) return;
-    if (errno != ENOENT) throw failure();
-    while (is_symlink(_target)) _target = _target.parent_path() / read_symlink(_target);
-    _directory = _target.has_parent_path() ? _target.parent_path() : ".";
-    if (::access(_directory.c_str(), W_OK | X_OK) != 0) throw failure();
-  }
-
-  int number() const { return _opened.number(); }
-
-  /// Writes the page. When there is no room for it all is as it was. Throws std::system_error.
-  void write(std::string_view page) const { is_open() ? overwrite(page) : create(page); }
-
- private:
-  bool is_open() const { return _opened.is_open(); }
-
-  std::system_error failure() const {
-    return {errno, std::generic_category(), "cannot write " + printable(_file)};
-  }
-
-  void overwrite(std::string_view page) const {
-    struct stat status {};
-    const bool is_regular = ::fstat(number(), &status) == 0 && S_ISREG(status.st_mode);
-    const auto size = static_cast<off_t>(page.size());
-    int code = is_regular ? ::posix_fallocate(number(), 0, size) : 0;
-    if (code < 0) code = errno;  // of zig's C library
-    if (code != 0 && code != EINVAL && code != EOPNOTSUPP) {  // not every file system can tell
-      if (::ftruncate(number(), status.st_size) == 0) errno = code;
-      throw failure();
-    }
-    if (!write_all(number(), page)) throw failure();
-    if (is_regular && ::ftruncate(number(), size) != 0) throw failure();
-  }
-
-  void create(std::string_view page) const {
-#if defined(O_TMPFILE) && !defined(PATH_FILTER_POSIX_ONLY)
-    // It has no name until it is whole: nothing is left of it when the program is killed.
-    const FileDescriptor nameless(
-        ::open(_directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
-    if (nameless.is_open()) {
-      if (!write_all(nameless.number(), page)) throw failure();
-      const std::string link = "/proc/self/fd/" + std::to_string(nameless.number());
-      if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, _target.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-        return;
-      }
-    }
-#endif
-    const FileDescriptor named(
-        ::open(_target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!named.is_open()) throw failure();
-    if (write_all(named.number(), page)) return;
-    const std::system_error problem = failure();
-    ::unlink(_target.c_str());
-    throw problem;
-  }
-
-  std::string _file;
-  std::filesystem::path _target;  // where links at the end of it lead
-  std::filesystem::path _directory;
-  FileDescriptor _opened;  // not of one that is to be made
-};
 
 /// What decided about a file that is left out, where that is more than its name and kind.
 std::string decider_of(const SurveyedFile& file, const Repository& repository) {
@@ -171,7 +95,7 @@ int write_report(const ReportOptions& options) {
   }
   std::optional<PageFile> target;
   if (options.file && *options.file != "-") target.emplace(*options.file);
-  if (::isatty(target ? target->number() : STDOUT_FILENO) == 1) {
+  if (is_terminal(target ? target->stream() : standard_output())) {
     throw UsageError(
         "report: a page is no text for a terminal\nTry 'path-filter report -o report.html'.");
   }
@@ -202,7 +126,7 @@ int write_report(const ReportOptions& options) {
   data["verdicts"][verdict_of(Exclusion::size)]["reason"] = "larger than the limit";
   data["verdicts"][verdict_of(Exclusion::language)]["reason"] =
       "of a language that is not asked for";
-  data["root"] = column(place.root.filename().native());
+  data["root"] = column(path_filter::internal::SplitPath(place.root).name);
   data["below"] = column(place.below);
   data["made"] = now();
   data["version"] = PATH_FILTER_VERSION;

@@ -1,32 +1,37 @@
 #include "program/repository.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
-#include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
 #include "program/output.h"
+#include "program/system.h"
 #include "utils/git_config/git_config.h"
 #include "utils/path_filter/base/file_system.h"
+#include "utils/path_filter/base/paths.h"
 
 namespace program {
 
 using path_filter::Explanation;
 using path_filter::IndexScope;
+using path_filter::internal::FileType;
+using path_filter::internal::joined;
+using path_filter::internal::Links;
+using path_filter::internal::path_of;
+using path_filter::internal::path_text;
+using path_filter::internal::resolved;
 
 namespace {
 
 /// How long git may take: what the user sets, in seconds.
 std::chrono::milliseconds git_timeout() {
-  const char* const text = std::getenv("PATH_FILTER_GIT_TIMEOUT");
-  if (text == nullptr || *text == '\0') return git_config::DEFAULT_LONGEST_WAIT;
+  const std::string text = variable("PATH_FILTER_GIT_TIMEOUT");
+  if (text.empty()) return git_config::DEFAULT_LONGEST_WAIT;
   double seconds = 0;
-  const char* const end = text + std::strlen(text);
-  const auto [parsed, error] = std::from_chars(text, end, seconds);
+  const char* const end = text.data() + text.size();
+  const auto [parsed, error] = std::from_chars(text.data(), end, seconds);
   constexpr double MOST = 86400;
   if (error != std::errc() || parsed != end || !(seconds > 0 && seconds <= MOST)) {
     throw UsageError("PATH_FILTER_GIT_TIMEOUT: '" + printable(text) +
@@ -38,52 +43,57 @@ std::chrono::milliseconds git_timeout() {
 /// The first link on the way to a directory that a user names, below the root or, without a
 /// repository, below the current directory: nothing of a stranger's leads out of his tree. A "/"
 /// behind the last one says that it is meant.
-std::optional<std::filesystem::path> link_on_way(const std::string& directory,
-                                                 const std::optional<std::filesystem::path>& root) {
+std::optional<std::string> link_on_way(const std::string& directory,
+                                       const std::optional<std::string>& root) {
   std::error_code unexamined;
-  const auto base = root ? *root : std::filesystem::current_path(unexamined);
-  auto named = (base / directory).lexically_normal();
+  const std::string base = root ? *root : path_text(std::filesystem::current_path(unexamined));
+  const std::string named = path_filter::internal::normalized(resolved(base, directory));
+  const std::string top = root ? *root : nearest_root(named).value_or(base);
+  const auto below = IndexScope(path_of(top)).relative(named);
+  if (!below) return std::nullopt;
   const bool is_meant = directory.ends_with('/');
-  if (!named.has_filename()) named = named.parent_path();
-  auto top = root ? root : nearest_root(named);
-  if (!top) top = base;
-  const auto below = named.lexically_relative(*top);
-  if (below.empty() || *below.begin() == "." || *below.begin() == "..") return std::nullopt;
-  return first_link(*top, (is_meant ? below.parent_path() : below).native());
+  return first_link(top, is_meant ? path_filter::internal::SplitPath(*below).directory : *below);
 }
 
 }  // namespace
 
-std::filesystem::path resolved_directory(const std::string& directory) {
-  std::error_code error;
-  auto path = std::filesystem::canonical(directory, error);
-  if (directory.empty()) error = std::make_error_code(std::errc::no_such_file_or_directory);
-  if (!error && !std::filesystem::is_directory(path, error) && !error) {
-    error = std::make_error_code(std::errc::not_a_directory);
+std::string native(std::string_view path) {
+  std::string storage;
+  return std::string(path_filter::internal::native_path(path, storage));
+}
+
+std::string resolved_directory(const std::string& directory) {
+  std::error_code error = std::make_error_code(std::errc::no_such_file_or_directory);
+  std::string path;
+  if (!directory.empty()) path = path_filter::internal::real_path(native(directory), error);
+  if (!error) {
+    const auto status = path_filter::internal::status(path, Links::follow, error);
+    if (status && status->type == FileType::directory) return path;
+    if (status) error = std::make_error_code(std::errc::not_a_directory);
   }
-  if (!error) return path;
   throw UsageError(printable(directory.empty() ? "''" : directory) + ": " + error.message());
 }
 
 bool has_git(const std::string& directory) {
-  return ::access((directory + "/.git").c_str(), F_OK) == 0;
+  std::error_code missing;
+  return path_filter::internal::status(directory + "/.git", Links::follow, missing).has_value();
 }
 
-std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory) {
-  for (;; directory = directory.parent_path()) {
-    if (has_git(directory.native())) return directory;
-    if (directory == directory.parent_path()) return std::nullopt;
+std::optional<std::string> nearest_root(const std::string& directory) {
+  for (auto above = path_of(directory);; above = above.parent_path()) {
+    if (has_git(path_text(above))) return path_text(above);
+    if (above == above.parent_path()) return std::nullopt;
   }
 }
 
-std::optional<std::filesystem::path> first_link(const std::filesystem::path& root,
-                                                std::string_view below) {
+std::optional<std::string> first_link(std::string_view root, std::string_view below) {
   std::error_code unexamined;
   for (std::size_t end = 0; end < below.size(); ++end) {
     end = std::min(below.find('/', end), below.size());
-    auto way = root / below.substr(0, end);
-    if (std::filesystem::is_symlink(way, unexamined)) return way;
-    if (unexamined) break;
+    std::string way = joined({root, below.substr(0, end)});
+    const auto status = path_filter::internal::status(way, Links::refuse, unexamined);
+    if (!status) break;
+    if (status->type == FileType::link) return way;
   }
   return std::nullopt;
 }
@@ -93,24 +103,23 @@ bool is_git_store(std::string_view path) { return path == ".git" || path.ends_wi
 Place find_place(const std::optional<std::string>& directory,
                  const std::optional<std::string>& root) {
   Place place;
-  place.directory = directory.value_or(".");
+  place.directory = native(directory.value_or("."));
   if (root) place.root = resolved_directory(*root);
   // An empty name would be the root's own.
   const bool is_below_root = root && !place.directory.empty();
   const auto asked =
-      resolved_directory(is_below_root ? (place.root / place.directory).native() : place.directory);
+      resolved_directory(is_below_root ? resolved(place.root, place.directory) : place.directory);
   if (!root) place.root = nearest_root(asked).value_or(asked);
   if (const auto link =
           link_on_way(place.directory, root ? std::optional(place.root) : std::nullopt)) {
-    throw LeftOut(printable(place.directory),
-                  "by way of the symbolic link " + printable(link->native()));
+    throw LeftOut(printable(place.directory), "by way of the symbolic link " + printable(*link));
   }
-  if (auto below = IndexScope(place.root).relative(asked)) {
+  if (auto below = IndexScope(path_of(place.root)).relative(asked)) {
     place.below = std::move(*below);
   } else if (asked != place.root) {
     throw UsageError(printable(place.directory) + ": outside the root " + printable(*root));
   }
-  if (directory) place.prefix = *directory + (directory->ends_with('/') ? "" : "/");
+  if (directory) place.prefix = place.directory + (place.directory.ends_with('/') ? "" : "/");
   return place;
 }
 
@@ -129,7 +138,7 @@ void Place::append_shown(std::string_view path, std::string& out) const {
 }
 
 std::string Place::shown(const std::filesystem::filesystem_error& error) const {
-  return shown(IndexScope(root).relative(error.path1()).value_or(""));
+  return shown(IndexScope(path_of(root)).relative(error.path1()).value_or(""));
 }
 
 bool is_absence(std::error_code error) {
@@ -141,25 +150,26 @@ std::string unknown_size(std::error_code error) {
   return "cannot tell its size: " + path_filter::internal::message(error);
 }
 
-Repository::Repository(const std::filesystem::path& top,
-                       std::optional<path_filter::IndexLimits> limits)
-    : scope(top, {.limits = std::move(limits),
-                  .excludes_file = [this](const std::filesystem::path& root) {
-                    auto file = git_config::excludes_file(
-                        root, [](std::string_view problem) { warn(problem); }, git_timeout());
-                    if (file && file->is_relative()) {
-                      const std::lock_guard lock(_mutex);
-                      _relative_excludes_file = file->native();
-                      file = root / *file;
-                    }
-                    return file;
-                  }}) {}
+Repository::Repository(const std::string& top, std::optional<path_filter::IndexLimits> limits)
+    : root(top),
+      scope(path_of(top), {.limits = std::move(limits),
+                           .excludes_file = [this](const std::filesystem::path& asked) {
+                             auto file = git_config::excludes_file(
+                                 asked, [](std::string_view problem) { warn(problem); },
+                                 git_timeout());
+                             if (file && file->is_relative()) {
+                               const std::lock_guard lock(_mutex);
+                               _relative_excludes_file = path_text(*file);
+                               file = asked / *file;
+                             }
+                             return file;
+                           }}) {}
 
 Explanation Repository::explain(std::string_view path, path_filter::FileFacts facts) const {
   Explanation explanation = scope.explain(path, facts);
   const std::lock_guard lock(_mutex);
   if (explanation.rule && !_relative_excludes_file.empty() &&
-      explanation.rule->source == (scope.root / _relative_excludes_file).native()) {
+      explanation.rule->source == joined({root, _relative_excludes_file})) {
     explanation.rule->source = _relative_excludes_file;
   }
   return explanation;

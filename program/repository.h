@@ -24,7 +24,7 @@ struct Place {
   /// Of the scope: what --root says, or else the nearest directory, at or above the one asked
   /// about, that has a `.git`, or else that directory itself.
   /// Absolute, without links.
-  std::filesystem::path root;
+  std::string root;
   /// The directory asked about, relative to the root; "" for the root.
   std::string below;
   /// The same as the user named it; "." when nobody did.
@@ -46,19 +46,21 @@ struct Place {
 Place find_place(const std::optional<std::string>& directory,
                  const std::optional<std::string>& root);
 
+/// A path that the user names, with "/" between its components.
+std::string native(std::string_view path);
+
 /// The directory's path, absolute and without links. Throws UsageError when it is none.
-std::filesystem::path resolved_directory(const std::string& directory);
+std::string resolved_directory(const std::string& directory);
 
 /// Whether there is a `.git` in the directory: whether a repository begins there.
 bool has_git(const std::string& directory);
 
 /// The nearest directory, at or above this absolute one, where a repository begins.
-std::optional<std::filesystem::path> nearest_root(std::filesystem::path directory);
+std::optional<std::string> nearest_root(const std::string& directory);
 
 /// The first link among the directories on the way from a root to what is `below` it, that itself
 /// included; absent when there is none, or the system does not say.
-std::optional<std::filesystem::path> first_link(const std::filesystem::path& root,
-                                                std::string_view below);
+std::optional<std::string> first_link(std::string_view root, std::string_view below);
 
 /// Whether the path is that of a repository's own store, which is no file of it.
 bool is_git_store(std::string_view path);
@@ -73,7 +75,7 @@ std::string unknown_size(std::error_code error);
 /// known of its files. Any number of threads may ask.
 class Repository {
  public:
-  Repository(const std::filesystem::path& top, std::optional<path_filter::IndexLimits> limits);
+  Repository(const std::string& top, std::optional<path_filter::IndexLimits> limits);
   Repository(const Repository&) = delete;
   Repository& operator=(const Repository&) = delete;
 
@@ -84,6 +86,7 @@ class Repository {
   std::string _relative_excludes_file;
 
  public:
+  const std::string root;
   const path_filter::IndexScope scope;
 
   /// What the scope says of the file at `path`, with the ignore files named as git names them.
@@ -117,7 +120,7 @@ class Repositories {
  private:
   const std::optional<path_filter::IndexLimits> _limits;
   std::mutex _mutex;  // of what follows
-  std::map<std::filesystem::path, Repository> _by_root;
+  std::map<std::string, Repository> _by_root;
 };
 
 }  // namespace program

@@ -1,12 +1,9 @@
 #include "program/settings.h"
 
-#include <fcntl.h>
 #include <toml++/toml.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <sstream>
@@ -16,6 +13,7 @@
 
 #include "program/output.h"
 #include "program/suggestion.h"
+#include "program/system.h"
 #include "utils/language_registry/language_registry.h"
 #include "utils/path_filter/base/file_system.h"
 #include "utils/path_filter/base/quoting.h"
@@ -94,28 +92,28 @@ std::optional<std::string> unknown_language(std::string_view name) {
 constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{64} << 20;
 
 /// The text of what is no file: a pipe, a terminal.
-path_filter::internal::FileContent read_stream(int descriptor) {
+path_filter::internal::FileContent read_stream(Stream stream) {
   std::string text;
   std::array<char, 4096> part;
-  ssize_t count = 0;
-  while ((count = ::read(descriptor, part.data(), part.size())) != 0) {
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return path_filter::internal::last_error();
-    text.append(part.data(), static_cast<std::size_t>(count));
+  std::error_code error;
+  while (const std::size_t count = read_some(stream, part.data(), part.size(), error)) {
+    text.append(part.data(), count);
     if (text.size() > MAX_CONFIG_BYTES) return std::make_error_code(std::errc::file_too_large);
   }
+  if (error) return error;
   return text;
 }
 
 std::string read_text(const std::string& file) {
   using path_filter::internal::Links;
   auto content = file == "-"
-                     ? read_stream(STDIN_FILENO)
+                     ? read_stream(standard_input())
                      : path_filter::internal::read_file(file, Links::follow, MAX_CONFIG_BYTES);
   const auto* error = std::get_if<std::error_code>(&content);
   if (error != nullptr && *error == path_filter::internal::NOT_A_FILE) {
-    const path_filter::internal::FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    content = opened.is_open() ? read_stream(opened.number()) : path_filter::internal::last_error();
+    std::error_code failed;
+    const auto opened = open_stream(file, failed);
+    content = opened.is_open() ? read_stream(opened.value()) : failed;
   }
   if (const auto* failed = std::get_if<std::error_code>(&content)) {
     throw UsageError("cannot read the configuration " + printable(file.empty() ? "''" : file) +

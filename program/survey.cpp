@@ -1,17 +1,15 @@
 #include "program/survey.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <iostream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "program/output.h"
+#include "program/system.h"
 #include "utils/path_filter/index_scope/tree_walk.h"
 #include "utils/path_filter/test_code/test_code.h"
 
@@ -32,19 +30,19 @@ class Progress {
     const auto now = std::chrono::steady_clock::now();
     if (now - _last < std::chrono::milliseconds(100)) return;
     _last = now;
-    std::cerr << '\r' << grouped(_files) << " files" << std::flush;
+    write_all(standard_error(), "\r" + grouped(_files) + " files");
     _written = true;
   }
 
   /// Leaves the line to something else.
   void clear() {
-    if (std::exchange(_written, false)) std::cerr << "\r\033[K" << std::flush;
+    if (std::exchange(_written, false)) write_all(standard_error(), "\r\033[K");
   }
 
   ~Progress() { clear(); }
 
  private:
-  const bool _shown = ::isatty(STDERR_FILENO) == 1 && !is_dumb_terminal();
+  const bool _shown = obeys_escapes(standard_error());
   bool _written = false;
   std::size_t _files = 0;
   std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();

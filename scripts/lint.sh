@@ -17,11 +17,16 @@ git ls-files 'utils/*.h' 'utils/*.cpp' | xargs awk '
     from = rank[folder(FILENAME)]
     to = rank[folder(parts[2])]
     if (parts[2] ~ /\.inc$/) next
-    if (from && to && from <= to && (from != 2 || parts[2] ~ /git_config|export/)) next
+    if (from && to && from <= to && (from != 2 || parts[2] ~ /git_config|export|path_argument/)) next
     print FILENAME ": includes " parts[2] > "/dev/stderr"
     failed = 1
   }
   END { exit failed }'
+
+# A system's own code is in a file of its own.
+if git grep -n '_WIN32' -- '*.h' '*.cpp' ':!*_windows.*' ':!utils/path_filter/base/export.h' >&2; then
+  exit 1
+fi
 
 for header in $(git ls-files 'utils/*.h'); do
   printf '#include "%s"\n' "$header" |

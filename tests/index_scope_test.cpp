@@ -1,7 +1,6 @@
 #include "utils/path_filter/index_scope/index_scope.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <string>
@@ -118,7 +117,7 @@ TEST_F(Ignoring, Verdicts) {
       {"logs/keep.log", ".gitignore:4:logs/"},
       {"local/notes.txt", ".git/info/exclude:1:local/"},
       {"gen/.gitignore", "gen/.gitignore:1:*"},
-      {"a.tmp", (tree / "global:2:*.tmp*").string()},
+      {"a.tmp", internal::path_text(tree / "global") + ":2:*.tmp*"},
       {"gen/", ""},
       {"build//", ".gitignore:2:build/"},
       {"sub/build/", ".gitignore:2:build/"},
@@ -212,7 +211,7 @@ TEST(IndexScope, OddIgnoreFiles) {
   const TempTree tree;
   tree.make_directory("dir/.gitignore");
   tree.make_directory("fifo");
-  ASSERT_EQ(::mkfifo((tree / "fifo/.gitignore").c_str(), 0600), 0);
+  const bool fifos = test_system::make_fifo(tree / "fifo/.gitignore");
   tree.write("rules", "*.py\n");
   tree.make_directory("link");
   tree.link("link/.gitignore", "../rules");
@@ -228,10 +227,13 @@ TEST(IndexScope, OddIgnoreFiles) {
     EXPECT_FALSE(scope.is_ignored(path)) << path;
   }
   std::string expected;
+  const std::string loop = std::generic_category().message(ELOOP);
   for (const std::string& problem :
-       {"dir/.gitignore: Is a directory"s, "fifo/.gitignore: Not a regular file"s,
-        "link/.gitignore: " + std::generic_category().message(ELOOP)}) {
-    expected += "Cannot read the ignore rules in " + (tree / problem).string() + "\n";
+       {"dir/.gitignore: Is a directory\n"s, "fifo/.gitignore: Not a regular file\n"s,
+        "link/.gitignore: " + loop + "\n"}) {
+    if (problem[0] == 'f' && !fifos) continue;
+    expected +=
+        "Cannot read the ignore rules in " + internal::path_text(tree.root()) + '/' + problem;
   }
   EXPECT_EQ(log.text(), expected);
 }

@@ -4,24 +4,25 @@
 #ifndef TESTS_TEMP_TREE_H_
 #define TESTS_TEMP_TREE_H_
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
+#include <random>
 #include <string>
 #include <string_view>
+
+#include "tests/system.h"
 
 class TempTree {
  public:
   TempTree() {
-    const bool in_memory = ::access("/dev/shm", W_OK | X_OK) == 0;
-    const auto place =
-        in_memory ? std::filesystem::path("/dev/shm") : std::filesystem::temp_directory_path();
-    std::string name = (place / "path_filter_XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-    _root = name;
+    std::error_code none;
+    const std::filesystem::path memory = "/dev/shm";
+    const auto place = std::filesystem::is_directory(memory, none)
+                           ? memory
+                           : std::filesystem::temp_directory_path();
+    do {
+      _root = place / ("path_filter_" + std::to_string(std::random_device()()));
+    } while (!std::filesystem::create_directory(_root));
   }
   TempTree(const TempTree&) = delete;
   TempTree& operator=(const TempTree&) = delete;
@@ -42,7 +43,7 @@ class TempTree {
     std::filesystem::create_directories(_root / path);
   }
   void link(std::string_view path, std::string_view target) const {
-    std::filesystem::create_symlink(target, _root / path);
+    test_system::make_link(target, _root / path);
   }
 
  private:

@@ -10,6 +10,13 @@
 
 #ifdef PATH_FILTER_STATIC
 #define PATH_FILTER_EXPORT
+#elif defined(_WIN32)
+// Who uses a library finds what it exports without a mark.
+#ifdef PATH_FILTER_BUILDS_LIBRARY
+#define PATH_FILTER_EXPORT __declspec(dllexport)
+#else
+#define PATH_FILTER_EXPORT
+#endif
 #else
 #define PATH_FILTER_EXPORT __attribute__((visibility("default")))
 #endif

@@ -2,6 +2,12 @@
 // listings. Nothing blocks (a FIFO or a device is refused, not read) and
 // no path is too long: one that the operating system would refuse for its length is
 // opened in steps.
+//
+// Paths and names are bytes, with "/" between components: on POSIX the file system's own, on
+// Windows its UTF-16 as WTF-8 (UTF-8 in which an unpaired surrogate has three bytes, too).
+//
+// file_system.cpp has what holds on all systems; file_system_posix.cpp with platform_linux.cpp or
+// platform_posix.cpp, or platform_windows.cpp, is this system.
 
 #ifndef UTILS_PATH_FILTER_BASE_FILE_SYSTEM_H_
 #define UTILS_PATH_FILTER_BASE_FILE_SYSTEM_H_
@@ -18,34 +24,37 @@
 
 namespace path_filter::internal {
 
-/// An open file descriptor, closed when it goes out of scope.
-class FileDescriptor {
+/// An open file or directory, closed when it goes out of scope: the file descriptor of a POSIX
+/// system, the handle of another.
+class FileHandle {
  public:
-  FileDescriptor() = default;
-  explicit FileDescriptor(int number) : _number(number) {}
-  FileDescriptor(FileDescriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    std::swap(_number, other._number);
+  FileHandle() = default;
+  explicit FileHandle(std::intptr_t value) : _value(value) {}
+  FileHandle(FileHandle&& other) noexcept : _value(std::exchange(other._value, NONE)) {}
+  FileHandle& operator=(FileHandle&& other) noexcept {
+    std::swap(_value, other._value);
     return *this;
   }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  ~FileDescriptor();
+  FileHandle(const FileHandle&) = delete;
+  FileHandle& operator=(const FileHandle&) = delete;
+  ~FileHandle();
 
-  int number() const { return _number; }
-  bool is_open() const { return _number >= 0; }
+  std::intptr_t value() const { return _value; }
+  bool is_open() const { return _value != NONE; }
 
   /// Leaves it open, for somebody else to close.
-  void release() { _number = -1; }
+  void release() { _value = NONE; }
 
  private:
-  int _number = -1;
+  static constexpr std::intptr_t NONE = -1;
+
+  std::intptr_t _value = NONE;
 };
 
 /// What a read gives: the content, or why there is none.
 using FileContent = std::variant<std::string, std::error_code>;
 
-/// The operating system's last error, of the generic category.
+/// The operating system's last error, of the generic category, as are all errors here.
 std::error_code last_error();
 
 /// What the operating system says of an error; of one that a read has found itself, what it is.
@@ -63,8 +72,7 @@ constexpr std::errc NOT_A_FILE = std::errc::not_supported;
 FileContent read_file(std::string_view path, Links last_link, std::size_t limit);
 
 /// The same for the file `name` in the directory `directory`; a link is refused.
-FileContent read_file_in(const FileDescriptor& directory, const std::string& name,
-                         std::size_t limit);
+FileContent read_file_in(const FileHandle& directory, const std::string& name, std::size_t limit);
 
 /// The same for the file `name` in the directory `root`/`below` (the root itself when `below` is
 /// ""). A link on the way from the root that is refused counts as what it is, not_a_directory.
@@ -80,8 +88,12 @@ struct FileStatus {
 
 /// What the file `name` in the directory `directory` is; of a link, its own. Absent when it cannot
 /// be told, and then `error` says why.
-std::optional<FileStatus> status_in(const FileDescriptor& directory, const std::string& name,
+std::optional<FileStatus> status_in(const FileHandle& directory, const std::string& name,
                                     std::error_code& error);
+
+/// What lies at `path`; of a link at its end, its own when `last_link` refuses it. Absent when it
+/// cannot be told, and then `error` says why.
+std::optional<FileStatus> status(const std::string& path, Links last_link, std::error_code& error);
 
 /// Opens the directory `root`/`below` for listing; the root itself when `below` is "". The way
 /// from the root may not lead through symbolic links: that fails with
@@ -89,15 +101,17 @@ std::optional<FileStatus> status_in(const FileDescriptor& directory, const std::
 /// call does both where the system has one that does; elsewhere links on the way to the root are
 /// followed.
 std::error_code open_directory_below(const std::string& root, std::string_view below,
-                                     FileDescriptor& opened, Links to_root = Links::follow);
+                                     FileHandle& opened, Links to_root = Links::follow);
 
 /// Opens the directory `name` in `parent` for listing. A symbolic link is refused.
-std::error_code open_directory_in(const FileDescriptor& parent, const std::string& name,
-                                  FileDescriptor& opened);
+std::error_code open_directory_in(const FileHandle& parent, const std::string& name,
+                                  FileHandle& opened);
 
 /// Opens the directory so many `levels` above `directory`, for passing through.
-std::error_code open_above(const FileDescriptor& directory, std::size_t levels,
-                           FileDescriptor& opened);
+std::error_code open_above(const FileHandle& directory, std::size_t levels, FileHandle& opened);
+
+/// `path` absolute and without links; "" when it cannot be told, and then `error` says why.
+std::string real_path(std::string_view path, std::error_code& error);
 
 /// What tells a file from all others that are there at the same time.
 struct FileIdentity {
@@ -107,7 +121,7 @@ struct FileIdentity {
 };
 
 /// Absent when the system does not say.
-std::optional<FileIdentity> identity(const FileDescriptor& file);
+std::optional<FileIdentity> identity(const FileHandle& file);
 
 /// The entries of one directory, in the order in which the file system gives them.
 class Listing {
@@ -119,9 +133,12 @@ class Listing {
     bool is_regular;
   };
 
+  /// Adds an entry; `leads_to_directory` is asked of links.
+  void add(std::string_view name, FileType type, bool leads_to_directory);
+
   /// Reads the listing of `directory` from where it stands to its end, in place of what was
   /// held before. On failure the listing is empty.
-  std::error_code read(const FileDescriptor& directory);
+  std::error_code read(const FileHandle& directory);
 
   std::size_t size() const { return _records.size(); }
   Entry operator[](std::size_t index) const {
@@ -142,8 +159,6 @@ class Listing {
     bool is_link;
     bool is_regular;
   };
-  /// Adds what the system gives as one entry; `type` is its d_type (DT_UNKNOWN and the others).
-  void add(const FileDescriptor& directory, const char* name, unsigned char type);
 
   std::string _names;
   std::vector<Record> _records;

@@ -1,9 +1,8 @@
 #include "utils/path_filter/base/logger.h"
 
-#include <unistd.h>
-
 #include <utility>
 
+#include "utils/path_filter/base/platform.h"
 #include "utils/path_filter/base/quoting.h"
 
 namespace path_filter {
@@ -48,8 +47,7 @@ void Logger::warn(std::string_view format,
     return;
   }
   const std::string line = std::string(name()) + ": warning: " + warning.message() + "\n";
-  // There is nowhere to report that stderr cannot be written.
-  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line.data(), line.size());
+  internal::write_error(line);
 }
 
 namespace internal {

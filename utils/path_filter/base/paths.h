@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "utils/path_filter/base/path_argument.h"
 #include "utils/path_filter/base/platform.h"
 
 namespace path_filter::internal {
@@ -35,6 +37,26 @@ inline std::string_view with_slashes(std::string_view path, std::string& storage
   storage.assign(path);
   std::ranges::replace(storage, '\\', '/');
   return storage;
+}
+
+/// Parts of a path with a "/" between them; empty ones are left out.
+inline std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string path;
+  for (const std::string_view part : parts) {
+    if (!part.empty() && !path.empty() && path.back() != '/') path += '/';
+    path += part;
+  }
+  return path;
+}
+
+/// Where `target` leads from the directory `base`: it may be absolute.
+inline std::string resolved(std::string_view base, std::string_view target) {
+  return path_text(path_of(base) / path_of(target));
+}
+
+/// `path` without "." and, where a name is before them, ".."; a "/" at its end stays.
+inline std::string normalized(std::string_view path) {
+  return path_text(path_of(path).lexically_normal());
 }
 
 /// The components of `path`, one at a time from the front. "/" is the only

@@ -1,17 +1,12 @@
-// What Linux has beyond POSIX and the component makes use of. Each of these is there twice:
-// as Linux does it best, and in what POSIX and the C++ library give on any system
-// (PATH_FILTER_POSIX_ONLY, an option of the build). The answers are the same. Beside
-// file_system.cpp, which is POSIX, nothing else in the component depends on the system.
-//
-// Listing::read, of file_system.h, is the last of them: platform_linux.cpp and
-// platform_posix.cpp define it too.
+// What one operating system has and another has not, and the component makes use of beside its
+// files (file_system.h).
 
 #ifndef UTILS_PATH_FILTER_BASE_PLATFORM_H_
 #define UTILS_PATH_FILTER_BASE_PLATFORM_H_
 
 #include <cstddef>
+#include <string>
 #include <string_view>
-#include <system_error>
 
 #ifdef PATH_FILTER_POSIX_ONLY
 #include <functional>
@@ -25,7 +20,18 @@
 
 namespace path_filter::internal {
 
-class FileDescriptor;
+/// A path of this system with "/" between its components: `path` itself, or a view into `storage`.
+/// On Windows "\" separates them too, and "\\?\" in front counts as not there.
+std::string_view native_path(std::string_view path, std::string& storage);
+
+/// Whether a native path says where it begins: on Windows with a drive or "//", too.
+bool is_absolute(std::string_view path);
+
+/// Whether two components of absolute paths are one: on Windows, letter case aside.
+bool is_same_name(std::string_view one, std::string_view other);
+
+/// Writes to standard error, which may not take it.
+void write_error(std::string_view text);
 
 /// A number that two threads seldom share while both run: that of the processor, or one
 /// that goes with the thread.
@@ -33,18 +39,6 @@ std::size_t running_place();
 
 /// Where `byte` stands last in `text`; null where it does not.
 const char* find_last(std::string_view text, char byte);
-
-/// The flags of open(2) for a directory that is only passed through. Where the system
-/// has such a way to open one, the right to search it is enough; elsewhere (the GNU C
-/// library without Linux's own O_PATH) it must be readable too.
-extern const int PASSING;
-
-/// Opens `path` from the directory `directory` with the flags of open(2); fails with
-/// too_many_symbolic_link_levels on a
-/// symbolic link anywhere in `path`. function_not_supported and operation_not_permitted say that
-/// the system has no one call for this: the caller then goes component by component.
-std::error_code open_without_links(int directory, const char* path, int flags,
-                                   FileDescriptor& opened);
 
 #ifdef PATH_FILTER_POSIX_ONLY
 

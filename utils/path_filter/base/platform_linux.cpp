@@ -1,6 +1,5 @@
 // Linux, with whichever C library.
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/syscall.h>
@@ -11,15 +10,13 @@
 #include <optional>
 
 #include "utils/path_filter/base/blocking.h"
-#include "utils/path_filter/base/file_system.h"
-#include "utils/path_filter/base/platform.h"
+#include "utils/path_filter/base/posix.h"
 
 namespace path_filter::internal {
 
 const int PASSING = O_PATH | O_DIRECTORY;
 
-std::error_code open_without_links(int directory, const char* path, int flags,
-                                   FileDescriptor& opened) {
+std::error_code open_without_links(int directory, const char* path, int flags, FileHandle& opened) {
   open_how how{};
   // With O_PATH the call takes no flag that would mean nothing.
   const int unblocking = (flags & O_PATH) != 0 ? 0 : O_NOCTTY | O_NONBLOCK;
@@ -30,11 +27,11 @@ std::error_code open_without_links(int directory, const char* path, int flags,
     number = ::syscall(SYS_openat2, directory, path, &how, sizeof how);
   } while (number < 0 && (errno == EINTR || errno == EAGAIN));
   if (number < 0) return last_error();
-  opened = FileDescriptor(static_cast<int>(number));
+  opened = FileHandle(static_cast<int>(number));
   return {};
 }
 
-std::error_code Listing::read(const FileDescriptor& directory) {
+std::error_code Listing::read(const FileHandle& directory) {
   std::optional<Blocking> waits;
   // What the kernel writes is the C library's own record, except for 32-bit offsets.
   static_assert(sizeof(dirent::d_ino) == 8 && sizeof(dirent::d_off) == 8);
@@ -45,7 +42,7 @@ std::error_code Listing::read(const FileDescriptor& directory) {
   clear();
   for (std::size_t calls = 0;; ++calls) {
     if (calls % 16 == 0) waits.emplace();  // anew in a large directory, which takes long
-    const long count = ::syscall(SYS_getdents64, directory.number(), buffer.data(), buffer.size());
+    const long count = ::syscall(SYS_getdents64, number(directory), buffer.data(), buffer.size());
     if (count == 0) return {};
     if (count < 0) {
       if (errno == EINTR) continue;
@@ -56,7 +53,7 @@ std::error_code Listing::read(const FileDescriptor& directory) {
     for (long at = 0; at < count;) {
       const auto* entry = reinterpret_cast<const dirent*>(buffer.data() + at);
       at += entry->d_reclen;
-      add(directory, entry->d_name, entry->d_type);
+      add_entry(*this, directory, *entry);
     }
   }
 }

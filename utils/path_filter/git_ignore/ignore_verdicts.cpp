@@ -4,6 +4,7 @@
 #include <utility>
 #include <variant>
 
+#include "utils/path_filter/base/paths.h"
 #include "utils/path_filter/git_ignore/git_glob.h"
 #include "utils/path_filter/git_ignore/ignore_files.h"
 
@@ -19,30 +20,32 @@ std::size_t IgnoreVerdicts::IgnoreFile::bytes_to_skip() const {
 
 // --- The ignore files ----------------------------------------------------------
 
-std::vector<std::filesystem::path> IgnoreVerdicts::_exclude_files() const {
-  std::vector<std::filesystem::path> files;
+std::vector<std::string> IgnoreVerdicts::_exclude_files() const {
+  std::vector<std::string> files;
   const auto git_dir = _git_dir(_root);
   if (!git_dir) return files;
-  files.push_back(_common_dir(*git_dir) / "info" / "exclude");
+  files.push_back(internal::joined({_common_dir(*git_dir), "info/exclude"}));
   if (_excludes_file) {
-    if (auto configured = _excludes_file(_root)) files.push_back(std::move(*configured));
+    if (const auto configured = _excludes_file(internal::path_of(_root))) {
+      files.push_back(internal::path_text(*configured));
+    }
   }
   return files;
 }
 
 const std::vector<IgnoreVerdicts::IgnoreFile>& IgnoreVerdicts::_repository_excludes() {
   if (const auto* loaded = _excludes.load(std::memory_order_acquire)) return loaded->files;
-  const std::filesystem::path own = _root / ".git" / "info" / "exclude";
+  const std::string own = internal::joined({_root, ".git/info/exclude"});
   ExcludeFiles excludes;
   const auto files = _exclude_files();
-  for (const std::filesystem::path& path : files) {
+  for (const std::string& path : files) {
     if (auto rules = _read_ignore_rules(path)) {
       // git names the repository's own file relative to the work tree, and the configured
       // one as it is configured.
       const std::string& source =
           excludes.sources.emplace_back(path == own               ? ".git/info/exclude"
-                                        : &path == &files.front() ? path.lexically_normal().string()
-                                                                  : path.string());
+                                        : &path == &files.front() ? internal::normalized(path)
+                                                                  : path);
       excludes.files.push_back({std::move(*rules), nullptr, nullptr, source});
     }
   }
@@ -74,8 +77,9 @@ const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view re
     const internal::FileContent content = read(path);
     const auto* text = std::get_if<std::string>(&content);
     if (text == nullptr) {
-      warn_unreadable(std::get<std::error_code>(content),
-                      [&] { return (_root / path / IGNORE_FILE_NAME).string(); });
+      warn_unreadable(std::get<std::error_code>(content), [&] {
+        return internal::joined({_root, path, IGNORE_FILE_NAME});
+      });
       return above;
     }
     auto rules = GitIgnoreSpec::from_content(*text);
@@ -87,7 +91,7 @@ const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view re
 }
 
 internal::FileContent IgnoreVerdicts::read_below_root(std::string_view rel_dir) const {
-  return internal::read_file_below(_root.native(), rel_dir, std::string(IGNORE_FILE_NAME),
+  return internal::read_file_below(_root, rel_dir, std::string(IGNORE_FILE_NAME),
                                    MAX_IGNORE_FILE_BYTES, _links);
 }
 

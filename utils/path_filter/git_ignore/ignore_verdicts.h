@@ -30,7 +30,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -52,7 +51,7 @@ class IgnoreVerdicts {
  public:
   /// Reads nothing. `root` and `excludes_file` are referred to and must outlive it; `links` are
   /// those to directories on the way to an ignore file.
-  IgnoreVerdicts(const std::filesystem::path& root, const ExcludesFileLookup& excludes_file,
+  IgnoreVerdicts(const std::string& root, const ExcludesFileLookup& excludes_file,
                  internal::Links links = internal::Links::follow)
       : _root(root), _excludes_file(excludes_file), _links(links) {}
 
@@ -108,7 +107,7 @@ class IgnoreVerdicts {
     bool ignores() const { return file != nullptr && file->rules.ignores(rule); }
   };
 
-  std::vector<std::filesystem::path> _exclude_files() const;
+  std::vector<std::string> _exclude_files() const;
   const IgnoreFile* _ignore_rules(std::string_view rel_dir, const internal::Directory& directory);
   const std::vector<IgnoreFile>& _repository_excludes();
   Match _matches(std::string_view path, const internal::Directory& directory, bool is_directory,
@@ -121,7 +120,7 @@ class IgnoreVerdicts {
 
   static const IgnoreFile NO_RULES;
 
-  const std::filesystem::path& _root;
+  const std::string& _root;
   const ExcludesFileLookup& _excludes_file;
   const internal::Links _links;  // on the way to an ignore file
 

@@ -49,15 +49,22 @@ IndexScope::~IndexScope() = default;
 void IndexScope::refresh() { _state->refresh(); }
 
 std::optional<std::string> IndexScope::relative(PathArgument path) const {
-  internal::PathComponents below(path);
-  internal::PathComponents above(root.native());
+  std::string path_storage;
+  std::string root_storage;
+  const std::string_view absolute = internal::native_path(path, path_storage);
+  internal::PathComponents below(absolute);
+  internal::PathComponents above(internal::native_path(_state->root(), root_storage));
+  bool is_relative_root = true;
   while (const auto component = above.next()) {
-    if (below.next() != component) return std::nullopt;
+    const auto same = below.next();
+    if (!same || !internal::is_same_name(*same, *component)) return std::nullopt;
+    is_relative_root = false;
   }
+  // An absolute path is below no relative root, not even below ".".
+  if (is_relative_root && internal::is_absolute(absolute)) return std::nullopt;
   std::string joined;
   while (const auto component = below.next()) {
-    // An absolute path is below no relative root, not even below ".".
-    if (*component == ".." || component->starts_with('/')) return std::nullopt;
+    if (*component == "..") return std::nullopt;
     if (!joined.empty()) joined += '/';
     joined += *component;
   }
@@ -102,7 +109,7 @@ namespace internal {
 
 ScopeState::ScopeState(const std::filesystem::path& root, const std::optional<IndexLimits>& limits,
                        ExcludesFileLookup excludes_file)
-    : _root(root),
+    : _root(path_text(root)),
       _limits(limits),
       _excludes_file(std::move(excludes_file)),
       _verdicts(std::make_shared<IgnoreVerdicts>(_root, _excludes_file)) {}

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "utils/path_filter/base/directory_table.h"
@@ -22,11 +23,14 @@ namespace path_filter::internal {
 /// entry of the directory: for a file's path, of what precedes its last "/".
 class ScopeState {
  public:
-  /// Both are referred to and must outlive it.
+  /// The limits are referred to and must outlive it.
   ScopeState(const std::filesystem::path& root, const std::optional<IndexLimits>& limits,
              ExcludesFileLookup excludes_file);
 
   void refresh();
+
+  /// The root's path.
+  const std::string& root() const { return _root; }
 
   /// The ignore rules as they are now.
   std::shared_ptr<IgnoreVerdicts> verdicts() const { return _verdicts.take(); }
@@ -54,7 +58,7 @@ class ScopeState {
   std::optional<Exclusion> _directory_rule(const Directory& directory);
   Decision _within_limits(std::string_view language, std::optional<std::int64_t> size) const;
 
-  const std::filesystem::path& _root;
+  const std::string _root;
   const std::optional<IndexLimits>& _limits;
   const ExcludesFileLookup _excludes_file;
 

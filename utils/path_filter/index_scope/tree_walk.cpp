@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "utils/path_filter/base/blocking.h"
 #include "utils/path_filter/base/file_system.h"
 #include "utils/path_filter/base/paths.h"
 #include "utils/path_filter/index_scope/scope_state.h"
@@ -12,7 +11,7 @@
 namespace path_filter {
 
 using internal::Directory;
-using internal::FileDescriptor;
+using internal::FileHandle;
 
 ScopeDirectory::ScopeDirectory(const IndexScope& scope, std::string_view rel_dir)
     : _directory(&scope._state->directories()[rel_dir]) {}
@@ -29,10 +28,7 @@ std::string ScopeDirectory::path() const {
 
 struct DirectoryLister::State {
   State(const IndexScope& scope, WalkErrorHandler on_error, PruneHandler on_pruned)
-      : _root(scope.root),
-        _scope(*scope._state),
-        _on_error(std::move(on_error)),
-        _on_pruned(std::move(on_pruned)) {}
+      : _scope(*scope._state), _on_error(std::move(on_error)), _on_pruned(std::move(on_pruned)) {}
 
   bool list(const Directory& directory, bool judged);
 
@@ -62,12 +58,11 @@ struct DirectoryLister::State {
   void fail(std::error_code error, std::string_view rel_path);
   std::string_view listed_path() const { return std::string_view(_path).substr(0, _path_size); }
 
-  const std::filesystem::path& _root;
   internal::ScopeState& _scope;
   WalkErrorHandler _on_error;
   PruneHandler _on_pruned;
   std::optional<std::string> _top;  // the root's path without links; "" when there is none
-  FileDescriptor _opened;           // the directory listed last
+  FileHandle _opened;               // the directory listed last
   std::vector<Passed> _way;         // to it, itself last, as far as it is known
   const Directory* _directory = nullptr;
   std::string _path;           // its path, with "/" at its end, and then an entry's name
@@ -135,7 +130,7 @@ std::error_code DirectoryLister::State::open(const Directory& directory) {
   if (!_path.empty()) _path += '/';
   _prefix = _path.size();
 
-  const FileDescriptor above = std::exchange(_opened, {});
+  const FileHandle above = std::exchange(_opened, {});
   const std::error_code error =
       above.is_open() ? internal::open_directory_in(above, std::string(directory.name()), _opened)
                       : open_from_root();
@@ -165,8 +160,8 @@ bool DirectoryLister::State::go_back_to(const Directory* directory) {
   const auto steps = static_cast<std::size_t>(on_way - _way.rbegin());
   _way.resize(_way.size() - steps);
   if (steps > 0 && _opened.is_open()) {
-    const FileDescriptor last = std::exchange(_opened, {});
-    FileDescriptor above;
+    const FileHandle last = std::exchange(_opened, {});
+    FileHandle above;
     // The last one may have been moved meanwhile: it then leads up to some other directory.
     const auto& expected = _way.back().identity;
     if (steps * DEEP <= _way.back().depth && expected &&
@@ -181,14 +176,13 @@ bool DirectoryLister::State::go_back_to(const Directory* directory) {
 /// directory is opened by its whole path, in one call that takes no link.
 std::error_code DirectoryLister::State::open_from_root() {
   if (!_top) {
-    const internal::Blocking waits;
     std::error_code unresolved;
-    _top = std::filesystem::canonical(_root, unresolved).native();
+    _top = internal::real_path(_scope.root(), unresolved);
   }
   if (_path_size > 0 && !_top->empty()) {
     return internal::open_directory_below(*_top, listed_path(), _opened, internal::Links::refuse);
   }
-  return internal::open_directory_below(_root.native(), listed_path(), _opened);
+  return internal::open_directory_below(_scope.root(), listed_path(), _opened);
 }
 
 // --- What is in it -------------------------------------------------------------------
@@ -221,7 +215,7 @@ std::optional<Exclusion> DirectoryLister::State::exclusion_of_directory(
 internal::FileContent DirectoryLister::State::read_ignore_file(std::string_view rel_dir) const {
   const std::string name(IGNORE_FILE_NAME);
   if (rel_dir.size() != _path_size) {
-    return internal::read_file_below(_root.native(), rel_dir, name, MAX_IGNORE_FILE_BYTES,
+    return internal::read_file_below(_scope.root(), rel_dir, name, MAX_IGNORE_FILE_BYTES,
                                      internal::Links::refuse);
   }
   if (!_listing.contains(name)) return make_error_code(std::errc::no_such_file_or_directory);
@@ -245,8 +239,9 @@ bool DirectoryLister::State::admits(const Directory& directory, bool is_link) {
 
 void DirectoryLister::State::fail(std::error_code error, std::string_view rel_path) {
   if (!_on_error) return;
-  _on_error(std::filesystem::filesystem_error("cannot list the directory",
-                                              rel_path.empty() ? _root : _root / rel_path, error));
+  _on_error(std::filesystem::filesystem_error(
+      "cannot list the directory", internal::path_of(internal::joined({_scope.root(), rel_path})),
+      error));
 }
 
 DirectoryLister::DirectoryLister(const IndexScope& scope, WalkErrorHandler on_error,

@@ -48,11 +48,14 @@ bool _skips_directory(std::string_view name, std::optional<std::string_view> par
 
 bool should_skip_directory(PathArgument dirname, std::optional<PathArgument> parent_path) {
   if (!parent_path) return _skips_directory(dirname, std::nullopt);
-  return _skips_directory(dirname, internal::last_component(*parent_path));
+  std::string storage;
+  return _skips_directory(dirname,
+                          internal::last_component(internal::native_path(*parent_path, storage)));
 }
 
 bool should_skip_path(PathArgument path) {
-  internal::PathComponents components(path);
+  std::string storage;
+  internal::PathComponents components(internal::native_path(path, storage));
   std::optional<std::string_view> parent;
   while (const auto component = components.next()) {
     if (_skips_directory(*component, parent)) return true;
@@ -61,7 +64,7 @@ bool should_skip_path(PathArgument path) {
   return false;
 }
 
-bool is_indexable_path(PathArgument path) { return !should_skip_path(path); }
+bool is_indexable_path(PathArgument path) { return !should_skip_path(std::string_view(path)); }
 
 void load() { constants(); }
 
