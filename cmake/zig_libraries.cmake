@@ -9,6 +9,7 @@ foreach(header xxhash.h xxh3.h sqlite3.h sqlite3ext.h CLI toml++ nlohmann)
 endforeach()
 include_directories(SYSTEM ${staged})
 add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)  # no file tells where it was built
+add_link_options(-s)
 set(XXHASH_INCLUDE_DIR ${staged})
 set(SQLITE3EXT_INCLUDE_DIR ${staged})
 set(SQLite3_INCLUDE_DIR ${staged})

@@ -48,7 +48,6 @@ def build(platform, jobs):
     target, python311, later = PLATFORMS[platform]
     tree = BUILD / "cross" / target
     options = {
-        "PATH_FILTER_TESTS": "OFF",
         "PATH_FILTER_WHEELS": "ON",
         "PATH_FILTER_PYTHON_3.11": headers(python311),
         "PATH_FILTER_PYTHON_3.13": headers(later),
