@@ -11,12 +11,13 @@ if(WIN32)
   target_link_libraries(Python::Module INTERFACE ${PATH_FILTER_PYTHON_3.11}/../libs/python311.lib)
   target_link_libraries(Python::SABIModule INTERFACE ${PATH_FILTER_PYTHON_3.13}/../libs/python3.lib)
 endif()
-add_compile_options(-include cstdio)  # which nanobind takes for granted, and libc++ does not
 foreach(PATH_FILTER_PYTHON 3.11 3.13)
   set(Python_VERSION ${PATH_FILTER_PYTHON})
   set(Python_INCLUDE_DIRS ${PATH_FILTER_PYTHON_${PATH_FILTER_PYTHON}})
   add_subdirectory(python python-${PATH_FILTER_PYTHON})
 endforeach()
+# nanobind takes it for granted, and libc++ includes it no more than the stable ABI's headers.
+target_compile_options(nanobind-static-abi3 PUBLIC -include cstdio)
 if(APPLE)  # zig's linker reads no list of the symbols that Python has
   set_property(TARGET _core3.11 _core3.13 _native3.11 _native3.13 PROPERTY
     LINK_OPTIONS -undefined dynamic_lookup -Wl,-s)

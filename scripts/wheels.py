@@ -1,5 +1,4 @@
-#!/usr/bin/env python3
-"""Builds the wheels for all systems into build/wheels: scripts/wheels.py [PLATFORM...].
+"""Builds the wheels for all systems into build/wheels: PLATFORM... or all.
 
 One CMake build a platform, with zig (cmake/zig.cmake), makes the modules of both Pythons. The
 metadata is what `pip wheel .` would write. A wheel is the same bytes each time: its entries are
@@ -12,10 +11,12 @@ import hashlib
 import os
 import pathlib
 import subprocess
-import sys
+import tempfile
 import time
 import tomllib
 import zipfile
+
+from scikit_build_core.build import prepare_metadata_for_build_wheel
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build"
@@ -53,7 +54,7 @@ def build(platform, jobs):
         "PATH_FILTER_PYTHON_3.13": headers(later),
     }
     options = [f"-D{key}={value}" for key, value in options.items()]
-    subprocess.run(["cmake", "--preset", "cross", *options], cwd=ROOT, check=True,
+    subprocess.run(["cmake", "--preset", "cross", *options], check=True,
                    env=os.environ | {"TARGET": target})
     modules = [f"{name}{version}" for name in ("_core", "_native") for version, _ in PYTHONS.values()]
     subprocess.run(["cmake", "--build", tree, "-j", str(jobs), "--target", *modules], check=True)
@@ -61,13 +62,11 @@ def build(platform, jobs):
 
 
 def metadata():
-    """Returns the entries of the .dist-info, and its name."""
-    into = BUILD / "wheels-metadata"
-    hook = "import sys, scikit_build_core.build as b; print(b.prepare_metadata_for_build_wheel(sys.argv[1]))"
-    name = subprocess.run([sys.executable, "-c", hook, into], cwd=ROOT, check=True,
-                          stdout=subprocess.PIPE, text=True).stdout.split()[-1]
-    files = [path for path in (into / name).rglob("*") if path.is_file()]
-    return name, {f"{name}/{path.relative_to(into / name)}": path.read_bytes() for path in files}
+    """Returns the name of the .dist-info and its entries."""
+    with tempfile.TemporaryDirectory() as into:
+        name = prepare_metadata_for_build_wheel(into)
+        files = [path for path in pathlib.Path(into).rglob("*") if path.is_file()]
+        return name, {str(path.relative_to(into)): path.read_bytes() for path in files}
 
 
 def module(tree, package, python, platform):
@@ -99,7 +98,7 @@ def pack(tree, python, platform, packages):
     entries[f"{name}/RECORD"] = "".join([*lines, f"{name}/RECORD,,\n"]).encode()
 
     commit = ["git", "log", "-1", "--format=%ct"]
-    epoch = os.environ.get("SOURCE_DATE_EPOCH") or subprocess.check_output(commit, cwd=ROOT)
+    epoch = os.environ.get("SOURCE_DATE_EPOCH") or subprocess.check_output(commit)
     wheel = BUILD / "wheels" / f"{name.removesuffix('.dist-info')}-{python}-{platform}.whl"
     wheel.parent.mkdir(exist_ok=True)
     with zipfile.ZipFile(wheel, "w") as archive:
@@ -117,6 +116,7 @@ def main():
     parser.add_argument("platforms", nargs="*", choices=[*PLATFORMS, []], metavar="PLATFORM")
     parser.add_argument("-j", "--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
+    os.chdir(ROOT)
     project = tomllib.loads((ROOT / "pyproject.toml").read_text("utf-8"))
     for platform in options.platforms or PLATFORMS:
         tree = build(platform, options.jobs)
