@@ -16,8 +16,16 @@ foreach(PATH_FILTER_PYTHON 3.11 3.13)
   set(Python_INCLUDE_DIRS ${PATH_FILTER_PYTHON_${PATH_FILTER_PYTHON}})
   add_subdirectory(python python-${PATH_FILTER_PYTHON})
 endforeach()
-# nanobind takes it for granted, and libc++ includes it no more than the stable ABI's headers.
-target_compile_options(nanobind-static-abi3 PUBLIC -include cstdio)
+# nanobind takes cstdio for granted, which neither libc++ nor Python.h includes with the stable ABI.
+target_compile_options(nanobind-static-abi3 PUBLIC "SHELL:-include Python.h" "SHELL:-include cstdio")
+if(PATH_FILTER_TARGET MATCHES "linux-gnu")
+  # glibc ends a thread by the unwinder of this library. zig's own, inside a module, fails on it
+  # when Python ends and a daemon thread of its comes back from a question.
+  file(GLOB unwinder ${PROJECT_SOURCE_DIR}/build/python/a*64/lib/${CMAKE_SYSTEM_PROCESSOR}-linux-gnu/libgcc_s.so.1)
+  foreach(module _core3.11 _core3.13 _native3.11 _native3.13)
+    target_link_libraries(${module} PRIVATE ${unwinder})
+  endforeach()
+endif()
 if(APPLE)  # zig's linker reads no list of the symbols that Python has
   set_property(TARGET _core3.11 _core3.13 _native3.11 _native3.13 PROPERTY
     LINK_OPTIONS -undefined dynamic_lookup -Wl,-s)

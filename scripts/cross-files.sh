@@ -59,7 +59,7 @@ for kind; do
     sources)
       ls build/debian/utf8proc-*/ >/dev/null 2>&1 || (cd build/debian && apt source utf8proc) ;;
     pythons)
-      unpack amd64 libpython3.11-dev:amd64
+      unpack amd64 libpython3.11-dev:amd64 libgcc-s1:amd64
       unpack arm64 $(for package in libpython3.11-dev $ARM64; do echo "$package:arm64"; done)
       for cpython in 3.13.0-1.5.11:linux-x86_64 3.11.3-1.5.9:macosx-x86_64 \
         3.13.0-1.5.11:macosx-x86_64; do

@@ -14,8 +14,8 @@ for wheel in build/wheels/*.whl; do
   files=$work/files/$name && mkdir -p "$files" && unzip -q "$wheel" -d "$files"
   case $platform in
     *linux*)
-      build/zig/bin/auditwheel show "$wheel" | tr '\n' ' ' | grep -q "\"${platform%.whl}\"" ||
-        fail "auditwheel finds $name to be of another platform"
+      found=$(build/zig/bin/auditwheel show "$wheel" | grep -om1 '"[a-z]*linux_[^"]*"' | tr -d '"')
+      printf '%s\n' "$found" "${platform%.whl}" | sort -CV || fail "$name: auditwheel finds $found"
       echo "$name: glibc $(llvm-readelf-14 --dyn-symbols "$files"/*/*.so | grep -o 'GLIBC_[0-9.]*' |
         sort -uV | tail -n 1)" ;;
     macosx*)
