@@ -9,7 +9,7 @@ RELEASE = build/release/program/path-filter
 
 .PHONY: help run test build libraries install uninstall package packages test-clang test-posix \
   test-tsan test-asan test-package test-python test-report lint share mutants bench \
-  bench-python fuzz fuzz-git clean
+  bench-python fuzz fuzz-git static test-cross check-systems wheels test-wheels clean
 
 run: build  ## list the indexable files of ROOT (.)
 	@$(RELEASE) list "$(ROOT)"
@@ -90,6 +90,32 @@ fuzz-git: needs-build-test  ## compare with git for SECONDS (60)
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS) --target git_differential
 	build/gcc/fuzz/git_differential --seconds $(or $(SECONDS),60)
+
+# For other systems, with zig (cmake/zig.cmake), by their names in it.
+TARGETS = x86_64-linux-musl aarch64-linux-musl
+UNTESTED = x86_64-freebsd aarch64-macos.11.0
+for_each = for target in $(1); do export TARGET=$$target && cmake --preset cross && \
+  cmake --build --preset cross -j $(JOBS)
+
+static: needs-build-cross  ## build the program as one static file in build/cross/*-linux-musl/program
+	scripts/cross-files.sh zig sources
+	$(call for_each,$(TARGETS)) --target path-filter || exit; done
+
+# TARGETS=aarch64-linux-gnu.2.28 make test-cross: of another system, with qemu where need be.
+test-cross: needs-build-test-cross  ## run the tests of the static program, for both processors
+	scripts/cross-files.sh zig sources $(if $(findstring gnu,$(TARGETS)),pythons)
+	$(call for_each,$(TARGETS)) && ctest --preset cross -j $(JOBS) -E completion_test || exit; done
+
+check-systems: needs-build-test-cross  ## compile the libraries for systems that are not to be had
+	scripts/cross-files.sh zig sources
+	$(call for_each,$(UNTESTED)) --target path_filter path_filter_git_config || exit; done
+
+wheels: needs-build-cross  ## make the wheels for all systems in build/wheels
+	scripts/cross-files.sh zig sources pythons
+	PATH="$(CURDIR)/build/zig/bin:$$PATH" build/zig/bin/python scripts/wheels.py -j $(JOBS)
+
+test-wheels: wheels  ## test the wheels that this machine can run
+	scripts/test-wheels.sh
 
 # The trees that are installed and packed: of the optimised one what runs, and the libraries.
 TREES = $(CURDIR)/build/release;path_filter;runtime;/;$(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/

@@ -148,7 +148,7 @@ Judge::Located Judge::locate(std::string_view given) {
                                               is_directory ? _absolute.npos : _absolute.rfind('/'));
   };
   const Root* root = root_of(directory());
-  if (root == nullptr) {
+  if (root == nullptr && !_absolute.empty()) {
     // Links may lead to one: the shell's name of the current directory has such.
     const path_filter::internal::SplitPath spelt(_absolute);
     std::error_code unresolved;

