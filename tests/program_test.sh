@@ -10,6 +10,7 @@ trap 'rm -rf "$ROOT"' EXIT
 unset "${!GIT_@}"; umask 022
 export WINEPREFIX=${WINEPREFIX:-$HOME/.wine}
 export ROOT LC_ALL=C PATH_FILTER_GIT_TIMEOUT=600 GIT_CONFIG_NOSYSTEM=1 HOME=$ROOT/home XDG_CONFIG_HOME=
+[[ $program != *.exe ]] || export LC_ALL=C.UTF-8  # or Wine reads names as ASCII
 
 transcript() {
   if [[ $program == *.exe ]]; then
@@ -25,9 +26,9 @@ fresh_tree() {
   mkdir -p bin fake home/.config/git repo/{.git/info,src,node_modules}
   if [[ $program == *.exe ]]; then  # Wine passes no HOME on, and has a PATH of its own
     cat << END | install /dev/stdin bin/path-filter
-#!/bin/sh
+#!/bin/bash
 [ "\$XDG_CONFIG_HOME" ] || [ ! "\$HOME" ] || export XDG_CONFIG_HOME=\$HOME/.config
-WINEPATH=Z:\$(echo "\$PATH" | sed 's/:/;Z:/g') exec ${emulator[*]} $program "\$@"
+WINEPATH="Z:\${PATH//:/;Z:}" exec ${emulator[*]} $program "\$@"
 END
   elif [ "$emulator" ]; then
     printf '#!/bin/sh\nexec %s %s "$@"\n' "${emulator[*]}" "$program" | install /dev/stdin bin/path-filter
