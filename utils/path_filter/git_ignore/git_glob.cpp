@@ -112,13 +112,12 @@ std::size_t behind_stars(std::string_view pattern, std::size_t p) {
 /// The first place from `t` on where the text has the literal that the pattern has from `p`
 /// on, or NONE.
 template <Case LETTERS>
-std::size_t find_literal_at(std::string_view pattern, std::size_t p, std::string_view text,
-                            std::size_t t) {
+std::size_t find_literal(std::string_view pattern, std::size_t p, std::string_view text,
+                         std::size_t t) {
   std::size_t end = p;
   while (end < pattern.size() && is_byte(pattern[end])) ++end;
   const std::string_view literal = pattern.substr(p, end - p);
-  if (LETTERS == Case::exact) return text.find(literal, t);
-  return find_literal(text, literal, t, LETTERS);
+  return LETTERS == Case::exact ? text.find(literal, t) : find_folded(text, literal, t);
 }
 
 /// Where the pattern goes on behind its component that begins at `p` when that matches
@@ -135,7 +134,7 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
         after_star = p = behind_stars(pattern, p);
         const std::size_t behind = behind_component(pattern, p);
         if (behind != NONE) return behind;
-        star_text = t = find_literal_at<LETTERS>(pattern, p, text, t);
+        star_text = t = find_literal<LETTERS>(pattern, p, text, t);
         if (t == NONE) return NONE;
         continue;
       }
@@ -177,7 +176,7 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
       ++t;
     } else if (after_star != NONE && t < text.size()) {
       p = after_star;
-      star_text = t = find_literal_at<LETTERS>(pattern, p, text, star_text + 1);
+      star_text = t = find_literal<LETTERS>(pattern, p, text, star_text + 1);
       if (t == NONE) return NONE;
     } else {
       return NONE;
@@ -269,9 +268,7 @@ std::string folded(std::string_view text) {
   return made;
 }
 
-std::size_t find_literal(std::string_view text, std::string_view literal, std::size_t from,
-                         Case letters) {
-  if (letters == Case::exact) return text.find(literal, from);
+std::size_t find_folded(std::string_view text, std::string_view literal, std::size_t from) {
   const auto same = [](char byte, char of_literal) { return byte == folded(of_literal); };
   const auto* const begin = text.data() + std::min(from, text.size());
   const auto* const end = text.data() + text.size();
@@ -280,9 +277,13 @@ std::size_t find_literal(std::string_view text, std::string_view literal, std::s
   return is_there ? static_cast<std::size_t>(found - text.data()) : NONE;
 }
 
-bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text, Case letters) {
-  return letters == Case::exact ? matches<Case::exact>(pattern, kind, text)
-                                : matches<Case::folded>(pattern, kind, text);
+bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text) {
+  return matches<Case::exact>(pattern, kind, text);
+}
+
+[[gnu::noinline]] bool glob_matches_folded(std::string_view pattern, GlobKind kind,
+                                           std::string_view text) {
+  return matches<Case::folded>(pattern, kind, text);
 }
 
 [[gnu::noinline]] bool glob_matches_further(std::string_view pattern, std::string_view path,
@@ -310,8 +311,8 @@ GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set, 
       const bool folds = letters == Case::folded;
       const auto add = [&](std::size_t first, std::size_t last, bool is_member) {
         for (std::size_t byte = first; byte <= last; ++byte) {
-          const bool is_capital = byte >= 'A' && byte <= 'Z';
-          set.set(folds && is_capital && !is_member ? byte - 'A' + 'a' : byte);
+          const char small = folded(static_cast<char>(byte));
+          set.set(folds && !is_member ? static_cast<unsigned char>(small) : byte);
         }
       };
       const auto bracket = read_bracket(pattern, at, add);

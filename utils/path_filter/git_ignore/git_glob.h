@@ -29,19 +29,19 @@ constexpr char folded(char byte) {
 }
 std::string folded(std::string_view text);
 
-/// The first place from `from` on where `text`, which is folded in that case, has `literal`, or
+/// The first place from `from` on where `text`, which is folded, has `literal`, which is not, or
 /// npos.
-std::size_t find_literal(std::string_view text, std::string_view literal, std::size_t from,
-                         Case letters);
+std::size_t find_folded(std::string_view text, std::string_view literal, std::size_t from);
 
 /// Whether `pattern`, which is not empty, matches the whole of `text`: a name for a name
 /// pattern, a path with "/" between components for a path pattern, whose leading "/" has
 /// been removed. A broken pattern matches nothing: one with a bracket expression that is
-/// not closed or names an unknown class, or with a backslash at its end. With Case::folded the
-/// text is folded. Takes no memory and at most on the order of pattern times text, whatever the
-/// pattern.
-bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text,
-                  Case letters = Case::exact);
+/// not closed or names an unknown class, or with a backslash at its end. Takes no memory
+/// and at most on the order of pattern times text, whatever the pattern.
+bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text);
+
+/// The same with Case::folded, for a text that is folded.
+bool glob_matches_folded(std::string_view pattern, GlobKind kind, std::string_view text);
 
 /// How far a path pattern has come in a path; made without arguments, nowhere yet.
 struct GlobProgress {

@@ -312,12 +312,13 @@ CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
   std::string_view path = asked;
   const bool is_directory = path.ends_with('/');
   while (path.ends_with('/')) path.remove_suffix(1);
-  std::string folded;
-  if (_case == Case::folded) path = folded = internal::folded(path);
-  const RuleNumber decides =
-      deciding_rule(Question(path, internal::SplitPath(path).name, is_directory), 0);
-  if (decides == 0) return {};
-  return {ignores(decides)};
+  const auto answer = [&](std::string_view text) -> CheckResult {
+    const RuleNumber decides =
+        deciding_rule(Question(text, internal::SplitPath(text).name, is_directory), 0);
+    if (decides == 0) return {};
+    return {ignores(decides)};
+  };
+  return _case == Case::folded ? answer(internal::folded(path)) : answer(path);
 }
 
 /// Kept apart from what most questions ask.
@@ -342,7 +343,8 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     if (question._progress != nullptr && kind == GlobKind::path) {
       return glob_matches_further(glob, path, progress_of(rule, *question._progress), _case);
     }
-    return glob_matches(glob, kind, text, _case);
+    if (_case == Case::folded) return glob_matches_folded(glob, kind, text);
+    return glob_matches(glob, kind, text);
   };
   if (!_index) {
     RuleNumber rule = static_cast<RuleNumber>(_rules.size());
@@ -368,7 +370,9 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
       const auto [begin, size] = _index->parts[at];
       const std::string_view part = std::string_view(_text).substr(begin, size);
       const std::string_view text = is_name ? name : path;
-      if (internal::find_literal(text, part, 0, _case) == std::string_view::npos) continue;
+      const std::size_t found =
+          _case == Case::exact ? text.find(part) : internal::find_folded(text, part, 0);
+      if (found == std::string_view::npos) continue;
     }
     if (matches(rule)) return rule;
   }
