@@ -425,7 +425,9 @@ int main(int count, char** arguments) try {
   const Asker asker;
   fs::create_directory_symlink(".git", asker.top / "plain/link");
   check_row(asker, {"ABC", "i- abc"}, false, IGNORE_CASE);
-  check_row(asker, {"\u00C4/*B\n\\C", "- \u00E4/b", "i \u00C4/b", "- c", "- C"}, true);
+  std::string many = "\u00C4/*B\n\\C\n*Mid*\n";  // enough for an index
+  for (int rule = 0; rule < 9; ++rule) many += "no-such-file-as-this-rule-is-about\n";
+  check_row(asker, {many, "- \u00E4/b", "i \u00C4/b", "- c", "- C", "i xmIDx", "i xMidx"}, true);
   for (const Texts& row : table()) {
     check_row(asker, row);
     if (row[1].starts_with(' ')) check_row(asker, row, true);
