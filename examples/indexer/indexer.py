@@ -82,7 +82,7 @@ class Indexer(events.FileSystemEventHandler):
         """Hears of changes from here on: before the first pass, so that none is missed."""
         # Git has rules outside the tree too; a linked work tree even its info/exclude.
         asked = git(self.root, "rev-parse", "--git-path", "info/exclude", "--git-path", "config")
-        names = [*(asked or "").splitlines(), EXCLUDES_FILE(self.root) or ""]
+        names = [*(asked or "").splitlines(), GIT.excludes_file(self.root) or ""]
         self._rule_files = {os.path.join(self.root, name) for name in names if name}
         heard = [getattr(events, f"{kind}Event") for kind in HEARD]
         self._observer.schedule(self, self.root, recursive=True, event_filter=heard)
