@@ -1,10 +1,10 @@
 // What stands for git where the program's test says what git does: the words of the variable GIT,
 // command by command.
 //
-//   say TEXT    prints it and a NUL      close         closes the output
-//   tell NAME   prints that variable     sleep SECONDS
-//   exit STATUS                          touch FILE
-//   die         as by a crash            local COMMAND, unless "--global" is asked
+//   say VALUE     of core.excludesFile            close           the output
+//   tell NAME...  variables' values as that one    sleep SECONDS
+//   exit STATUS                                   touch FILE
+//   die           as by a crash                   local COMMAND   unless "--global" is asked
 
 #include <algorithm>
 #include <chrono>
@@ -32,11 +32,9 @@ int main(int argc, char** argv) {
       if (is_global) continue;
       words >> what;
     }
-    words >> argument;
-    if (what == "say") std::fwrite(argument.c_str(), 1, argument.size() + 1, stdout);
-    if (what == "tell") std::fputs(value(argument).c_str(), stdout);
-    if (what == "args") {
-      for (int index = 1; index < argc; ++index) std::printf("[%s]", argv[index]);
+    for (std::string word; words >> word;) argument += what == "tell" ? value(word) : word;
+    if (what == "say" || what == "tell") {
+      std::printf("core.excludesfile\n%s%c", argument.c_str(), '\0');
     }
     if (what == "close") std::fclose(stdout);
     if (what == "sleep") std::this_thread::sleep_for(std::chrono::seconds(std::stoi(argument)));

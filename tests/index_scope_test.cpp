@@ -185,6 +185,38 @@ TEST_F(Ignoring, FailuresPassThroughAndLeaveTheCachesWhole) {
   EXPECT_EQ(kind_of(failing.is_indexable("sub/__dunder__/a.py")), "directory");
 }
 
+TEST_F(Ignoring, CaseIsAskedAboutFirstAndAgainAfterRefresh) {
+  std::string asked;
+  int answer = 2;
+  IndexScope folding(tree.root(), {.excludes_file =
+                                       [&](const auto&) {
+                                         asked += 'f';
+                                         return std::optional(tree / "global");
+                                       },
+                                   .ignore_case =
+                                       [&](const auto& root) {
+                                         EXPECT_EQ(root, tree.root());
+                                         asked += 'c';
+                                         if (answer == 2) throw std::runtime_error("lookup failed");
+                                         return answer == 1;
+                                       }});
+  EXPECT_THROW(folding.is_ignored("app.LOG"), std::runtime_error);
+  answer = 1;
+  EXPECT_TRUE(folding.is_ignored("app.LOG"));
+  EXPECT_EQ(asked, "cc");  // an ignore file had decided
+  EXPECT_FALSE(folding.is_ignored("sub/Debug.log"));
+  EXPECT_TRUE(folding.is_ignored("LOCAL/a.py") && folding.is_ignored("A.TMP"));
+  EXPECT_EQ(asked, "ccf");
+  answer = 0;
+  folding.refresh();
+  std::filesystem::remove(tree / ".gitignore");
+  EXPECT_FALSE(folding.is_ignored("A.TMP"));  // nothing but the exclude files has rules
+  EXPECT_EQ(asked, "ccfcf");
+  // The fixed rules know case all the same.
+  const IndexScope always(tree.root(), {.ignore_case = true});
+  EXPECT_TRUE(always.is_ignored("LOCAL/a.py") && always.admits_directory("Node_Modules"));
+}
+
 TEST_F(Ignoring, Explain) {
   const IndexScope limited(tree.root(), {.limits = IndexLimits{5, LanguageSet{"python"}}});
   EXPECT_EQ(limited.explain("a/build/b/build/c.py").directory, "a/build");
