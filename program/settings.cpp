@@ -1,5 +1,7 @@
 #include "program/settings.h"
 
+#include <cfloat>  // for the next one, which forgets it
+// It goes first.
 #include <toml++/toml.h>
 
 #include <algorithm>

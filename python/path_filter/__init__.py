@@ -182,6 +182,7 @@ class IndexScope(_core.Scope):
         limits: IndexLimits | None = None,
         excludes_file: ExcludesFileLookup | None = None,
     ) -> None:
+        """Reads nothing."""
         are_limits = limits is None or type(limits) is IndexLimits
         _expect(are_limits, "limits", "IndexLimits or None", limits)
         super().__init__(root, limits, excludes_file)

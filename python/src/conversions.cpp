@@ -4,6 +4,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "utils/path_filter/base/path_argument.h"
 #include "utils/path_filter/git_ignore/git_ignore.h"
 
 namespace path_filter::python {
@@ -88,7 +89,7 @@ nb::str to_str(std::string_view text) {
   return nb::steal<nb::str>(made);
 }
 
-nb::str from_path(const std::filesystem::path& path) { return to_str(path.native()); }
+nb::str from_path(const std::filesystem::path& path) { return to_str(internal::path_text(path)); }
 
 std::filesystem::path to_path(nb::handle object, const char* argument) {
   const PathBytes path(object.ptr(), argument);
@@ -96,7 +97,7 @@ std::filesystem::path to_path(nb::handle object, const char* argument) {
     PyErr_Format(PyExc_ValueError, "%s: embedded null character", argument);
     nb::raise_python_error();
   }
-  return std::string(path);
+  return internal::path_of(path);
 }
 
 std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {
@@ -116,7 +117,7 @@ std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {
 
 void fail_type(const char* argument, const char* expected, PyObject* object) {
   PyErr_Format(PyExc_TypeError, "%s: expected %s, not %U", argument, expected,
-               nb::object(nb::handle(object).type().attr("__name__")).ptr());
+               nb::steal(PyType_GetName(Py_TYPE(object))).ptr());
   nb::raise_python_error();
 }
 

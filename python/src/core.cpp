@@ -196,13 +196,33 @@ struct Scope {
   }
 };
 
-const IndexScope& scope_of(PyObject* self) {
+const Scope& made_scope(PyObject* self) {
   if (!nb::inst_ready(self)) {
     PyErr_SetString(PyExc_TypeError, "IndexScope.__init__ has not been called");
     nb::raise_python_error();
   }
-  return nb::inst_ptr<Scope>(self)->scope;
+  return *nb::inst_ptr<Scope>(self);
 }
+
+const IndexScope& scope_of(PyObject* self) { return made_scope(self).scope; }
+
+/// The entry of a table of attributes that can be read.
+template <nb::object Scope::*MEMBER>
+constexpr PyGetSetDef attribute(const char* name, const char* documentation) {
+  constexpr auto get = [](PyObject* self, void*) noexcept -> PyObject* {
+    try {
+      return nb::object(made_scope(self).*MEMBER).release().ptr();
+    } catch (...) {
+      return set_current_exception();
+    }
+  };
+  return {name, get, nullptr, documentation, nullptr};
+}
+
+std::array scope_attributes{
+    attribute<&Scope::root>("root", "The repository's root, as it was given."),
+    attribute<&Scope::limits>("limits", "The configuration's limits, or None."),
+};
 
 nb::bool_ to_bool(bool value) { return nb::bool_(value); }
 
@@ -224,7 +244,8 @@ nb::object is_indexable(PyObject* self, const std::array<PyObject*, 2>& argument
 
 /// A copy, unless it is a tuple: the caller's may change while another thread runs.
 nb::tuple copied(PyObject* values, const char* argument) {
-  if (PyUnicode_Check(values) != 0 || !nb::hasattr(nb::handle(values).type(), "__iter__")) {
+  const bool is_one_path = PyUnicode_Check(values) != 0 || PyBytes_Check(values) != 0;
+  if (is_one_path || !nb::hasattr(nb::handle(values).type(), "__iter__")) {
     fail_type(argument, "an iterable", values);
   }
   PyObject* made = PySequence_Tuple(values);
@@ -447,7 +468,7 @@ nb::object should_skip_directory(PyObject*, const std::array<PyObject*, 2>& argu
   const PathBytes name(arguments[0], "dirname");
   if (arguments[1] == Py_None) return to_bool(path_filter::should_skip_directory(name));
   const PathBytes parent(arguments[1], "parent_path");
-  return to_bool(path_filter::should_skip_directory(name, PathArgument(std::string_view(parent))));
+  return to_bool(path_filter::should_skip_directory(name, std::string_view(parent)));
 }
 
 constexpr Signature<1> SHOULD_SKIP_PATH{"should_skip_path", {"path"}};
@@ -628,14 +649,14 @@ NB_MODULE(core, module) {
 
   auto scope = nb::class_<Scope>(module, "Scope", nb::type_slots(Scope::slots()),
                                  nb::is_weak_referenceable());
-  scope
-      .def(nb::init<nb::object, nb::object, nb::object>(), nb::arg("root").none(),
-           nb::arg("limits").none(), nb::arg("excludes_file").none())
-      .def_ro("root", &Scope::root, "The repository's root, as it was given.")
-      .def_ro("limits", &Scope::limits, "The configuration's limits, or None.");
+  scope.def(nb::init<nb::object, nb::object, nb::object>(), nb::arg("root").none(),
+            nb::arg("limits").none(), nb::arg("excludes_file").none());
+  auto* const type = reinterpret_cast<PyTypeObject*>(scope.ptr());
+  for (PyGetSetDef& entry : scope_attributes) {
+    scope.attr(entry.name) = nb::steal(PyDescr_NewGetSet(type, &entry));
+  }
   for (PyMethodDef& method : scope_methods) {
-    scope.attr(method.ml_name) =
-        nb::steal(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(scope.ptr()), &method));
+    scope.attr(method.ml_name) = nb::steal(PyDescr_NewMethod(type, &method));
   }
 }
 

@@ -53,15 +53,21 @@ std::optional<Access> find_access(nb::handle find_sqlite) {
   const auto cancel = reinterpret_cast<Change>(nb::cast<std::uintptr_t>(places[2]));
   const auto entry_point = reinterpret_cast<void (*)()>(static_cast<EntryPoint>(note_opened));
   if (add(entry_point) != SQLITE_OK) return std::nullopt;
+  // Opening lets go of the interpreter's lock: of all threads that are here the last one ends it.
+  static unsigned threads = 0;
+  ++threads;
+  const auto end = [&] {
+    if (--threads == 0) cancel(entry_point);
+  };
   opened = {};
   nb::object connection;
   try {
     connection = type(":memory:");
   } catch (...) {
-    cancel(entry_point);
+    end();
     throw;
   }
-  cancel(entry_point);
+  end();
   std::optional<Access> found;
   const auto size = nb::cast<std::size_t>(type.attr("__basicsize__"));
   for (std::size_t at = sizeof(PyObject); at + sizeof(void*) <= size; at += sizeof(void*)) {

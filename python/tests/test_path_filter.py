@@ -18,6 +18,7 @@ import textwrap
 import threading
 import weakref
 from types import SimpleNamespace
+from unittest import mock
 
 import pytest
 from hypothesis import given
@@ -27,7 +28,6 @@ import path_filter
 from path_filter import Decision, Exclusion, IndexLimits, IndexScope
 
 PACKAGES = pathlib.Path(path_filter.__file__).parents[1]
-NO_NOTES = sys.version_info < (3, 11)
 
 
 @pytest.fixture
@@ -149,6 +149,7 @@ CLOSED.close()
         (lambda: SCOPE.is_indexable("/a\n"), ValueError, r"^'/a\\n' is not relative to the repos"),
         (lambda: SCOPE.is_indexable("\ud800"), UnicodeEncodeError, "surrogates"),
         (lambda: SCOPE.are_indexable("ab"), TypeError, "rel_paths: expected an iterable, not str"),
+        (lambda: SCOPE.are_indexable(b"ab"), TypeError, "rel_paths: expected an iterable, not byt"),
         (lambda: SCOPE.are_indexable(["a", 1]), TypeError, "rel_paths: "),
         (lambda: SCOPE.are_indexable(["a"], sizes=[]), ValueError, "sizes: "),
         (lambda: SCOPE.are_indexable(["a", "\\x"]), ValueError, r"^rel_paths\[1\]: '\\\\x' is not"),
@@ -168,6 +169,7 @@ CLOSED.close()
         (lambda: IndexScope("a", limits=10), TypeError, "limits: expected IndexLimits or None"),
         (lambda: IndexScope("a", excludes_file="a"), TypeError, "excludes_file: expected a call"),
         (lambda: IndexScope.__new__(IndexScope).is_ignored("a"), TypeError, "__init__"),
+        (lambda: repr(IndexScope.__new__(IndexScope)), TypeError, "__init__ has not been called"),
         (lambda: path_filter.is_test_path(1.5), TypeError, "path: .* not float"),
         (lambda: path_filter.should_skip_directory(None), TypeError, "dirname: "),
         (lambda: path_filter.should_skip_directory("a", 1), TypeError, "parent_path: "),
@@ -201,6 +203,12 @@ def test_every_name_is_text_both_ways(name):
     assert SCOPE.relative(f"/nowhere/a/{text}x") in (None, os.path.relpath(f"/a/{text}x", "/"))
 
 
+def test_a_name_is_what_the_system_encodes():
+    code = "import path_filter; path_filter.is_test_path('\\xe9')"
+    with pytest.raises(AssertionError, match="UnicodeEncodeError: 'ascii' codec"):
+        run(code, PYTHONUTF8="0", PYTHONCOERCECLOCALE="0", LC_ALL="C")
+
+
 def test_a_walk_gives_names_as_the_system_does(tmp_path):
     for name in (b"a.py", "\u00e9.py".encode(), b"\xff.py", b"new\nline.py"):
         open(os.path.join(os.fsencode(tmp_path), name), "w").close()
@@ -211,7 +219,7 @@ def test_a_walk_gives_names_as_the_system_does(tmp_path):
     assert batch == [None, scope.is_indexable(names[0])]
     with pytest.raises(UnicodeEncodeError) as caught:
         scope.are_indexable(["a.py", "\ud800"])
-    assert NO_NOTES or caught.value.__notes__ == ["rel_paths[1]"]
+    assert caught.value.__notes__ == ["rel_paths[1]"]
     assert not scope.is_indexable("nul\0.zz") and scope.is_indexable("nul\0.py")
 
 
@@ -296,7 +304,7 @@ def test_a_git_file_that_is_not_text(tmp_path):
             ask()
         error = caught.value
         assert (error.object, error.start, error.end) == (b"gitdir: \xc3(", 8, 9)
-        assert NO_NOTES or str(tmp_path / ".git") in error.__notes__[0]
+        assert str(tmp_path / ".git") in error.__notes__[0]
 
 
 def test_warnings_are_records_of_logging(tmp_path, caplog, capfd):
@@ -344,6 +352,7 @@ def test_test_code_in_sql(caplog):
     connection.execute("CREATE INDEX i ON files(brelo_is_test_path(path))")  # it is deterministic
     with pytest.raises(sqlite3.OperationalError, match="the argument is a number, not a path"):
         connection.execute("SELECT brelo_is_test_path(3)").fetchall()
+    path_filter.register_path_functions(mock.Mock(spec=sqlite3.Connection))  # has no SQLite
     # Where SQLite cannot be reached.
     connection.create_function("other", 1, path_filter._core._sql_is_test_path)
     query = "SELECT id FROM files WHERE id < 6 AND other(path)"
@@ -356,6 +365,23 @@ def test_test_code_in_sql(caplog):
     finally:
         sys.unraisablehook = hook
     assert isinstance(unraised[0].exc_value, TypeError)
+
+
+def test_threads_register_at_once():
+    code = """
+        import sqlite3, threading, path_filter
+        reached = []
+        def register():
+            connection = sqlite3.connect(":memory:")
+            together.wait()
+            reached.append(path_filter._core.register_with_sqlite(connection, path_filter._find_sqlite))
+        together = threading.Barrier(8)
+        threads = [threading.Thread(target=register) for _ in range(8)]
+        for thread in threads: thread.start()
+        for thread in threads: thread.join()
+        print(sum(reached))
+        """
+    assert run(code) == "8"
 
 
 def test_production_paths():
