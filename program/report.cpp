@@ -46,7 +46,7 @@ std::string escaped(std::string_view plain, const std::map<char, std::string_vie
 std::string nonce() {
   std::array<char, 33> digits{};
   std::snprintf(digits.data(), digits.size(), "%016jx%016jx", std::uintmax_t{random_seed()},
-                std::uintmax_t{internal::random_seed()});
+                std::uintmax_t{random_seed()});
   return digits.data();
 }
 
