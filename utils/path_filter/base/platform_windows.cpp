@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "utils/path_filter/base/blocking.h"
@@ -465,6 +466,11 @@ bool is_same_name(std::string_view one, std::string_view other) {
   const std::wstring second = wide(other);
   return ::CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
                                 static_cast<int>(second.size()), TRUE) == CSTR_EQUAL;
+}
+
+std::uint64_t random_seed() {
+  std::random_device random;
+  return std::uniform_int_distribution<std::uint64_t>()(random);
 }
 
 void write_error(std::string_view text) {
