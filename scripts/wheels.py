@@ -31,7 +31,7 @@ PLATFORMS = {
     "musllinux_1_2_aarch64": ("aarch64-linux-musl", "arm64", "3.13.0-linux-x86_64"),
     "macosx_11_0_arm64": ("aarch64-macos.11.0", "3.11.3-macosx-x86_64", "3.13.0-macosx-x86_64"),
     "macosx_11_0_x86_64": ("x86_64-macos.11.0", "3.11.3-macosx-x86_64", "3.13.0-macosx-x86_64"),
-    # "win_amd64": ("x86_64-windows-gnu", "3.11.3-windows-x86_64", "3.13.0-windows-x86_64"),
+    "win_amd64": ("x86_64-windows-gnu", "3.11.3-windows-x86_64", "3.13.0-windows-x86_64"),
 }
 # The Python of a wheel: the version of its headers, what the names of modules end in.
 PYTHONS = {"cp311-cp311": ("3.11", ""), "cp312-abi3": ("3.13", ".abi3")}

@@ -13,17 +13,16 @@
 #include <exception>
 #include <mutex>
 
+#include "utils/path_filter/base/export.h"
 #include "utils/path_filter/test_code/test_code_sql.h"
 
 SQLITE_EXTENSION_INIT1
 
-#define ENTRY_POINT __attribute__((visibility("default")))
-
 extern "C" {
 
 // SQLite derives this name from that of the file.
-ENTRY_POINT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_message,
-                                              const sqlite3_api_routines* api) {
+PATH_FILTER_ENTRY_POINT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_message,
+                                                          const sqlite3_api_routines* api) {
   // SQLite holds a lock of the connection here and none of the process, and hands the same
   // table to each of its connections: it is stored once, so that no store meets a thread's use.
   static std::once_flag stored;
@@ -45,8 +44,8 @@ ENTRY_POINT int sqlite3_pathfiltersqlite_init(sqlite3* connection, char** error_
 }
 
 // SQLite tries this name first, so the file may be renamed.
-ENTRY_POINT int sqlite3_extension_init(sqlite3* connection, char** error_message,
-                                       const sqlite3_api_routines* api) {
+PATH_FILTER_ENTRY_POINT int sqlite3_extension_init(sqlite3* connection, char** error_message,
+                                                   const sqlite3_api_routines* api) {
   return sqlite3_pathfiltersqlite_init(connection, error_message, api);
 }
 

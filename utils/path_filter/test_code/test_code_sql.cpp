@@ -30,9 +30,10 @@ using Memo = internal::AnswerMemo<internal::SQL_PATH_CACHE_SIZE>;
 /// the process ends.
 Memo& memo() {
   static Memo& the_memo = *new Memo;
-  // A child that is forked while another thread is in the memo must find it free.
-  static const int forks [[maybe_unused]] = ::pthread_atfork(
-      [] { the_memo.lock(); }, [] { the_memo.unlock(); }, [] { the_memo.unlock(); });
+  // A child that is forked while another thread is in the memo must find it free. A macro where no
+  // process forks.
+  static const int forks [[maybe_unused]] =
+      pthread_atfork([] { the_memo.lock(); }, [] { the_memo.unlock(); }, [] { the_memo.unlock(); });
   return the_memo;
 }
 
