@@ -4,7 +4,7 @@
 # $ROOT, which reads ROOT in the session. Below a command is what it prints, errors too, and its
 # [status] unless 0. "# Not on Windows: why" is for the command below it.
 
-program=$(realpath "${@: -1}") emulator=("${@:1:$# - 1}") system_path=$PATH
+program=$(realpath "${@: -1}") fake_git=$(realpath "$FAKE_GIT") emulator=("${@:1:$# - 1}") system_path=$PATH
 ROOT=$(mktemp -d -p /dev/shm 2> /dev/null || mktemp -d) || exit
 trap 'rm -rf "$ROOT"' EXIT
 unset "${!GIT_@}"; umask 022
@@ -35,7 +35,7 @@ END
   else
     cp "$program" bin
   fi
-  cp "$FAKE_GIT" "fake/git${FAKE_GIT##*fake_git}"
+  cp "$fake_git" "fake/git${fake_git##*fake_git}"
   echo data.json > home/.config/git/ignore
   cd repo && PATH=$ROOT/bin:$system_path
   printf '*.md\n!/keep.md\n/gen\n*\e*.c\n' > .gitignore
