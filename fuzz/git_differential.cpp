@@ -3,14 +3,18 @@
 // purpose, then all short patterns, then random work trees over small alphabets, with all
 // that the format has; half of the trees with core.ignorecase.
 //
-//   git_differential [--questions N] [--seconds N] [--seed S]
+//   git_differential [--questions N] [--seconds N] [--seed S] [--record FILE]
+//   git_differential --replay FILE
 //
-// Without a bound it goes on until it is stopped. Ends with status 1 at a disagreement.
+// Without a bound it goes on until it is stopped. Ends with status 1 at a disagreement. A record
+// has the patterns and trees with git's answers, as far as their names are Windows' too, for a
+// system without git.
 
 #include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <random>
 #include <regex>
 #include <set>
@@ -73,6 +77,139 @@ std::string letter(const std::string& answer) {
   return answer.empty() ? "-" : answer.starts_with('!') ? "n" : "i";
 }
 
+/// What the scope says of a path, which ends in "/" when it is a directory's.
+std::string our_answer(const IndexScope& scope, const std::string& path) {
+  std::string answer;
+  if (const auto rule = scope.deciding_ignore_rule(path)) {
+    answer = as_documented(rule->pattern) + "|" + std::to_string(rule->line) + "|" + rule->source;
+  }
+  const bool included = path.back() == '/' ? scope.admits_directory(path.substr(0, path.size() - 1))
+                                           : !scope.is_ignored(path);
+  if (included == (letter(answer) == "i") && !path_filter::should_skip_path(path)) {
+    answer += ", but the scope's verdict is another";
+  }
+  return answer;
+}
+
+/// Removes all from a work tree but what is git's.
+void empty(const fs::path& tree) {
+  for (const auto& entry : fs::directory_iterator(tree)) {
+    if (entry.path().filename() != ".git" && !entry.is_symlink()) fs::remove_all(entry);
+  }
+}
+
+// --- Cases and git's answers in a file -----------------------------------------------
+
+void write_text(std::ostream& file, const std::string& text) {
+  file << text.size() << '\n' << text;
+}
+
+std::string read_text(std::istream& file) {
+  std::size_t size = 0;
+  file >> size;
+  file.get();
+  std::string text(size, '\0');
+  if (!file.read(text.data(), static_cast<std::streamsize>(size)))
+    throw std::runtime_error("the record ends too early");
+  return text;
+}
+
+/// `text` without the top's own path.
+std::string anywhere(std::string text, const TempTree& top) {
+  const std::string own = path_filter::internal::path_text(top.root());
+  if (const auto at = text.find(own); at != text.npos) text.replace(at, own.size(), "$");
+  return text;
+}
+
+/// The paths that Windows can have beside each other.
+class WindowsNames {
+ public:
+  bool take(const std::string& path) {
+    for (std::size_t end = 0; end < path.size();) {
+      const std::size_t begin = end == 0 ? 0 : end + 1;
+      end = std::min(path.find('/', begin), path.size());
+      const std::string name = path.substr(begin, end - begin);
+      const bool fits =
+          !path_filter::internal::find_invalid_utf8(name) && !name.ends_with(' ') &&
+          name.find_first_of("<>:\"\\|?*\x7F") == name.npos &&
+          std::ranges::none_of(name, [](char byte) { return byte >= 0 && byte < ' '; });
+      std::string folded = path.substr(0, end);
+      for (char& byte : folded) byte = byte >= 'A' && byte <= 'Z' ? byte ^ ' ' : byte;
+      if (!fits || (name.ends_with('.') && name != ".") ||
+          _spelt.emplace(folded, path.substr(0, end)).first->second != path.substr(0, end)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  std::map<std::string, std::string> _spelt;
+};
+
+struct Record {
+  std::ofstream file;
+
+  void add(const Case& asked, const std::vector<Answer>& answers, const TempTree& top) {
+    WindowsNames names;
+    std::vector<std::size_t> kept;
+    for (std::size_t at = 0; at < answers.size(); ++at) {
+      if (names.take(asked.tree + '/' + asked.questions[at])) kept.push_back(at);
+    }
+    std::vector<std::pair<std::string, std::string>> files;
+    for (const auto& [path, lines] : asked.files) {
+      if (!names.take(path)) continue;
+      std::string& content = files.emplace_back(path, "").second;
+      for (const Line& line : lines) content += line.component;
+    }
+    for (const std::string& text : {asked.tree, std::string(asked.ignore_case ? "i" : ""),
+                                    std::to_string(files.size()), std::to_string(kept.size())}) {
+      write_text(file, text);
+    }
+    for (const auto& [path, content] : files) write_text(file, path), write_text(file, content);
+    for (const std::size_t at : kept) {
+      write_text(file, asked.questions[at]);
+      write_text(file, anywhere(answers[at].git, top));
+    }
+  }
+};
+
+/// Asks a scope what is recorded, with git directories as git makes them.
+void replay(std::istream& file) {
+  const TempTree top;
+  top.make_directory("plain/.git");
+  top.write("linked/.git", "gitdir: ../plain/.git/worktrees/linked\n");
+  top.write("plain/.git/worktrees/linked/commondir", "../..\n");
+  top.write("pointer/.git", "gitdir: ../modules/pointer\n");
+  top.make_directory("modules/pointer");
+  std::size_t questions = 0;
+  while (file.peek() != EOF) {
+    const std::string tree = read_text(file);
+    const bool ignore_case = !read_text(file).empty();
+    std::size_t files = std::stoull(read_text(file));
+    std::size_t left = std::stoull(read_text(file));
+    questions += left;
+    empty(top / tree);
+    for (; files > 0; --files) {
+      const std::string path = read_text(file);
+      top.write(path_filter::internal::path_of(path), read_text(file));
+    }
+    const auto excludes_file = [&](const fs::path&) { return top / "excludes"; };
+    const IndexScope scope(top / tree,
+                           {.excludes_file = excludes_file, .ignore_case = ignore_case});
+    for (; left > 0; --left) {
+      const std::string question = read_text(file);
+      const std::string git = read_text(file);
+      const std::string ours = anywhere(our_answer(scope, question), top);
+      if (git != ours) {
+        throw std::runtime_error("about " + printed(question) + "\ngit: " + git +
+                                 "\nours: " + ours);
+      }
+    }
+  }
+  std::cout << questions << " recorded questions, no disagreement\n";
+}
+
 struct Asker {
   Asker() {
     top.write(".gitconfig", "[user]\nname=n\nemail=e\n[core]\nexcludesFile=~/excludes\n");
@@ -93,9 +230,7 @@ struct Asker {
   }
 
   std::vector<Answer> ask(const Case& asked, const std::string& git_options = "") const {
-    for (const auto& entry : fs::directory_iterator(top / asked.tree)) {
-      if (entry.path().filename() != ".git" && !entry.is_symlink()) fs::remove_all(entry);
-    }
+    empty(top / asked.tree);
     std::string questions;
     for (const std::string& question : asked.questions) {
       fs::create_directories((top / asked.tree / question).parent_path());
@@ -117,24 +252,15 @@ struct Asker {
       std::string source, line, pattern, same_path;
       for (auto* field : {&source, &line, &pattern, &same_path}) std::getline(file, *field, '\0');
       if (!file) throw std::runtime_error("git gave too few answers");
-      const auto rule = scope.deciding_ignore_rule(path);
       Answer& answer = answers.emplace_back();
       if (!source.empty()) answer.git = pattern + "|" + line + "|" + source;
-      if (rule) {
-        const std::string documented = as_documented(rule->pattern);
-        answer.ours = documented + "|" + std::to_string(rule->line) + "|" + rule->source;
-      }
-      const bool included = path.back() == '/'
-                                ? scope.admits_directory(path.substr(0, path.size() - 1))
-                                : !scope.is_ignored(path);
-      if (included == (letter(answer.ours) == "i") && !path_filter::should_skip_path(path)) {
-        answer.ours += ", but the scope's verdict is another";
-      }
+      answer.ours = our_answer(scope, path);
     }
     return answers;
   }
 
   const TempTree top;
+  std::unique_ptr<Record> record;
 
   void write(const Case& asked, std::string Line::*side) const {
     for (const auto& [file, lines] : asked.files) {
@@ -345,6 +471,7 @@ class Generator {
 std::map<std::string, std::size_t> check(const Asker& asker, const Case& asked) {
   std::map<std::string, std::size_t> verdicts;
   const auto answers = asker.ask(asked);
+  if (asker.record) asker.record->add(asked, answers, asker.top);
   for (std::size_t at = 0; at < answers.size(); ++at) {
     ++verdicts[letter(answers[at].ours)];
     if (answers[at].agree()) continue;
@@ -412,17 +539,31 @@ void check_short_patterns(const Asker& asker) {
 int main(int count, char** arguments) try {
   std::map<std::string, std::uint64_t> options{
       {"--questions", UINT64_MAX}, {"--seconds", 1'000'000}, {"--seed", std::random_device{}()}};
+  std::unique_ptr<Record> record;
+  path_filter::logger->set_sink([](const path_filter::Warning&) {});
   for (int at = 1; at < count; at += 2) {
+    const std::string_view option = arguments[at];
+    if (at + 1 < count && option == "--replay") {
+      std::ifstream file(arguments[at + 1], std::ios::binary);
+      if (!file) throw std::runtime_error("cannot read the record");
+      replay(file);
+      return 0;
+    }
+    if (at + 1 < count && option == "--record") {
+      record = std::make_unique<Record>(std::ofstream(arguments[at + 1], std::ios::binary));
+      continue;
+    }
     if (!options.contains(arguments[at]) || at + 1 == count) {
-      std::cerr << "usage: git_differential [--questions N] [--seconds N] [--seed S]\n";
+      std::cerr << "usage: git_differential [--questions N] [--seconds N] [--seed S]"
+                   " [--record FILE]\n       git_differential --replay FILE\n";
       return 2;
     }
     options[arguments[at]] = std::stoull(arguments[at + 1]);
   }
   using Clock = std::chrono::steady_clock;
   const auto end = Clock::now() + std::chrono::seconds(options["--seconds"]);
-  path_filter::logger->set_sink([](const path_filter::Warning&) {});
-  const Asker asker;
+  Asker asker;
+  asker.record = std::move(record);
   fs::create_directory_symlink(".git", asker.top / "plain/link");
   check_row(asker, {"ABC", "i- abc"}, false, IGNORE_CASE);
   std::string many = "\u00C4/*B\n\\C\n*Mid*\n";  // enough for an index

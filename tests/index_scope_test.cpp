@@ -270,7 +270,7 @@ TEST(IndexScope, OddIgnoreFiles) {
     EXPECT_FALSE(scope.is_ignored(path)) << path;
   }
   std::string expected;
-  const std::string loop = std::generic_category().message(ELOOP);
+  const std::string loop = "Too many levels of symbolic links";
   for (const std::string& problem :
        {"dir/.gitignore: Is a directory\n"s, "fifo/.gitignore: Not a regular file\n"s,
         "link/.gitignore: " + loop + "\n"}) {
