@@ -9,6 +9,13 @@
 
 namespace path_filter::python {
 
+namespace {
+
+// Elsewhere the component's paths are WTF-8, whatever Python has been told to use there.
+constexpr bool NAMES_ARE_BYTES = std::filesystem::path::preferred_separator == '/';
+
+}  // namespace
+
 std::string_view view_of_bytes(PyObject* bytes) {
   return {PyBytes_AsString(bytes), static_cast<std::size_t>(PyBytes_Size(bytes))};
 }
@@ -37,7 +44,9 @@ void PathBytes::encode(PyObject* object, const char* argument) {
     }
   }
   if (PyUnicode_Check(_owner.ptr()) != 0) {
-    _owner = nb::steal(PyUnicode_EncodeFSDefault(_owner.ptr()));
+    _owner = nb::steal(NAMES_ARE_BYTES
+                           ? PyUnicode_EncodeFSDefault(_owner.ptr())
+                           : PyUnicode_AsEncodedString(_owner.ptr(), "utf-8", "surrogatepass"));
     if (!_owner.is_valid()) nb::raise_python_error();
   }
   _view = view_of_bytes(_owner.ptr());
@@ -83,8 +92,13 @@ nb::str from_utf8(std::string_view text) {
 }
 
 nb::str to_str(std::string_view text) {
-  PyObject* made =
-      PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
+  const auto size = static_cast<Py_ssize_t>(text.size());
+  PyObject* made = NAMES_ARE_BYTES ? PyUnicode_DecodeFSDefaultAndSize(text.data(), size)
+                                   : PyUnicode_DecodeUTF8(text.data(), size, "surrogatepass");
+  if (made == nullptr && !NAMES_ARE_BYTES) {  // of an ignore file: no name has such bytes
+    PyErr_Clear();
+    made = PyUnicode_DecodeUTF8(text.data(), size, "replace");
+  }
   if (made == nullptr) nb::raise_python_error();
   return nb::steal<nb::str>(made);
 }

@@ -20,8 +20,8 @@ namespace path_filter::python {
 namespace nb = nanobind;
 
 /// The bytes of a text or of an os.PathLike, as os.fsencode gives them: a name that is not
-/// valid text keeps its bytes. A path of Windows has its parts between "/". A view of `object`
-/// where that is possible.
+/// valid text keeps its bytes, or on Windows its surrogates. A path of Windows has its parts
+/// between "/". A view of `object` where that is possible.
 class PathBytes {
  public:
   /// Throws what `object.__fspath__` raises, UnicodeEncodeError for what no file can be named,
