@@ -111,9 +111,10 @@ check-systems: needs-build-test-cross  ## compile the libraries for systems that
 	scripts/cross-files.sh zig sources
 	$(call for_each,$(UNTESTED)) --target path_filter path_filter_git_config || exit; done
 
+# WHEELS="win_amd64 macosx_11_0_arm64" make wheels: some of them.
 wheels: needs-build-cross  ## make the wheels for all systems in build/wheels
 	scripts/cross-files.sh zig sources pythons
-	PATH="$(CURDIR)/build/zig/bin:$$PATH" build/zig/bin/python scripts/wheels.py -j $(JOBS)
+	PATH="$(CURDIR)/build/zig/bin:$$PATH" build/zig/bin/python scripts/wheels.py -j $(JOBS) $(WHEELS)
 
 test-wheels: wheels  ## test the wheels that this machine can run
 	scripts/test-wheels.sh
