@@ -42,7 +42,7 @@ check() {
   } >"$work/python3.s"
   zig_cc -shared -o "$environment/python3.dll" "$work/python3.s"
   build/zig/bin/pip download --quiet --platform win_amd64 --only-binary=:all: --python-version "$2" \
-    --dest "$work/packages-$2" "$3[test]" colorama
+    --dest "$work/packages-$2" "$3[test]" colorama 'mypy<2'  # a later one needs what Wine 8 lacks
   wine_python -m pip install --quiet --no-warn-script-location --no-index --find-links "Z:$work/packages-$2" "Z:$3[test]"
   wine_python -c "
 import importlib.metadata, sys, path_filter
