@@ -40,7 +40,7 @@ check() {
     llvm-nm-14 "$environment/libs/python3.lib" 2>/dev/null |
       sed -n "s/.* __imp_\(.*\)/.ascii \" -export:\1=python${2//./}.\1\"/p" | sort -u
   } >"$work/python3.s"
-  zig_cc -shared -o "$environment/python3.dll" "$work/python3.s"
+  zig_cc -s -shared -o "$environment/python3.dll" "$work/python3.s"
   build/zig/bin/pip download --quiet --platform win_amd64 --only-binary=:all: --python-version "$2" \
     --dest "$work/packages-$2" "$3[test]" colorama 'mypy<2'  # a later one needs what Wine 8 lacks
   wine_python -m pip install --quiet --no-warn-script-location --no-index --find-links "Z:$work/packages-$2" "Z:$3[test]"

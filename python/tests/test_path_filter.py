@@ -485,7 +485,8 @@ def host(tmp_path):
     """A host's package `utils` with a registry of its own."""
     (tmp_path / "utils").mkdir()
     (tmp_path / "utils" / "__init__.py").touch()
-    shutil.copytree(PACKAGES / "path_filter", tmp_path / "utils" / "path_filter")
+    to = tmp_path / "utils" / "path_filter"
+    shutil.copytree(PACKAGES / "path_filter", to, copy_function=shutil.copyfile)  # Wine lacks CopyFile2
     registry = tmp_path / "utils" / "language_registry.py"
     registry.write_text(
         textwrap.dedent("""
