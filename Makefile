@@ -9,7 +9,8 @@ RELEASE = build/release/program/path-filter
 
 .PHONY: help run test build libraries install uninstall package packages test-clang test-posix \
   test-tsan test-asan test-package test-python test-report lint share mutants bench \
-  bench-python fuzz fuzz-git static test-cross check-systems wheels test-wheels clean
+  bench-python fuzz fuzz-git static test-cross check-systems wheels test-wheels test-windows \
+  dist clean
 
 run: build  ## list the indexable files of ROOT (.)
 	@$(RELEASE) list "$(ROOT)"
@@ -116,6 +117,26 @@ wheels: needs-build-cross  ## make the wheels for all systems in build/wheels
 
 test-wheels: wheels  ## test the wheels that this machine can run
 	scripts/test-wheels.sh
+
+# Under Wine. QUESTIONS=1000000 make test-windows: how much of what git says of random trees is
+# held against the build for Windows; fewer than half have names that Windows can have.
+test-windows: export WINEPREFIX ?= $(CURDIR)/build/wine
+test-windows: export WINEDEBUG = -all
+test-windows: needs-build-test-cross-wine  ## test the program and the package for Windows
+	scripts/cross-files.sh zig sources pythons
+	cmake --preset gcc
+	cmake --build --preset gcc -j $(JOBS) --target git_differential
+	mkdir -p build/cross/x86_64-windows-gnu $(WINEPREFIX)
+	build/gcc/fuzz/git_differential --seed 1 --questions $(or $(QUESTIONS),50000) \
+	  --record build/cross/x86_64-windows-gnu/git_answers
+	$(call for_each,x86_64-windows-gnu) && ctest --preset cross -j $(JOBS) -E completion_test || exit; done
+	PATH="$(CURDIR)/build/zig/bin:$$PATH" build/zig/bin/python scripts/wheels.py -j $(JOBS) win_amd64
+	scripts/test-windows-python.sh
+
+dist: wheels package static needs-dist  ## make all that a release has in build/dist
+	export TARGET=x86_64-windows-gnu && cmake --preset cross -DPATH_FILTER_EXTENSION=ON && \
+	  cmake --build --preset cross -j $(JOBS) --target path-filter path_filter_sqlite
+	scripts/dist.sh
 
 # The trees that are installed and packed: of the optimised one what runs, and the libraries.
 TREES = $(CURDIR)/build/release;path_filter;runtime;/;$(CURDIR)/build/static;path_filter;ALL;/;$(CURDIR)/build/shared;path_filter;ALL;/

@@ -23,6 +23,9 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT CMAKE_SYSTEM_PROCESSOR STREQUAL CM
     list(APPEND CMAKE_CROSSCOMPILING_EMULATOR -L ${root}/build/python/arm64)
   endif()
 endif()
+if(CMAKE_SYSTEM_NAME STREQUAL "Windows")
+  set(CMAKE_CROSSCOMPILING_EMULATOR /usr/lib/wine/wine64)
+endif()
 foreach(tool ar ranlib rc)  # CMake wants each as one file
   string(TOUPPER CMAKE_${tool} variable)
   set(${variable} ${root}/build/zig/bin/zig-${tool})

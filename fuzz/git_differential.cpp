@@ -1,16 +1,20 @@
 // Asks git and an IndexScope the same: which rule, of which ignore file, decides about a
 // file or directory. First a table of corner stones and of the differences that are on
 // purpose, then all short patterns, then random work trees over small alphabets, with all
-// that the format has.
+// that the format has; half of the trees with core.ignorecase.
 //
-//   git_differential [--questions N] [--seconds N] [--seed S]
+//   git_differential [--questions N] [--seconds N] [--seed S] [--record FILE]
+//   git_differential --replay FILE
 //
-// Without a bound it goes on until it is stopped. Ends with status 1 at a disagreement.
+// Without a bound it goes on until it is stopped. Ends with status 1 at a disagreement. A record
+// has the patterns and trees with git's answers, as far as their names are Windows' too, for a
+// system without git.
 
 #include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <random>
 #include <regex>
 #include <set>
@@ -51,7 +55,10 @@ struct Case {
   std::string tree;
   std::map<std::string, std::vector<Line>> files;  // by path, relative to the top
   Texts questions;  // relative to the tree; a directory's ends in "/"
+  bool ignore_case = false;
 };
+
+constexpr auto* IGNORE_CASE = "-c core.ignorecase=true";
 
 struct Answer {
   bool agree() const { return git == ours; }
@@ -68,6 +75,139 @@ std::string as_documented(const std::string& line) {
 /// "i": ignored, "n": included again, "-": no rule.
 std::string letter(const std::string& answer) {
   return answer.empty() ? "-" : answer.starts_with('!') ? "n" : "i";
+}
+
+/// What the scope says of a path, which ends in "/" when it is a directory's.
+std::string our_answer(const IndexScope& scope, const std::string& path) {
+  std::string answer;
+  if (const auto rule = scope.deciding_ignore_rule(path)) {
+    answer = as_documented(rule->pattern) + "|" + std::to_string(rule->line) + "|" + rule->source;
+  }
+  const bool included = path.back() == '/' ? scope.admits_directory(path.substr(0, path.size() - 1))
+                                           : !scope.is_ignored(path);
+  if (included == (letter(answer) == "i") && !path_filter::should_skip_path(path)) {
+    answer += ", but the scope's verdict is another";
+  }
+  return answer;
+}
+
+/// Removes all from a work tree but what is git's.
+void empty(const fs::path& tree) {
+  for (const auto& entry : fs::directory_iterator(tree)) {
+    if (entry.path().filename() != ".git" && !entry.is_symlink()) fs::remove_all(entry);
+  }
+}
+
+// --- Cases and git's answers in a file -----------------------------------------------
+
+void write_text(std::ostream& file, const std::string& text) {
+  file << text.size() << '\n' << text;
+}
+
+std::string read_text(std::istream& file) {
+  std::size_t size = 0;
+  file >> size;
+  file.get();
+  std::string text(size, '\0');
+  if (!file.read(text.data(), static_cast<std::streamsize>(size)))
+    throw std::runtime_error("the record ends too early");
+  return text;
+}
+
+/// `text` without the top's own path.
+std::string anywhere(std::string text, const TempTree& top) {
+  const std::string own = path_filter::internal::path_text(top.root());
+  if (const auto at = text.find(own); at != text.npos) text.replace(at, own.size(), "$");
+  return text;
+}
+
+/// The paths that Windows can have beside each other.
+class WindowsNames {
+ public:
+  bool take(const std::string& path) {
+    for (std::size_t end = 0; end < path.size();) {
+      const std::size_t begin = end == 0 ? 0 : end + 1;
+      end = std::min(path.find('/', begin), path.size());
+      const std::string name = path.substr(begin, end - begin);
+      const bool fits =
+          !path_filter::internal::find_invalid_utf8(name) && !name.ends_with(' ') &&
+          name.find_first_of("<>:\"\\|?*\x7F") == name.npos &&
+          std::ranges::none_of(name, [](char byte) { return byte >= 0 && byte < ' '; });
+      std::string folded = path.substr(0, end);
+      for (char& byte : folded) byte = byte >= 'A' && byte <= 'Z' ? byte ^ ' ' : byte;
+      if (!fits || (name.ends_with('.') && name != ".") ||
+          _spelt.emplace(folded, path.substr(0, end)).first->second != path.substr(0, end)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  std::map<std::string, std::string> _spelt;
+};
+
+struct Record {
+  std::ofstream file;
+
+  void add(const Case& asked, const std::vector<Answer>& answers, const TempTree& top) {
+    WindowsNames names;
+    std::vector<std::size_t> kept;
+    for (std::size_t at = 0; at < answers.size(); ++at) {
+      if (names.take(asked.tree + '/' + asked.questions[at])) kept.push_back(at);
+    }
+    std::vector<std::pair<std::string, std::string>> files;
+    for (const auto& [path, lines] : asked.files) {
+      if (!names.take(path)) continue;
+      std::string& content = files.emplace_back(path, "").second;
+      for (const Line& line : lines) content += line.component;
+    }
+    for (const std::string& text : {asked.tree, std::string(asked.ignore_case ? "i" : ""),
+                                    std::to_string(files.size()), std::to_string(kept.size())}) {
+      write_text(file, text);
+    }
+    for (const auto& [path, content] : files) write_text(file, path), write_text(file, content);
+    for (const std::size_t at : kept) {
+      write_text(file, asked.questions[at]);
+      write_text(file, anywhere(answers[at].git, top));
+    }
+  }
+};
+
+/// Asks a scope what is recorded, with git directories as git makes them.
+void replay(std::istream& file) {
+  const TempTree top;
+  top.make_directory("plain/.git");
+  top.write("linked/.git", "gitdir: ../plain/.git/worktrees/linked\n");
+  top.write("plain/.git/worktrees/linked/commondir", "../..\n");
+  top.write("pointer/.git", "gitdir: ../modules/pointer\n");
+  top.make_directory("modules/pointer");
+  std::size_t questions = 0;
+  while (file.peek() != EOF) {
+    const std::string tree = read_text(file);
+    const bool ignore_case = !read_text(file).empty();
+    std::size_t files = std::stoull(read_text(file));
+    std::size_t left = std::stoull(read_text(file));
+    questions += left;
+    empty(top / tree);
+    for (; files > 0; --files) {
+      const std::string path = read_text(file);
+      top.write(path_filter::internal::path_of(path), read_text(file));
+    }
+    const auto excludes_file = [&](const fs::path&) { return top / "excludes"; };
+    const IndexScope scope(top / tree,
+                           {.excludes_file = excludes_file, .ignore_case = ignore_case});
+    for (; left > 0; --left) {
+      const std::string question = read_text(file);
+      const std::string git = read_text(file);
+      const std::string ours = anywhere(our_answer(scope, question), top);
+      if (git != ours) {
+        throw std::runtime_error("about " + printed(question) + "\ngit: " + git +
+                                 "\nours: " + ours);
+      }
+    }
+  }
+  std::cout << questions << " recorded questions, no disagreement\n";
 }
 
 struct Asker {
@@ -90,9 +230,7 @@ struct Asker {
   }
 
   std::vector<Answer> ask(const Case& asked, const std::string& git_options = "") const {
-    for (const auto& entry : fs::directory_iterator(top / asked.tree)) {
-      if (entry.path().filename() != ".git" && !entry.is_symlink()) fs::remove_all(entry);
-    }
+    empty(top / asked.tree);
     std::string questions;
     for (const std::string& question : asked.questions) {
       fs::create_directories((top / asked.tree / question).parent_path());
@@ -101,35 +239,28 @@ struct Asker {
     }
     top.write("questions", questions);
     write(asked, &Line::git);
-    git(asked.tree, git_options + " check-ignore --no-index -v -n -z --stdin <../questions" +
+    const std::string options = asked.ignore_case ? IGNORE_CASE : git_options;
+    git(asked.tree, options + " check-ignore --no-index -v -n -z --stdin <../questions" +
                         " >../answers; test $? -le 1");
     write(asked, &Line::component);
     const auto excludes_file = [this](const fs::path&) { return top / "excludes"; };
-    const IndexScope scope(top / asked.tree, {.excludes_file = excludes_file});
+    const IndexScope scope(top / asked.tree,
+                           {.excludes_file = excludes_file, .ignore_case = asked.ignore_case});
     std::vector<Answer> answers;
     std::ifstream file(top / "answers", std::ios::binary);
     for (const std::string& path : asked.questions) {
       std::string source, line, pattern, same_path;
       for (auto* field : {&source, &line, &pattern, &same_path}) std::getline(file, *field, '\0');
       if (!file) throw std::runtime_error("git gave too few answers");
-      const auto rule = scope.deciding_ignore_rule(path);
       Answer& answer = answers.emplace_back();
       if (!source.empty()) answer.git = pattern + "|" + line + "|" + source;
-      if (rule) {
-        const std::string documented = as_documented(rule->pattern);
-        answer.ours = documented + "|" + std::to_string(rule->line) + "|" + rule->source;
-      }
-      const bool included = path.back() == '/'
-                                ? scope.admits_directory(path.substr(0, path.size() - 1))
-                                : !scope.is_ignored(path);
-      if (included == (letter(answer.ours) == "i") && !path_filter::should_skip_path(path)) {
-        answer.ours += ", but the scope's verdict is another";
-      }
+      answer.ours = our_answer(scope, path);
     }
     return answers;
   }
 
   const TempTree top;
+  std::unique_ptr<Record> record;
 
   void write(const Case& asked, std::string Line::*side) const {
     for (const auto& [file, lines] : asked.files) {
@@ -175,8 +306,9 @@ std::vector<Texts> table() {
   return rows;
 }
 
-void check_row(const Asker& asker, const Texts& row, const std::string& git_options = "") {
-  Case asked{"plain", {{"plain/.gitignore", {{row[0], row[0]}}}}, {}};
+void check_row(const Asker& asker, const Texts& row, bool ignore_case = false,
+               const std::string& git_options = "") {
+  Case asked{"plain", {{"plain/.gitignore", {{row[0], row[0]}}}}, {}, ignore_case};
   for (std::size_t at = 1; at < row.size(); ++at) {
     asked.questions.push_back(row[at].substr(row[at].find(' ') + 1));
   }
@@ -204,7 +336,8 @@ const Texts CHARACTERS = split(
     "a|b|c|a|b|c|a|b|c|A|z|1|.|-|_|!|#| |[|]|^|*|?|:|~|{|$|\t|\u00E9|\u00E4|\u65E5|\uFFFD|\xFF");
 const Texts SET_ITEMS = split(
     "]|-|--|[|[:|:]|/|a-c|c-a|.-0|!-~|\\]|\\-|\\\\|a-\\c|[-a|[:alnum:]|[:alpha:]|[:blank:]|"
-    "[:lower:]|[:punct:]|[:other:]|[:ALPHA:]|[::]|[=a=]|\u00E9-z|\t- |*|?|a-[:digit:]");
+    "A-C|Z-a|A-z|@-\\B|[:upper:]|[:xdigit:]|[:lower:]|[:punct:]|[:other:]|[:ALPHA:]|[::]|[=a=]|"
+    "\u00E9-z|\t- |*|?|a-[:digit:]");
 const Texts WILDCARDS = split("*|*|*|*|?|?|?|\\|**|**|**|**|***|/|//|\\/|**/|/**|/**/|*/|/*");
 const Texts ODD_LINES = split(
     "|#| |!|/|//|!/|\\|!!a|**|/**|**/|\\!a|\\#a| #a|\\ |[|!#|*/|*/**|/*|!*|!**/|**/**/a|a/**/|[!]");
@@ -216,8 +349,12 @@ class Generator {
 
   Case make() {
     Case made{one_of({"plain", "linked", "pointer"}), {}, {}};  // each kind that git knows
+    made.ignore_case = chance(2);
     Texts names;
-    while (names.size() < 24) names.push_back(name());
+    while (names.size() < 24) {
+      names.push_back(name());
+      if (chance(4)) names.push_back(in_other_case(names.back()));
+    }
     std::set<std::string> directories{""};
     for (std::size_t count = 2 + below(12); count > 0; --count) {
       const std::string above = one_of(Texts(directories.begin(), directories.end()));
@@ -251,6 +388,13 @@ class Generator {
   std::size_t below(std::size_t end) { return _random() % end; }
   bool chance(std::size_t one_in) { return below(one_in) == 0; }
   std::string one_of(const Texts& choices) { return choices[below(choices.size())]; }
+
+  std::string in_other_case(std::string text) {
+    for (char& byte : text) {
+      if (std::isalpha(static_cast<unsigned char>(byte)) != 0 && chance(2)) byte ^= 0x20;
+    }
+    return text;
+  }
 
   std::string name() {
     std::string made(chance(40) ? 26 + below(10) : 0, 'a');  // about the longest indexed whole
@@ -306,8 +450,11 @@ class Generator {
   std::vector<Line> lines(const Texts& paths) {
     std::vector<Line> made;
     const std::string mark = chance(10) ? "\uFEFF" : "";
+    const bool other_case = chance(2);
     for (std::size_t count = chance(30) ? 300 : 1 + below(14); count > 0; --count) {
-      const std::string text = (made.empty() ? mark : "") + line(paths);
+      const std::string rule = line(paths);
+      const std::string text =
+          (made.empty() ? mark : "") + (other_case && chance(2) ? in_other_case(rule) : rule);
       const std::string as_text = path_filter::internal::replace_invalid_utf8(text);
       // No "\n" alone behind an empty line: behind a "\r" it would be the half of an end.
       const auto end = text.empty() || chance(12) ? "\r\n" : chance(25) ? one_of(ENDS) : "\n";
@@ -324,10 +471,12 @@ class Generator {
 std::map<std::string, std::size_t> check(const Asker& asker, const Case& asked) {
   std::map<std::string, std::size_t> verdicts;
   const auto answers = asker.ask(asked);
+  if (asker.record) asker.record->add(asked, answers, asker.top);
   for (std::size_t at = 0; at < answers.size(); ++at) {
     ++verdicts[letter(answers[at].ours)];
     if (answers[at].agree()) continue;
-    std::string tree = "about " + printed(asked.questions[at]) + " in " + asked.tree + '\n';
+    std::string tree = "about " + printed(asked.questions[at]) + " in " + asked.tree;
+    tree += asked.ignore_case ? ", ignoring case\n" : "\n";
     for (const auto& [file, lines] : asked.files) {
       const std::string in = file.substr(0, file.rfind('/') + 1);  // the rules that can matter
       const bool above = (asked.tree + '/' + asked.questions[at]).starts_with(in);
@@ -349,14 +498,16 @@ Texts all_texts(const std::string& characters, std::size_t longest) {
 
 /// All patterns of up to so many characters, each in a directory of its own.
 void check_short_patterns(const Asker& asker) {
-  using Row = std::tuple<const char*, std::size_t, const char*, std::size_t>;
-  for (const auto& [characters, longest, path_characters, longest_path] :
-       {Row{"ab/*?[]!\\-", 3, "ab/", 4},  // everything, in short
-        Row{"a/*", 7, "a/", 6},           // "**" in every position
-        Row{"a/*\\", 5, "ab/", 4},        // and next to escapes
-        Row{"ac[]-!\\", 5, "abc]-!", 1},  // bracket expressions
-        Row{"[:a]", 6, "a:", 1},          // and what looks like a class
-        Row{"a!# \\/", 4, "a!# ", 2}}) {  // marks, blanks and escapes
+  using Row = std::tuple<const char*, std::size_t, const char*, std::size_t, bool>;
+  for (const auto& [characters, longest, path_characters, longest_path, ignore_case] :
+       {Row{"ab/*?[]!\\-", 3, "ab/", 4, false},   // everything, in short
+        Row{"a/*", 7, "a/", 6, false},            // "**" in every position
+        Row{"a/*\\", 5, "ab/", 4, false},         // and next to escapes
+        Row{"ac[]-!\\", 5, "abc]-!", 1, false},   // bracket expressions
+        Row{"aC[]-!\\", 5, "aAbBC]-!", 1, true},  // ignoring case
+        Row{"aB/*?\\", 4, "aAbB/", 3, true},      // the same of literals and escapes
+        Row{"[:a]", 6, "a:", 1, false},           // and what looks like a class
+        Row{"a!# \\/", 4, "a!# ", 2, false}}) {   // marks, blanks and escapes
     Texts paths = all_texts(path_characters, longest_path);
     const bool nested = std::string_view(path_characters).ends_with('/');
     const std::size_t size = longest_path;
@@ -364,13 +515,14 @@ void check_short_patterns(const Asker& asker) {
       const bool holds_others = nested && path.back() != '/' && path.size() < size;
       return path[0] == '/' || path.find("//") != path.npos || holds_others;
     });
-    Case asked{"plain", {}, {}};
+    Case asked{"plain", {}, {}, ignore_case};
     for (const std::string& pattern : all_texts(characters, longest)) {
       const std::string in = std::to_string(asked.files.size()) + '/';
       asked.files["plain/" + in + ".gitignore"] = {{pattern, as_documented(pattern)}};
       const std::vector<std::string_view> lines{".", ".", ".", ".", ".", ".", ".", ".", pattern};
-      const auto alone = path_filter::GitIgnoreSpec::from_lines(std::span(lines).last(1));
-      const auto indexed = path_filter::GitIgnoreSpec::from_lines(lines);
+      using path_filter::GitIgnoreSpec;
+      const auto alone = GitIgnoreSpec::from_lines(std::span(lines).last(1), ignore_case);
+      const auto indexed = GitIgnoreSpec::from_lines(lines, ignore_case);
       for (const std::string& path : paths) {
         asked.questions.push_back(in + path);
         if (indexed.check_file(path).include != alone.check_file(path).include) {
@@ -387,20 +539,40 @@ void check_short_patterns(const Asker& asker) {
 int main(int count, char** arguments) try {
   std::map<std::string, std::uint64_t> options{
       {"--questions", UINT64_MAX}, {"--seconds", 1'000'000}, {"--seed", std::random_device{}()}};
+  std::unique_ptr<Record> record;
+  path_filter::logger->set_sink([](const path_filter::Warning&) {});
   for (int at = 1; at < count; at += 2) {
+    const std::string_view option = arguments[at];
+    if (at + 1 < count && option == "--replay") {
+      std::ifstream file(arguments[at + 1], std::ios::binary);
+      if (!file) throw std::runtime_error("cannot read the record");
+      replay(file);
+      return 0;
+    }
+    if (at + 1 < count && option == "--record") {
+      record = std::make_unique<Record>(std::ofstream(arguments[at + 1], std::ios::binary));
+      continue;
+    }
     if (!options.contains(arguments[at]) || at + 1 == count) {
-      std::cerr << "usage: git_differential [--questions N] [--seconds N] [--seed S]\n";
+      std::cerr << "usage: git_differential [--questions N] [--seconds N] [--seed S]"
+                   " [--record FILE]\n       git_differential --replay FILE\n";
       return 2;
     }
     options[arguments[at]] = std::stoull(arguments[at + 1]);
   }
   using Clock = std::chrono::steady_clock;
   const auto end = Clock::now() + std::chrono::seconds(options["--seconds"]);
-  path_filter::logger->set_sink([](const path_filter::Warning&) {});
-  const Asker asker;
+  Asker asker;
+  asker.record = std::move(record);
   fs::create_directory_symlink(".git", asker.top / "plain/link");
-  check_row(asker, {"ABC", "i- abc"}, "-c core.ignorecase=true");
-  for (const Texts& row : table()) check_row(asker, row);
+  check_row(asker, {"ABC", "i- abc"}, false, IGNORE_CASE);
+  std::string many = "\u00C4/*B\n\\C\n*Mid*\n";  // enough for an index
+  for (int rule = 0; rule < 9; ++rule) many += "no-such-file-as-this-rule-is-about\n";
+  check_row(asker, {many, "- \u00E4/b", "i \u00C4/b", "- c", "- C", "i xmIDx", "i xMidx"}, true);
+  for (const Texts& row : table()) {
+    check_row(asker, row);
+    if (row[1].starts_with(' ')) check_row(asker, row, true);
+  }
   for (const auto* pointer : {"gitdir:../work/git", "\n gitdir: \tgit \r\n", ""}) {
     check_pointer(asker, pointer);
   }
@@ -410,15 +582,18 @@ int main(int count, char** arguments) try {
   std::cout << "seed " << options["--seed"] << std::endl;
   Generator generator(options["--seed"]);
   std::map<std::string, std::size_t> verdicts;
-  std::size_t trees = 0, questions = 0;
+  std::size_t trees = 0, questions = 0, ignoring_case = 0;
   for (; questions < options["--questions"] && Clock::now() < end; ++trees) {
-    for (const auto& [verdict, given] : check(asker, generator.make())) {
+    const Case made = generator.make();
+    for (const auto& [verdict, given] : check(asker, made)) {
       verdicts[verdict] += given;
       questions += given;
+      if (made.ignore_case) ignoring_case += given;
     }
   }
-  std::cout << questions << " questions about " << trees << " trees: " << verdicts["i"]
-            << " ignored by a rule, " << verdicts["n"] << " included again, no disagreement\n";
+  std::cout << questions << " questions about " << trees << " trees, " << ignoring_case
+            << " of them ignoring case: " << verdicts["i"] << " ignored by a rule, "
+            << verdicts["n"] << " included again, no disagreement\n";
   return 0;
 } catch (const std::exception& error) {
   std::cerr << "git_differential: " << error.what() << '\n';

@@ -178,7 +178,7 @@ const Judge::Root* Judge::root_of(std::string_view directory) {
     known = static_cast<std::size_t>(end - way.begin());
     const bool is_whole = (known == way.size() || way[known] == '/') &&
                           (known == directory.size() || directory[known] == '/');
-    if (!is_whole) known = way.rfind('/', known - 1);
+    if (!is_whole) known = std::max<std::size_t>(way.substr(0, known).rfind('/') + 1, 1) - 1;
   }
   while (!_roots.empty() && _roots.back().size > known) _roots.pop_back();
   std::size_t first = std::exchange(_way, std::nullopt) ? known + 1 : 0;

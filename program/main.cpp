@@ -350,6 +350,7 @@ int run(const std::vector<std::string>& given, const std::atomic<bool>& unread) 
   app.option_defaults()->take_last();
   app.set_version_flag("-V,--version", "path-filter " PATH_FILTER_VERSION);
   app.require_subcommand(0, 1);
+  app.allow_windows_style_options(false);  // which are paths
 
   program::ListOptions list;
   add_list(app, list);

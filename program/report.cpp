@@ -1,10 +1,10 @@
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <map>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 
@@ -17,11 +17,13 @@
 #include "program/survey.h"
 #include "program/system.h"
 #include "utils/path_filter/base/paths.h"
+#include "utils/path_filter/base/platform.h"
 
 namespace program {
 
 using path_filter::Exclusion;
 using path_filter::Explanation;
+using path_filter::internal::random_seed;
 
 namespace {
 
@@ -42,10 +44,9 @@ std::string escaped(std::string_view plain, const std::map<char, std::string_vie
 
 /// What only the page itself can know, so that nothing else that gets into it can run.
 std::string nonce() {
-  std::random_device random;
   std::array<char, 33> digits{};
-  std::snprintf(digits.data(), digits.size(), "%08x%08x%08x%08x", random(), random(), random(),
-                random());
+  std::snprintf(digits.data(), digits.size(), "%016jx%016jx", std::uintmax_t{random_seed()},
+                std::uintmax_t{random_seed()});
   return digits.data();
 }
 

@@ -8,7 +8,6 @@
 
 #include "program/output.h"
 #include "program/system.h"
-#include "utils/git_config/git_config.h"
 #include "utils/path_filter/base/file_system.h"
 #include "utils/path_filter/base/paths.h"
 
@@ -152,18 +151,28 @@ std::string unknown_size(std::error_code error) {
 
 Repository::Repository(const std::string& top, std::optional<path_filter::IndexLimits> limits)
     : root(top),
-      scope(path_of(top), {.limits = std::move(limits),
-                           .excludes_file = [this](const std::filesystem::path& asked) {
-                             auto file = git_config::excludes_file(
-                                 asked, [](std::string_view problem) { warn(problem); },
-                                 git_timeout());
-                             if (file && file->is_relative()) {
-                               const std::lock_guard lock(_mutex);
-                               _relative_excludes_file = path_text(*file);
-                               file = asked / *file;
-                             }
-                             return file;
-                           }}) {}
+      scope(path_of(top),
+            {.limits = std::move(limits),
+             .excludes_file =
+                 [this](const std::filesystem::path& asked) {
+                   auto file = settings_of_git().excludes_file;
+                   if (file && file->is_relative()) {
+                     const std::lock_guard lock(_mutex);
+                     _relative_excludes_file = path_text(*file);
+                     file = asked / *file;
+                   }
+                   return file;
+                 },
+             .ignore_case =
+                 [this](const std::filesystem::path&) { return settings_of_git().ignore_case; }}) {}
+
+const git_config::Settings& Repository::settings_of_git() {
+  std::call_once(_git_once, [this] {
+    _git = git_config::settings(
+        path_of(root), [](std::string_view problem) { warn(problem); }, git_timeout());
+  });
+  return _git;
+}
 
 Explanation Repository::explain(std::string_view path, path_filter::FileFacts facts) const {
   Explanation explanation = scope.explain(path, facts);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "program/settings.h"
+#include "utils/git_config/git_config.h"
 #include "utils/path_filter/index_scope/index_limits.h"
 #include "utils/path_filter/index_scope/index_scope.h"
 
@@ -71,7 +72,7 @@ bool is_absence(std::error_code error);
 /// The problem with a file whose size cannot be told for another reason.
 std::string unknown_size(std::error_code error);
 
-/// The scope of the repository at a root, git asked for core.excludesFile; and what is to be
+/// The scope of the repository at a root, git asked for its settings; and what is to be
 /// known of its files. Any number of threads may ask.
 class Repository {
  public:
@@ -84,6 +85,10 @@ class Repository {
   // asks for it.
   mutable std::mutex _mutex;
   std::string _relative_excludes_file;
+  std::once_flag _git_once;  // a scope here is never refreshed
+  git_config::Settings _git{};
+
+  const git_config::Settings& settings_of_git();
 
  public:
   const std::string root;

@@ -1,7 +1,6 @@
-#include "program/settings.h"
-
-#include <cfloat>  // for the next one, which forgets it
-// It goes first.
+// For toml++, which forgets it; before all else, as macOS's headers take a part of it.
+#include <cfloat>
+//
 #include <toml++/toml.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include <utility>
 
 #include "program/output.h"
+#include "program/settings.h"
 #include "program/suggestion.h"
 #include "program/system.h"
 #include "utils/language_registry/language_registry.h"

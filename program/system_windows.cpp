@@ -177,7 +177,14 @@ PageFile::PageFile(const std::string& file)
   if (error != std::errc::no_such_file_or_directory) throw failure(error);
   const FileHandle attempt = opened_file(unfinished(path_of(file)), GENERIC_WRITE | DELETE,
                                          CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
-  if (!attempt.is_open()) throw failure(last_error());
+  if (attempt.is_open()) return;
+  error = last_error();
+  const auto directory = path_of(file).parent_path();
+  if (std::filesystem::exists(directory, unexamined) &&
+      !std::filesystem::is_directory(directory, unexamined)) {
+    error = std::make_error_code(std::errc::not_a_directory);
+  }
+  throw failure(error);
 }
 
 std::system_error PageFile::failure(std::error_code error) const {

@@ -1,9 +1,8 @@
 #!/bin/sh
 # Installs what is missing for the purposes that are named, in Debian's packages: build (the
-# program), python (its package), test, clang, lint, package, report, cross,
-# mutants or bench. Where it
-# cannot, for want of apt-get or of sudo, it lists what is missing, and fails unless one can do
-# without.
+# program), python (its package), test, clang, lint, package, report, cross, wine, dist, mutants or
+# bench. Where it cannot, for want of apt-get or of sudo, it lists what is missing, and fails unless
+# one can do without.
 set -eu
 
 is_there() { # package, how to tell, of what
@@ -52,6 +51,8 @@ cross googletest file /usr/src/googletest the tests' library, in source
 cross qemu-user-static command qemu-aarch64-static to run programs of arm64
 cross maven command mvn to fetch other CPythons
 cross unzip command unzip to unpack them
+wine wine64 file /usr/lib/wine/wine64 to run programs of Windows
+dist zip command zip the archive for Windows
 cross llvm-14 command llvm-readelf-14 to read binaries of all systems
 package dpkg-dev command dpkg-shlibdeps what a package depends on
 package file command file what is in a package

@@ -12,6 +12,11 @@ fail() { echo "test-wheels: $1" >&2; exit 1; }
 for wheel in build/wheels/*.whl; do
   name=${wheel##*/} platform=${wheel##*-}
   files=$work/files/$name && mkdir -p "$files" && unzip -q "$wheel" -d "$files"
+  for part in py.typed _core.pyi _native.pyi LICENSE NOTICE; do
+    [ "$(find "$files" -name $part)" ] || fail "$name has no $part"
+  done
+  [[ $(llvm-nm-14 -gU "$files"/path_filter/*.so 2>/dev/null; llvm-nm-14 -DgU "$files"/path_filter/*.so 2>/dev/null) == *sqlite3_*_init* ]] ||
+    fail "$name has no entry for SQLite"
   case $platform in
     *linux*)
       found=$(build/zig/bin/auditwheel show "$wheel" | grep -om1 '"[a-z]*linux_[^"]*"' | tr -d '"')

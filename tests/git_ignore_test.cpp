@@ -38,7 +38,9 @@ TEST(GitIgnore, WhatHoldsNoRulesOrCannotBeRead) {
        {Row{"none"}, Row{"missing"}, Row{"file/x"}, Row{".", ": Is a directory", "\n"},
         fifos ? Row{"fifo", ": Not a regular file", "\n"} : Row{"missing"},
         Row{"large", ": File too large", "\n"},
-        Row{"link", ": " + std::generic_category().message(ELOOP), "\n"}}) {
+        std::filesystem::is_symlink(tree / "link")  // not to Wine
+            ? Row{"link", ": Too many levels of symbolic links", "\n"}
+            : Row{"missing"}}) {
     const CapturedLog log;
     EXPECT_FALSE(_read_ignore_rules(tree / path, internal::Links::refuse));
     const std::string warning = "Cannot read the ignore rules in ";

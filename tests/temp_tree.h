@@ -35,7 +35,7 @@ class TempTree {
   std::filesystem::path operator/(std::string_view path) const { return _root / path; }
 
   /// Writes a file, and makes the directories on its way.
-  void write(std::string_view path, std::string_view content = "") const {
+  void write(const std::filesystem::path& path, std::string_view content = "") const {
     std::filesystem::create_directories((_root / path).parent_path());
     std::ofstream(_root / path, std::ios::binary) << content;
   }

@@ -153,6 +153,7 @@ TEST(Walk, FollowsNoLinkBelowTheRoot) {
   const IndexScope scope(tree / "root");
   EXPECT_EQ(walk(scope).paths, std::vector<std::string>{"a/b/c.py"});
 
+  if (!std::filesystem::is_symlink(tree / "root")) GTEST_SKIP() << "Wine opens where a link leads";
   // The directory is listed as one and replaced by a link before it is visited.
   tree.write("real/first.py");
   std::vector<std::string> errors;

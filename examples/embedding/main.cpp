@@ -12,9 +12,10 @@
 #include "utils/path_filter/path_filter.h"
 
 int main(int argc, char** argv) try {
-  // Without the lookup git's own ignore rules count and none of the user's.
-  const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".",
-                                      {.excludes_file = git_config::excludes_file_lookup()});
+  // Without the lookups git's own ignore rules count and none of the user's, and case counts.
+  const auto git = git_config::lookups();
+  const path_filter::IndexScope scope(argc > 1 ? argv[1] : ".", {.excludes_file = git.excludes_file,
+                                                                 .ignore_case = git.ignore_case});
   std::map<std::string, int> files;
   int excluded = 0;
   for (const std::string& path : scope.walk()) try {

@@ -21,7 +21,7 @@ from multiprocessing.pool import ThreadPool
 from pathlib import Path, PurePath
 from typing import Any
 
-from path_filter import IGNORE_FILE_NAME, IndexLimits, IndexScope, excludes_file_lookup
+from path_filter import IGNORE_FILE_NAME, IndexLimits, IndexScope, git_lookups
 from path_filter import production_paths, register_path_functions, sql_test_path_filter
 from watchdog import events
 from watchdog.observers import Observer
@@ -36,7 +36,7 @@ DELETE = "DELETE FROM files WHERE path = ?"  # and what it imports
 # Looked for where a file begins: a stand-in for a parser.
 IMPORT = re.compile(rb'^[ \t]*(?:#[ \t]*include[ \t]*[<"]|import[ \t]+|from[ \t]+)([\w./-]+)', re.M)
 RULES = (IGNORE_FILE_NAME, ".git")  # where one comes or goes, other files belong
-EXCLUDES_FILE = excludes_file_lookup(logging.warning)  # the user's own rules, as git names it
+GIT = git_lookups(logging.warning)  # the user's own rules, and whether their case counts
 # Not that files are opened: we open them ourselves.
 HEARD = "FileCreated FileModified FileMoved FileDeleted DirCreated DirMoved DirDeleted".split()
 
@@ -60,7 +60,9 @@ class Indexer(events.FileSystemEventHandler):
     def __init__(self, root: str, database: str, config: Any) -> None:
         self.root = Path(os.path.abspath(root))
         limits = IndexLimits.from_config(config)
-        self.scope = IndexScope(self.root, limits=limits, excludes_file=EXCLUDES_FILE)
+        self.scope = IndexScope(
+            self.root, limits=limits, excludes_file=GIT.excludes_file, ignore_case=GIT.ignore_case
+        )
         self.database = sqlite3.connect(database, check_same_thread=False)
         self.database.executescript(SCHEMA)
         register_path_functions(self.database)
@@ -80,7 +82,7 @@ class Indexer(events.FileSystemEventHandler):
         """Hears of changes from here on: before the first pass, so that none is missed."""
         # Git has rules outside the tree too; a linked work tree even its info/exclude.
         asked = git(self.root, "rev-parse", "--git-path", "info/exclude", "--git-path", "config")
-        names = [*(asked or "").splitlines(), EXCLUDES_FILE(self.root) or ""]
+        names = [*(asked or "").splitlines(), GIT.excludes_file(self.root) or ""]
         self._rule_files = {os.path.join(self.root, name) for name in names if name}
         heard = [getattr(events, f"{kind}Event") for kind in HEARD]
         self._observer.schedule(self, self.root, recursive=True, event_filter=heard)

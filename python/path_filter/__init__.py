@@ -1,9 +1,12 @@
 """Which files of a repository belong in the index, and which are test code.
 
-    from path_filter import IndexLimits, IndexScope, excludes_file_lookup, is_test_path
+    from path_filter import IndexLimits, IndexScope, git_lookups, is_test_path
 
     limits = IndexLimits(max_file_bytes=10 << 20, languages=None)
-    scope = IndexScope("/srv/repo", limits=limits, excludes_file=excludes_file_lookup())
+    git = git_lookups()
+    scope = IndexScope(
+        "/srv/repo", limits=limits, excludes_file=git.excludes_file, ignore_case=git.ignore_case
+    )
     scope.is_indexable("src/app.py")                # truthy: a Decision
     scope.is_indexable("build/out.py").reason       # "in a directory the index skips"
     for path in scope.walk():                       # a tree that git does not list
@@ -35,6 +38,10 @@ Besides what is below there are:
                         scope's root, and returns the file that git's core.excludesFile names
                         or None. It is called once for each refresh, from any thread, when the
                         root has a git directory; what it raises passes through the question.
+    IgnoreCaseLookup    the type of IndexScope's ignore_case: a callable that is given the
+                        scope's root, and returns whether git's core.ignorecase is set there. It
+                        is called in the same way when the first ignore rules are read, before
+                        the ExcludesFileLookup.
     SQLITE_EXTENSION    the path of a loadable extension of SQLite, for connections that are
                         not sqlite3's: what register_path_functions does, with the same memo
 """
@@ -46,7 +53,7 @@ import importlib
 import logging
 import os
 from collections.abc import Callable, Iterable
-from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union, overload
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional, TypeVar, Union, overload
 
 if TYPE_CHECKING:
     import sqlite3
@@ -64,8 +71,10 @@ __all__ = [
     "ExcludesFileLookup",
     "Explanation",
     "GITHUB_ALLOWED_SUBDIRS",
+    "GitLookups",
     "IGNORE_FILE_NAME",
     "INDEX_DATA_DIR",
+    "IgnoreCaseLookup",
     "IgnoreRule",
     "IndexLimits",
     "IndexScope",
@@ -75,6 +84,7 @@ __all__ = [
     "TEST_DIR_NAMES",
     "TEST_FILE_GLOBS",
     "excludes_file_lookup",
+    "git_lookups",
     "is_indexable_path",
     "is_test_path",
     "logger",
@@ -89,6 +99,7 @@ _AnyPath = Union[str, "os.PathLike[str]"]
 _Path = TypeVar("_Path", bound=_AnyPath)
 
 ExcludesFileLookup = Callable[[Any], Optional[_AnyPath]]
+IgnoreCaseLookup = Callable[[Any], bool]
 
 
 def _load_registry() -> Any:
@@ -171,8 +182,10 @@ class IndexScope(_core.Scope):
     root           the repository's root, kept as it is given. An absolute one still names the
                    repository after os.chdir, and relative() finds absolute paths below it
     limits         the configuration's limits; None: no limits
-    excludes_file  an ExcludesFileLookup, such as excludes_file_lookup(); None: no such file is
+    excludes_file  an ExcludesFileLookup, such as that of git_lookups(); None: no such file is
                    read, the user's own ignore file among them
+    ignore_case    whether the ignore rules match as git's do with core.ignorecase, or an
+                   IgnoreCaseLookup, such as that of git_lookups(). No other rule ignores case
     """
 
     def __init__(
@@ -181,11 +194,12 @@ class IndexScope(_core.Scope):
         *,
         limits: IndexLimits | None = None,
         excludes_file: ExcludesFileLookup | None = None,
+        ignore_case: bool | IgnoreCaseLookup = False,
     ) -> None:
         """Reads nothing."""
         are_limits = limits is None or type(limits) is IndexLimits
         _expect(are_limits, "limits", "IndexLimits or None", limits)
-        super().__init__(root, limits, excludes_file)
+        super().__init__(root, limits, excludes_file, ignore_case)
 
     def __repr__(self) -> str:
         return f"{type(self).__name__}({self.root!r})"
@@ -211,7 +225,40 @@ def excludes_file_lookup(warn: Callable[[str], object] | None = None) -> Exclude
     sentence.
     """
     _expect(warn is None or callable(warn), "warn", "a callable or None", warn)
-    return lambda root: _core.excludes_file(root, warn)
+    return lambda root: _core.git_settings(root, warn)[0]
+
+
+class GitLookups(NamedTuple):
+    """What git_lookups gives."""
+
+    excludes_file: ExcludesFileLookup
+    ignore_case: IgnoreCaseLookup
+
+
+def git_lookups(warn: Callable[[str], object] | None = None) -> GitLookups:
+    """Lookups of git's core.excludesFile and core.ignorecase that ask git, for IndexScope.
+
+    The two share one call of git: what it says when it is asked about case is kept for the
+    question about the file that follows, of the same root. A scope that is given both asks in
+    this order, anew after each refresh. When git fails, case counts; for the rest see
+    excludes_file_lookup.
+    """
+    find_file = excludes_file_lookup(warn)
+    left: dict[Any, str | None] = {}  # the file of the last root that was asked about
+
+    def excludes_file(root: Any) -> _AnyPath | None:
+        try:
+            return left.pop(os.fspath(root))
+        except KeyError:
+            return find_file(root)
+
+    def ignore_case(root: Any) -> bool:
+        file, ignores = _core.git_settings(root, warn)
+        left.clear()
+        left[os.fspath(root)] = file
+        return ignores
+
+    return GitLookups(excludes_file, ignore_case)
 
 
 @overload

@@ -169,15 +169,17 @@ std::optional<IndexLimits> to_limits(nb::handle limits) {
 }
 
 struct Scope {
-  nb::object root, limits, excludes_file;  // as they were given
+  nb::object root, limits, excludes_file, ignore_case;  // as they were given
   IndexScope scope;
 
-  Scope(nb::object given_root, nb::object given_limits, nb::object lookup)
+  Scope(nb::object given_root, nb::object given_limits, nb::object lookup, nb::object case_lookup)
       : root(std::move(given_root)),
         limits(std::move(given_limits)),
         excludes_file(std::move(lookup)),
-        scope(to_path(root, "root"),
-              {.limits = to_limits(limits), .excludes_file = excludes_file_lookup()}) {}
+        ignore_case(std::move(case_lookup)),
+        scope(to_path(root, "root"), {.limits = to_limits(limits),
+                                      .excludes_file = excludes_file_lookup(),
+                                      .ignore_case = to_ignore_case()}) {}
 
   ExcludesFileLookup excludes_file_lookup() const {
     if (excludes_file.is_none()) return nullptr;
@@ -191,8 +193,21 @@ struct Scope {
     };
   }
 
+  IgnoreCase to_ignore_case() const {
+    if (PyBool_Check(ignore_case.ptr()) != 0) return ignore_case.ptr() == Py_True;
+    if (PyCallable_Check(ignore_case.ptr()) == 0) {
+      fail_type("ignore_case", "bool or a callable", ignore_case.ptr());
+    }
+    return [this](const std::filesystem::path&) {
+      const nb::object ignores = run_python([&] { return ignore_case(root); });
+      if (PyBool_Check(ignores.ptr()) == 0) fail_type("ignore_case()", "bool", ignores.ptr());
+      return ignores.ptr() == Py_True;
+    };
+  }
+
   static PyType_Slot* slots() {
-    return Cycles<Scope, &Scope::excludes_file, &Scope::root, &Scope::limits>::slots;
+    return Cycles<Scope, &Scope::excludes_file, &Scope::ignore_case, &Scope::root,
+                  &Scope::limits>::slots;
   }
 };
 
@@ -549,17 +564,19 @@ void set_records(nb::object decision, nb::object exclusions) {
 }
 
 /// What git is told, as git_config says; git runs meanwhile.
-nb::object excludes_file(nb::handle root, nb::handle warn) {
-  const auto lookup = git_config::excludes_file_lookup([&](std::string_view problem) {
+nb::object git_settings(nb::handle root, nb::handle warn) {
+  const auto lookups = git_config::lookups([&](std::string_view problem) {
     const nb::gil_scoped_acquire hold;
     if (!warn.is_none()) run_python([&] { return nb::object(warn(to_str(problem))); });
   });
   const std::filesystem::path directory = to_path(root, "root");
+  bool ignores_case = false;
   const auto file = [&] {
     const internal::Blocking waits;
-    return lookup(directory);
+    ignores_case = lookups.ignore_case(directory);
+    return lookups.excludes_file(directory);
   }();
-  return file ? nb::object(from_path(*file)) : nb::none();
+  return nb::make_tuple(file ? nb::object(from_path(*file)) : nb::none(), ignores_case);
 }
 
 void set_sink(nb::object given) {
@@ -613,7 +630,7 @@ NB_MODULE(core, module) {
       .def("bind_registry", &bind_registry)
       .def("configured_bytes", &configured_bytes, optional)
       .def("configured_languages", &configured_languages)
-      .def("excludes_file", &excludes_file, nb::arg("root"), nb::arg("warn").none())
+      .def("git_settings", &git_settings, nb::arg("root"), nb::arg("warn").none())
       .def("printable",
            [](nb::handle path) {
              return to_str(internal::printable(PathBytes(path.ptr(), "path")));
@@ -649,8 +666,8 @@ NB_MODULE(core, module) {
 
   auto scope = nb::class_<Scope>(module, "Scope", nb::type_slots(Scope::slots()),
                                  nb::is_weak_referenceable());
-  scope.def(nb::init<nb::object, nb::object, nb::object>(), nb::arg("root").none(),
-            nb::arg("limits").none(), nb::arg("excludes_file").none());
+  scope.def(nb::init<nb::object, nb::object, nb::object, nb::object>(), nb::arg("root").none(),
+            nb::arg("limits").none(), nb::arg("excludes_file").none(), nb::arg("ignore_case"));
   auto* const type = reinterpret_cast<PyTypeObject*>(scope.ptr());
   for (PyGetSetDef& entry : scope_attributes) {
     scope.attr(entry.name) = nb::steal(PyDescr_NewGetSet(type, &entry));

@@ -199,6 +199,7 @@ CLOSED.close()
         (lambda: IndexScope("a", IndexLimits(1, None)), TypeError, "positional"),
         (lambda: IndexScope("a", limits=10), TypeError, "limits: expected IndexLimits or None"),
         (lambda: IndexScope("a", excludes_file="a"), TypeError, "excludes_file: expected a call"),
+        (lambda: IndexScope("a", ignore_case=1), TypeError, "ignore_case: expected bool or a call"),
         (lambda: IndexScope.__new__(IndexScope).is_ignored("a"), TypeError, "__init__"),
         (lambda: repr(IndexScope.__new__(IndexScope)), TypeError, "__init__ has not been called"),
         (lambda: path_filter.is_test_path(1.5), TypeError, "path: .* not float"),
@@ -319,6 +320,8 @@ def test_what_the_lookup_raises_and_returns(repository):
     (repository / "mine").write_text("*.py\n")
     answer = repository / "mine"
     assert scope.is_indexable("a.py").kind == "gitignore"
+    with pytest.raises(TypeError, match=r"ignore_case\(\): expected bool, not int"):
+        IndexScope(repository, ignore_case=lambda root: 1).is_ignored("a.py")
 
 
 def test_the_lookup_that_asks_git(repository, monkeypatch):
@@ -332,6 +335,13 @@ def test_the_lookup_that_asks_git(repository, monkeypatch):
     monkeypatch.setenv("XDG_CONFIG_HOME", none := (repository / "none").as_posix())
     assert path_filter.excludes_file_lookup(warnings.append)(repository) == f"{none}/git/ignore"
     assert len(warnings) == 1 and warnings[0].startswith("git does not say which file")
+    says = r"core.excludesfile\nmine\0core.ignorecase\ntrue\0"
+    (repository / "git").write_text(f"#!/bin/sh\necho >>{repository}/calls\nprintf '{says}'\n")
+    git = path_filter.git_lookups()
+    scope = IndexScope(repository, excludes_file=git.excludes_file, ignore_case=git.ignore_case)
+    for calls in ("\n", "\n\n"):  # one for both lookups
+        assert scope.is_ignored("A.PY") and (repository / "calls").read_text() == calls
+        scope.refresh()
 
 
 def test_a_git_file_that_is_not_text(tmp_path):

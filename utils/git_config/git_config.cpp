@@ -1,7 +1,10 @@
 #include "utils/git_config/git_config.h"
 
+#include <algorithm>
 #include <array>
 #include <initializer_list>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -55,29 +58,96 @@ std::optional<std::filesystem::path> default_excludes_file() {
 
 }  // namespace
 
+Settings settings(const std::filesystem::path& root, const WarningHandler& warn,
+                  std::chrono::milliseconds longest_wait) {
+  const Clock::time_point deadline = Clock::now() + longest_wait;
+  const std::string directory = root.empty() ? "." : path_text(root);
+  bool failed = false;
+  const auto ask = [&](auto... question) -> std::optional<std::string> {
+    ChildAnswer answer =
+        ask_git({"git", "-C", directory.c_str(), "config", "-z", question...}, deadline);
+    // git refuses the configuration of a repository that belongs to somebody else; the
+    // user's own counts all the same.
+    if (answer.status > 1 || answer.status == TAKEN) {
+      answer = ask_git({"git", "-C", "/", "config", "--global", "-z", question...}, deadline);
+    }
+    failed |= answer.status == FAILED || (answer.status > 1 && answer.status != NO_PROGRAM);
+    if (answer.status != 0) return std::nullopt;
+    return std::move(answer.output);
+  };
+  const auto ask_for_value = [&](auto... question) {
+    auto value = ask(question...);
+    if (value) value->resize(std::min(value->find('\0'), value->size()));
+    return value;
+  };
+
+  // One call gives both as they are written, the last of a key being the one that counts. What is
+  // more than a plain value git reads itself, in a call of its own: in one call there is but one
+  // type for all values.
+  std::optional<std::string> file;
+  std::optional<std::string> ignores;
+  const auto both = ask("--get-regexp", "^core\\.(excludesfile|ignorecase)$");
+  for (std::size_t begin = 0, end = 0; both && (end = both->find('\0', begin)) != both->npos;
+       begin = end + 1) {
+    const std::string entry = both->substr(begin, end - begin);
+    const std::size_t key_end = std::min(entry.find('\n'), entry.size() - 1);
+    (entry.starts_with("core.e") ? file : ignores) = entry.substr(key_end + 1);
+  }
+  const std::string home = path_text(home_directory());
+  if (file && file->starts_with("~/") && !home.empty()) {
+    file->replace(0, 1, home);
+  } else if (file && file->find_first_of("~%:") == 0) {
+    file = ask_for_value("--path", "--get", "core.excludesFile");
+  }
+  if (ignores && ignores != "true" && ignores != "false") {
+    ignores = ask_for_value("--bool", "--get", "core.ignorecase");
+  }
+  if (failed && warn) {
+    warn(
+        "git does not say which file core.excludesFile names; its default place is read, and "
+        "core.ignorecase taken for false");
+  }
+  Settings made{default_excludes_file(), ignores == "true"};
+  if (file) made.excludes_file = path_of(*file);
+  if (file && file->empty()) made.excludes_file.reset();
+  return made;
+}
+
 std::optional<std::filesystem::path> excludes_file(const std::filesystem::path& root,
                                                    const WarningHandler& warn,
                                                    std::chrono::milliseconds longest_wait) {
-  const Clock::time_point deadline = Clock::now() + longest_wait;
-  const std::string directory = root.empty() ? "." : path_text(root);
-  ChildAnswer answer = ask_git(
-      {"git", "-C", directory.c_str(), "config", "-z", "--path", "--get", "core.excludesFile"},
-      deadline);
-  // git refuses the configuration of a repository that belongs to somebody else; the
-  // user's own counts all the same.
-  if (answer.status > 1 || answer.status == TAKEN) {
-    answer = ask_git(
-        {"git", "-C", "/", "config", "--global", "-z", "--path", "--get", "core.excludesFile"},
-        deadline);
-  }
-  const bool failed = answer.status == FAILED || (answer.status > 1 && answer.status != NO_PROGRAM);
-  if (failed && warn) {
-    warn("git does not say which file core.excludesFile names; its default place is read");
-  }
-  if (answer.status != 0) return default_excludes_file();
-  const std::string file = answer.output.substr(0, answer.output.find('\0'));
-  if (file.empty()) return std::nullopt;
-  return path_of(file);
+  return settings(root, warn, longest_wait).excludes_file;
+}
+
+Lookups lookups(WarningHandler warn) {
+  const auto ask = [warn = std::move(warn)](const std::filesystem::path& root) {
+    Settings told = settings(root, warn);
+    auto& file = told.excludes_file;
+    if (file && file->is_relative()) file = root / *file;
+    return told;
+  };
+  // What git said last about case, and has not been asked of it yet.
+  struct Left {
+    std::mutex mutex;
+    std::filesystem::path root;
+    std::optional<Settings> told;
+  };
+  const auto left = std::make_shared<Left>();
+  const auto excludes_file = [=](const std::filesystem::path& root) {
+    std::unique_lock hold(left->mutex);
+    std::optional<Settings> told;
+    if (left->root == root) left->told.swap(told);
+    hold.unlock();
+    return (told ? *told : ask(root)).excludes_file;
+  };
+  const auto ignore_case = [=](const std::filesystem::path& root) {
+    Settings told = ask(root);
+    const std::lock_guard hold(left->mutex);
+    left->root = root;
+    left->told = std::move(told);
+    return left->told->ignore_case;
+  };
+  return {excludes_file, ignore_case};
 }
 
 std::optional<std::string> tracked_files(const std::filesystem::path& root) {
@@ -90,13 +160,8 @@ std::optional<std::string> tracked_files(const std::filesystem::path& root) {
   return std::move(answer.output);
 }
 
-std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>
-excludes_file_lookup(WarningHandler warn) {
-  return [warn = std::move(warn)](const std::filesystem::path& root) {
-    auto file = excludes_file(root, warn);
-    if (file && file->is_relative()) file = root / *file;
-    return file;
-  };
+ExcludesFileLookup excludes_file_lookup(WarningHandler warn) {
+  return lookups(std::move(warn)).excludes_file;
 }
 
 }  // namespace git_config

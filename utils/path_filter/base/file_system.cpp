@@ -8,7 +8,10 @@
 namespace path_filter::internal {
 
 std::string message(std::error_code error) {
-  return error == NOT_A_FILE ? "Not a regular file" : error.message();
+  if (error == NOT_A_FILE) return "Not a regular file";
+  // Which each C library says in other words, or not at all.
+  if (error == std::errc::too_many_symbolic_link_levels) return "Too many levels of symbolic links";
+  return error.message();
 }
 
 FileContent read_file_below(const std::string& root, std::string_view below,

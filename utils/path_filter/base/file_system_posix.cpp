@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -243,6 +244,14 @@ std::string path_text(const std::filesystem::path& path) { return path.native();
 std::filesystem::path path_of(std::string_view text) { return text; }
 
 std::string_view native_path(std::string_view path, std::string&) { return path; }
+
+// Not by std::random_device, which may need /dev/urandom.
+std::uint64_t random_seed() {
+  std::uint64_t seed = 0;
+  if (::getentropy(&seed, sizeof seed) != 0)
+    throw std::system_error(last_error(), "no random bytes");
+  return seed;
+}
 
 void write_error(std::string_view text) {
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());

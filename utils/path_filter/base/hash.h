@@ -4,19 +4,14 @@
 #define UTILS_PATH_FILTER_BASE_HASH_H_
 
 #include <cstdint>
-#include <random>
 #include <string_view>
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-namespace path_filter::internal {
+#include "utils/path_filter/base/platform.h"
 
-/// Random bytes of the system. Throws a std::runtime_error when there are none.
-[[gnu::noinline]] inline std::uint64_t random_seed() {
-  std::random_device random;
-  return std::uniform_int_distribution<std::uint64_t>()(random);
-}
+namespace path_filter::internal {
 
 /// The seed of every hash, drawn once for the process: names in a repository cannot be
 /// chosen to collide beforehand.

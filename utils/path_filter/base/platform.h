@@ -5,6 +5,7 @@
 #define UTILS_PATH_FILTER_BASE_PLATFORM_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,9 @@ bool is_same_name(std::string_view one, std::string_view other);
 
 /// Writes to standard error, which may not take it.
 void write_error(std::string_view text);
+
+/// Random bytes of the system. Throws a std::runtime_error when there are none.
+std::uint64_t random_seed();
 
 /// A number that two threads seldom share while both run: that of the processor, or one
 /// that goes with the thread.

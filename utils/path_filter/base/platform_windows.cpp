@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "utils/path_filter/base/blocking.h"
@@ -160,24 +161,37 @@ std::string absolute(std::string_view path) {
   return joined({native_path(text, full_storage), path});
 }
 
-/// `path` as the system's own call takes it. ".." is taken with what is before it, as Windows does.
+// Of a path for the system's own call, in UTF-16 units.
+constexpr std::size_t LONGEST = 0x7FFF;
+
+/// `path` as the system's own call takes it; "" for one that is too long to name a file. ".." is
+/// taken with what is before it, as Windows does.
 std::wstring system_path(std::string_view path) {
-  const std::string whole = absolute(path);
+  if (path.size() / 3 > LONGEST) return {};  // at least, as WTF-8
+  std::string whole = absolute(path);
   const bool is_share = whole.starts_with("//");
-  std::wstring text = is_share ? L"\\??\\UNC" : L"\\??";
-  PathComponents components(is_share ? std::string_view(whole).substr(2) : whole);
-  std::vector<std::string_view> names;
-  const std::size_t fixed = is_share ? 2 : 1;  // host and share, or the drive
-  while (const auto name = components.next()) {
-    if (*name != "..") {
-      names.push_back(*name);
-    } else if (names.size() > fixed) {
-      names.pop_back();
+  std::string_view below = is_share ? std::string_view(whole).substr(2) : whole;
+  std::string plain;
+  const auto has = [&](std::string_view part) { return below.find(part) != below.npos; };
+  if (has("//") || has("/./") || has("/../") || below.ends_with("/.") || below.ends_with("/..")) {
+    std::vector<std::string_view> names;
+    const std::size_t fixed = is_share ? 2 : 1;  // host and share, or the drive
+    PathComponents components(below);
+    while (const auto name = components.next()) {
+      if (*name != "..") {
+        names.push_back(*name);
+      } else if (names.size() > fixed) {
+        names.pop_back();
+      }
     }
+    for (const std::string_view name : names) {
+      if (!plain.empty()) plain += '/';
+      plain += name;
+    }
+    below = plain;
   }
-  for (const std::string_view name : names) (text += L'\\') += wide(name);
-  if (names.size() == fixed && !is_share) text += L'\\';  // a drive's top directory
-  return text;
+  if (below.size() == 2 && !is_share) below = whole = std::string(below) + '/';  // the drive's top
+  return (is_share ? L"\\??\\UNC\\" : L"\\??\\") + wide(below);
 }
 
 // --- Opening ---------------------------------------------------------------------------
@@ -200,9 +214,9 @@ std::optional<FILE_ATTRIBUTE_TAG_INFO> attributes(const FileHandle& file) {
 /// looks.
 std::error_code open(const FileHandle& from, std::wstring_view name, ACCESS_MASK access,
                      bool is_directory, Links last_link, FileHandle& opened) {
-  constexpr std::size_t LONGEST = 0x7FFF;
-  if (name.size() > LONGEST) return make_error_code(std::errc::filename_too_long);
-  if (name.find(L'\0') != name.npos) return error_of(ERROR_INVALID_NAME);
+  if (name.empty() || name.size() > LONGEST || name.find(L'\0') != name.npos) {
+    return error_of(ERROR_INVALID_NAME);  // no file has it
+  }
   UNICODE_STRING text{static_cast<USHORT>(name.size() * sizeof(wchar_t)),
                       static_cast<USHORT>(name.size() * sizeof(wchar_t)),
                       const_cast<wchar_t*>(name.data())};
@@ -452,6 +466,11 @@ bool is_same_name(std::string_view one, std::string_view other) {
   const std::wstring second = wide(other);
   return ::CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
                                 static_cast<int>(second.size()), TRUE) == CSTR_EQUAL;
+}
+
+std::uint64_t random_seed() {
+  std::random_device random;
+  return std::uniform_int_distribution<std::uint64_t>()(random);
 }
 
 void write_error(std::string_view text) {

@@ -38,8 +38,9 @@ struct Bracket {
 };
 
 /// Reads the bracket expression whose "[" is at `p`, and calls `add` with the first and the
-/// last byte of each range in it. Absent when it is broken. A "]" in the first place is a
-/// member; so is a "-" in the first or last place or behind a range or a class.
+/// last byte of each range in it, and whether it is a single member. Absent when it is broken. A
+/// "]" in the first place is a member; so is a "-" in the first or last place or behind a range or
+/// a class.
 template <typename Add>
 std::optional<Bracket> read_bracket(std::string_view pattern, std::size_t p, Add add) {
   const auto peek = [&](std::size_t offset) {
@@ -62,7 +63,7 @@ std::optional<Bracket> read_bracket(std::string_view pattern, std::size_t p, Add
                                               &NamedClass::name);
         if (named == std::end(NAMED_CLASSES)) return std::nullopt;
         for (std::size_t at = 0; at < named->ranges.size(); at += 2) {
-          add(byte(named->ranges[at]), byte(named->ranges[at + 1]));
+          add(byte(named->ranges[at]), byte(named->ranges[at + 1]), false);
         }
         low = '\0';
         p = close + 1;
@@ -75,10 +76,16 @@ std::optional<Bracket> read_bracket(std::string_view pattern, std::size_t p, Add
     if (peek(0) == '\\') ++p;
     if (p >= pattern.size()) return std::nullopt;
     const char high = pattern[p++];
-    add(byte(range ? low : high), byte(high));
+    add(byte(range ? low : high), byte(high), !range);
     low = range ? '\0' : high;
   }
   return Bracket{p + 1, negated};
+}
+
+/// What a byte of a pattern that stands for itself matches.
+template <Case LETTERS>
+char matched_by(char byte) {
+  return LETTERS == Case::folded ? folded(byte) : byte;
 }
 
 /// Whether a character of a pattern can stand for nothing but itself.
@@ -104,15 +111,18 @@ std::size_t behind_stars(std::string_view pattern, std::size_t p) {
 
 /// The first place from `t` on where the text has the literal that the pattern has from `p`
 /// on, or NONE.
+template <Case LETTERS>
 std::size_t find_literal(std::string_view pattern, std::size_t p, std::string_view text,
                          std::size_t t) {
   std::size_t end = p;
   while (end < pattern.size() && is_byte(pattern[end])) ++end;
-  return text.find(pattern.substr(p, end - p), t);
+  const std::string_view literal = pattern.substr(p, end - p);
+  return LETTERS == Case::exact ? text.find(literal, t) : find_folded(text, literal, t);
 }
 
 /// Where the pattern goes on behind its component that begins at `p` when that matches
 /// `text`, or NONE.
+template <Case LETTERS>
 std::size_t match_component(std::string_view pattern, std::size_t p, std::string_view text) {
   std::size_t t = 0;
   std::size_t after_star = NONE;
@@ -124,7 +134,7 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
         after_star = p = behind_stars(pattern, p);
         const std::size_t behind = behind_component(pattern, p);
         if (behind != NONE) return behind;
-        star_text = t = find_literal(pattern, p, text, t);
+        star_text = t = find_literal<LETTERS>(pattern, p, text, t);
         if (t == NONE) return NONE;
         continue;
       }
@@ -135,9 +145,15 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
         if (t == text.size()) break;
         bool holds = false;
         const auto byte = static_cast<unsigned char>(text[t]);
-        const auto bracket = read_bracket(pattern, p, [&](unsigned char first, unsigned char last) {
+        const bool is_letter = LETTERS == Case::folded && byte >= 'a' && byte <= 'z';
+        const auto add = [&](unsigned char first, unsigned char last, bool is_member) {
           holds |= first <= byte && byte <= last;
-        });
+          if (is_letter && !is_member) {
+            const int capital = byte - 'a' + 'A';
+            holds |= first <= capital && capital <= last;
+          }
+        };
+        const auto bracket = read_bracket(pattern, p, add);
         if (!bracket) return NONE;
         matches = holds != bracket->negated;
         next = bracket->end;
@@ -153,14 +169,14 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
         ++next;
         break;
       default:
-        matches = t < text.size() && pattern[p] == text[t];
+        matches = t < text.size() && matched_by<LETTERS>(pattern[p]) == text[t];
     }
     if (matches) {
       p = next;
       ++t;
     } else if (after_star != NONE && t < text.size()) {
       p = after_star;
-      star_text = t = find_literal(pattern, p, text, star_text + 1);
+      star_text = t = find_literal<LETTERS>(pattern, p, text, star_text + 1);
       if (t == NONE) return NONE;
     } else {
       return NONE;
@@ -170,6 +186,7 @@ std::size_t match_component(std::string_view pattern, std::size_t p, std::string
 
 /// A path pattern's way through a path, from the left to the right. What lies behind the path's
 /// end has no say in it: in a longer path it goes on from where it stands.
+template <Case LETTERS>
 struct PathMatch {
   std::size_t p = 0;  // past the pattern's end behind its last component
   std::size_t at = 0;
@@ -198,9 +215,9 @@ struct PathMatch {
         }
       }
       const std::size_t following = next(at);
+      const std::string_view component = path.substr(at, following - 1 - at);
       const std::size_t behind =
-          p > pattern.size() ? NONE
-                             : match_component(pattern, p, path.substr(at, following - 1 - at));
+          p > pattern.size() ? NONE : match_component<LETTERS>(pattern, p, component);
       if (behind != NONE) {
         p = behind;
         at = following;
@@ -216,23 +233,26 @@ struct PathMatch {
 };
 
 /// Whether the outermost bytes, which turn nearly every text away, leave a match possible.
+template <Case LETTERS>
 bool ends_fit(std::string_view pattern, std::string_view text) {
-  return text.empty() || ((!is_byte(pattern.front()) || pattern.front() == text.front()) &&
-                          (!is_byte(pattern.back()) || pattern.back() == text.back()));
+  const auto fits = [](char outermost, char byte) {
+    return !is_byte(outermost) || matched_by<LETTERS>(outermost) == byte;
+  };
+  return text.empty() || (fits(pattern.front(), text.front()) && fits(pattern.back(), text.back()));
 }
 
-}  // namespace
-
-bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text) {
-  if (!ends_fit(pattern, text)) return false;
-  return kind == GlobKind::name ? match_component(pattern, 0, text) != NONE
-                                : PathMatch().run(pattern, text);
+template <Case LETTERS>
+bool matches(std::string_view pattern, GlobKind kind, std::string_view text) {
+  if (!ends_fit<LETTERS>(pattern, text)) return false;
+  return kind == GlobKind::name ? match_component<LETTERS>(pattern, 0, text) != NONE
+                                : PathMatch<LETTERS>().run(pattern, text);
 }
 
-[[gnu::noinline]] bool glob_matches_further(std::string_view pattern, std::string_view path,
-                                            GlobProgress& progress) {
-  if (!ends_fit(pattern, path)) return false;
-  PathMatch match{progress.pattern, progress.path, progress.after_globstar, progress.globstar_path};
+template <Case LETTERS>
+bool matches_further(std::string_view pattern, std::string_view path, GlobProgress& progress) {
+  if (!ends_fit<LETTERS>(pattern, path)) return false;
+  PathMatch<LETTERS> match{progress.pattern, progress.path, progress.after_globstar,
+                           progress.globstar_path};
   const bool matches = match.run(pattern, path);
   const auto narrow = [](std::size_t offset) { return static_cast<std::uint32_t>(offset); };
   progress = {narrow(match.p), narrow(match.at), narrow(match.after_globstar),
@@ -240,7 +260,39 @@ bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text
   return matches;
 }
 
-GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set) {
+}  // namespace
+
+std::string folded(std::string_view text) {
+  std::string made(text);
+  for (char& byte : made) byte = folded(byte);
+  return made;
+}
+
+std::size_t find_folded(std::string_view text, std::string_view literal, std::size_t from) {
+  const auto same = [](char byte, char of_literal) { return byte == folded(of_literal); };
+  const auto* const begin = text.data() + std::min(from, text.size());
+  const auto* const end = text.data() + text.size();
+  const auto* const found = std::search(begin, end, literal.begin(), literal.end(), same);
+  const bool is_there = from <= text.size() && (found != end || literal.empty());
+  return is_there ? static_cast<std::size_t>(found - text.data()) : NONE;
+}
+
+bool glob_matches(std::string_view pattern, GlobKind kind, std::string_view text) {
+  return matches<Case::exact>(pattern, kind, text);
+}
+
+[[gnu::noinline]] bool glob_matches_folded(std::string_view pattern, GlobKind kind,
+                                           std::string_view text) {
+  return matches<Case::folded>(pattern, kind, text);
+}
+
+[[gnu::noinline]] bool glob_matches_further(std::string_view pattern, std::string_view path,
+                                            GlobProgress& progress, Case letters) {
+  return letters == Case::exact ? matches_further<Case::exact>(pattern, path, progress)
+                                : matches_further<Case::folded>(pattern, path, progress);
+}
+
+GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set, Case letters) {
   using Kind = GlobStep::Kind;
   switch (pattern[at]) {
     case '\\':
@@ -256,15 +308,20 @@ GlobStep read_glob_step(std::string_view pattern, std::size_t at, ByteSet& set) 
     }
     case '[': {
       set.reset();
-      const auto bracket = read_bracket(pattern, at, [&](std::size_t first, std::size_t last) {
-        for (std::size_t byte = first; byte <= last; ++byte) set.set(byte);
-      });
+      const bool folds = letters == Case::folded;
+      const auto add = [&](std::size_t first, std::size_t last, bool is_member) {
+        for (std::size_t byte = first; byte <= last; ++byte) {
+          const char small = folded(static_cast<char>(byte));
+          set.set(folds && !is_member ? static_cast<unsigned char>(small) : byte);
+        }
+      };
+      const auto bracket = read_bracket(pattern, at, add);
       if (!bracket) return {Kind::broken, {}, at};
       if (bracket->negated) set.flip();
       return {Kind::set, {}, bracket->end};
     }
     default:
-      return {Kind::byte, pattern[at], at + 1};
+      return {Kind::byte, letters == Case::folded ? folded(pattern[at]) : pattern[at], at + 1};
   }
 }
 

@@ -10,6 +10,7 @@
 
 namespace path_filter {
 
+using internal::Case;
 using internal::GlobKind;
 using internal::GlobStep;
 using internal::LiteralIndex;
@@ -44,7 +45,7 @@ std::string_view pattern_in(std::string_view line) {
 class Literals {
  public:
   /// For rules of so much text.
-  explicit Literals(std::size_t text_size) : _spelled_left(text_size / 8) {}
+  Literals(std::size_t text_size, Case letters) : _spelled_left(text_size / 8), _case(letters) {}
 
   /// Calls `file` with each literal, one of which stands in whatever the pattern matches,
   /// and its place. Calls `other` when there is none, and neither for what matches nothing.
@@ -70,7 +71,7 @@ class Literals {
   }
 
  private:
-  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, at, _set); }
+  GlobStep step(std::size_t at) { return internal::read_glob_step(_pattern, at, _set, _case); }
 
   /// Finds the literals at the pattern's ends; with `sets`, bracket expressions are parts
   /// of them. False when the pattern is broken.
@@ -131,6 +132,7 @@ class Literals {
   /// What may yet be spelled out: no honest file comes near it, a hostile one gets no more
   /// memory than this out of it.
   std::size_t _spelled_left;
+  const Case _case;
   std::string_view _pattern;
   std::size_t _variants = 1;  // at most one over MOST_VARIANTS
   bool _whole = true;         // there is no wildcard: all is tail
@@ -160,8 +162,9 @@ GitIgnoreSpec& GitIgnoreSpec::operator=(GitIgnoreSpec&& other) noexcept = defaul
 
 /// `for_each_line` calls what it is given with each line, the same each time.
 template <typename ForEachLine>
-GitIgnoreSpec GitIgnoreSpec::build(const ForEachLine& for_each_line) {
+GitIgnoreSpec GitIgnoreSpec::build(const ForEachLine& for_each_line, bool ignore_case) {
   GitIgnoreSpec spec;
+  if (ignore_case) spec._case = Case::folded;
   std::size_t rules = 0;
   std::size_t text_size = 0;
   for_each_line([&](std::string_view line) {
@@ -182,10 +185,11 @@ GitIgnoreSpec GitIgnoreSpec::build(const ForEachLine& for_each_line) {
   return spec;
 }
 
-GitIgnoreSpec GitIgnoreSpec::from_lines(std::span<const std::string_view> lines) {
-  return build([lines](auto take) {
+GitIgnoreSpec GitIgnoreSpec::from_lines(std::span<const std::string_view> lines, bool ignore_case) {
+  const auto for_each = [lines](auto take) {
     for (const std::string_view line : lines) take(line);
-  });
+  };
+  return build(for_each, ignore_case);
 }
 
 void GitIgnoreSpec::add_rule(std::string_view line, std::uint32_t number) {
@@ -204,7 +208,7 @@ void GitIgnoreSpec::add_rule(std::string_view line, std::uint32_t number) {
     line.remove_suffix(1);
   }
   std::size_t slash = std::string_view::npos;  // the last
-  rule.is_literal = true;
+  rule.is_literal = _case == Case::exact;
   for (std::size_t at = 0; at < line.size(); ++at) {
     if (line[at] == '/') slash = at;
     if (line[at] == '*' || line[at] == '?' || line[at] == '[' || line[at] == '\\') {
@@ -223,7 +227,7 @@ void GitIgnoreSpec::add_rule(std::string_view line, std::uint32_t number) {
 void GitIgnoreSpec::make_index() {
   Index index{LiteralIndex(_rules.size()), {}, {}};
   const auto for_each_literal = [this](auto file, auto other) {
-    Literals literals(_text.size());
+    Literals literals(_text.size(), _case);
     for (RuleNumber rule = 1; rule <= _rules.size(); ++rule) {
       const std::string_view glob = glob_of(rule);
       const GlobKind kind = kind_of(rule);
@@ -276,7 +280,7 @@ GitIgnoreSpec::Part GitIgnoreSpec::longest_part(std::string_view glob) const {
   std::string_view longest;
   std::size_t begin = 0;
   for (std::size_t at = 0; at < glob.size();) {
-    const GlobStep step = internal::read_glob_step(glob, at, set);
+    const GlobStep step = internal::read_glob_step(glob, at, set, _case);
     const bool is_plain = step.kind == GlobStep::Kind::byte && step.end == at + 1;
     at = step.end;
     if (!is_plain) begin = at;
@@ -308,10 +312,13 @@ CheckResult GitIgnoreSpec::check_file(PathArgument asked) const {
   std::string_view path = asked;
   const bool is_directory = path.ends_with('/');
   while (path.ends_with('/')) path.remove_suffix(1);
-  const RuleNumber decides =
-      deciding_rule(Question(path, internal::SplitPath(path).name, is_directory), 0);
-  if (decides == 0) return {};
-  return {ignores(decides)};
+  const auto answer = [&](std::string_view text) -> CheckResult {
+    const RuleNumber decides =
+        deciding_rule(Question(text, internal::SplitPath(text).name, is_directory), 0);
+    if (decides == 0) return {};
+    return {ignores(decides)};
+  };
+  return _case == Case::folded ? answer(internal::folded(path)) : answer(path);
 }
 
 /// Kept apart from what most questions ask.
@@ -334,8 +341,9 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     if (glob.empty()) return false;
     if (_rules[rule - 1].is_literal) return glob == text;
     if (question._progress != nullptr && kind == GlobKind::path) {
-      return glob_matches_further(glob, path, progress_of(rule, *question._progress));
+      return glob_matches_further(glob, path, progress_of(rule, *question._progress), _case);
     }
+    if (_case == Case::folded) return glob_matches_folded(glob, kind, text);
     return glob_matches(glob, kind, text);
   };
   if (!_index) {
@@ -361,7 +369,10 @@ GitIgnoreSpec::RuleNumber GitIgnoreSpec::deciding_rule(const Question& question,
     if (at < _index->parts.size() && (is_name || question._progress == nullptr)) {
       const auto [begin, size] = _index->parts[at];
       const std::string_view part = std::string_view(_text).substr(begin, size);
-      if ((is_name ? name : path).find(part) == std::string_view::npos) continue;
+      const std::string_view text = is_name ? name : path;
+      const std::size_t found =
+          _case == Case::exact ? text.find(part) : internal::find_folded(text, part, 0);
+      if (found == std::string_view::npos) continue;
     }
     if (matches(rule)) return rule;
   }
@@ -413,14 +424,16 @@ void for_each_line(std::string_view text, Take take) {
 
 }  // namespace
 
-std::optional<GitIgnoreSpec> GitIgnoreSpec::from_content(std::string_view content) {
+std::optional<GitIgnoreSpec> GitIgnoreSpec::from_content(std::string_view content,
+                                                         bool ignore_case) {
   // No invalid sequence reaches past a line end, so a line can be made valid by itself.
   const bool valid = !internal::find_invalid_utf8(content);
-  auto spec = GitIgnoreSpec::build([=](auto take) {
+  const auto for_each = [=](auto take) {
     for_each_line(content, [&](std::string_view line) {
       take(valid ? line : std::string_view(internal::replace_invalid_utf8(line)));
     });
-  });
+  };
+  auto spec = build(for_each, ignore_case);
   if (!spec.has_patterns()) return std::nullopt;
   return spec;
 }

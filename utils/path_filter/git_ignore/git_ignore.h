@@ -36,6 +36,7 @@
 #include <string_view>
 #include <system_error>
 #include <unordered_map>
+#include <variant>
 #include <vector>
 
 #include "utils/path_filter/base/export.h"
@@ -44,6 +45,7 @@
 namespace path_filter {
 
 namespace internal {
+enum class Case : bool;
 enum class GlobKind : std::uint8_t;
 struct GlobProgress;
 }  // namespace internal
@@ -61,6 +63,14 @@ inline constexpr std::size_t MAX_IGNORE_FILE_BYTES = std::size_t{16} << 20;
 /// and only for a root that has a git directory.
 using ExcludesFileLookup =
     std::function<std::optional<std::filesystem::path>(const std::filesystem::path& root)>;
+
+/// Given the repository root, whether git ignores case there (`core.ignorecase`). Called when the
+/// first ignore rules are read, from any thread, and always before the ExcludesFileLookup: the two
+/// may share what they find out.
+using IgnoreCaseLookup = std::function<bool(const std::filesystem::path& root)>;
+
+/// Whether case is ignored, or who knows it; one that is empty says that it is not.
+using IgnoreCase = std::variant<bool, IgnoreCaseLookup>;
 
 /// The rule of an ignore file that decided about a path.
 struct IgnoreRule {
@@ -111,13 +121,15 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
   };
 
   /// Builds the rule set of `lines`, given without their line ends. No line is an
-  /// error: one whose pattern is broken matches nothing. Linear in the text, which has at
-  /// most 2^27 lines and 4 GiB.
-  static GitIgnoreSpec from_lines(std::span<const std::string_view> lines);
+  /// error: one whose pattern is broken matches nothing. With `ignore_case` the rules match as
+  /// git's do with core.ignorecase. Linear in the text, which has at most 2^27 lines and 4 GiB.
+  static GitIgnoreSpec from_lines(std::span<const std::string_view> lines,
+                                  bool ignore_case = false);
 
   /// The rule set of an ignore file's content, or absent when it holds no pattern. Invalid UTF-8
   /// reads as U+FFFD.
-  static std::optional<GitIgnoreSpec> from_content(std::string_view content);
+  static std::optional<GitIgnoreSpec> from_content(std::string_view content,
+                                                   bool ignore_case = false);
 
   /// The lines that hold a pattern, in file order. Blank lines and comments have no
   /// entry.
@@ -133,7 +145,8 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
 
   /// One path as all the rule sets of a repository are asked about it: the parts that
   /// stay the same for each of them are computed once. `path` has no "/" at its end;
-  /// `name` is its last component.
+  /// `name` is its last component. For rule sets that ignore case both have small letters for
+  /// ASCII's capital ones.
   class Question {
    public:
     /// How far the rules of each set have come in a path that is asked about level by level,
@@ -173,7 +186,7 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
     std::uint32_t line : 27;
     std::uint32_t negated : 1;
     std::uint32_t directories_only : 1;
-    std::uint32_t is_literal : 1;
+    std::uint32_t is_literal : 1;        // byte by byte
     std::uint32_t is_path : 1;           // else it asks for the name alone
     std::uint32_t in_any_directory : 1;  // a name behind "**/", which says nothing more
   };
@@ -185,7 +198,7 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
   };
 
   template <typename ForEachLine>
-  static GitIgnoreSpec build(const ForEachLine& for_each_line);
+  static GitIgnoreSpec build(const ForEachLine& for_each_line, bool ignore_case);
 
   void add_rule(std::string_view line, std::uint32_t number);
   void make_index();
@@ -198,6 +211,7 @@ class PATH_FILTER_EXPORT GitIgnoreSpec {
   std::string _text;  // of all patterns
   std::vector<Rule> _rules;
   std::unique_ptr<const Index> _index;  // of more than a few rules
+  internal::Case _case{};
 };
 
 }  // namespace path_filter

@@ -47,13 +47,14 @@ void warn_unreadable(std::error_code error, const std::function<std::string()>& 
   logger->warn("Cannot read the ignore rules in %s: %s", {path(), internal::message(error)});
 }
 
-std::optional<GitIgnoreSpec> _read_ignore_rules(PathArgument path, internal::Links last_link) {
+std::optional<GitIgnoreSpec> _read_ignore_rules(PathArgument path, internal::Links last_link,
+                                                bool ignore_case) {
   const auto content = internal::read_file(path, last_link, MAX_IGNORE_FILE_BYTES);
   if (const auto* error = std::get_if<std::error_code>(&content)) {
     warn_unreadable(*error, [&] { return std::string(path); });
     return std::nullopt;
   }
-  return GitIgnoreSpec::from_content(std::get<std::string>(content));
+  return GitIgnoreSpec::from_content(std::get<std::string>(content), ignore_case);
 }
 
 std::optional<std::string> _git_dir(PathArgument root) {

@@ -19,8 +19,9 @@ namespace path_filter {
 /// warning in the log, when it cannot be read for another reason, is not a regular
 /// file or is over MAX_IGNORE_FILE_BYTES. Invalid UTF-8 reads as U+FFFD. Whether a
 /// symbolic link is read is the caller's to say: git reads none for a `.gitignore`.
-std::optional<GitIgnoreSpec> _read_ignore_rules(
-    PathArgument path, internal::Links last_link = internal::Links::follow);
+std::optional<GitIgnoreSpec> _read_ignore_rules(PathArgument path,
+                                                internal::Links last_link = internal::Links::follow,
+                                                bool ignore_case = false);
 
 /// Logs the one warning for an ignore file that could not be read, unless it is only
 /// missing. `path` gives its path and is called when there is something to log.

@@ -18,13 +18,42 @@ std::size_t IgnoreVerdicts::IgnoreFile::bytes_to_skip() const {
   return directory == nullptr || directory->path_size == 0 ? 0 : directory->path_size + 1;
 }
 
+IgnoreVerdicts::IgnoreVerdicts(const std::string& root, const ExcludesFileLookup& excludes_file,
+                               const IgnoreCase& ignore_case, internal::Links links)
+    : _root(root), _excludes_file(excludes_file), _ignore_case(ignore_case), _links(links) {
+  const auto* const lookup = std::get_if<IgnoreCaseLookup>(&ignore_case);
+  const bool is_known = lookup == nullptr || !*lookup;
+  const bool ignores = lookup == nullptr && std::get<bool>(ignore_case);
+  _ignores_case = !is_known ? Asked::not_yet : ignores ? Asked::yes : Asked::no;
+}
+
 // --- The ignore files ----------------------------------------------------------
 
-std::vector<std::string> IgnoreVerdicts::_exclude_files() const {
+bool IgnoreVerdicts::ignores_case() {
+  Asked known = _ignores_case.load(std::memory_order_acquire);
+  if (known == Asked::not_yet) {
+    const auto& lookup = std::get<IgnoreCaseLookup>(_ignore_case);
+    const Asked answer = lookup(internal::path_of(_root)) ? Asked::yes : Asked::no;
+    // Of threads that ask at once the first is right: all rule sets are of one kind.
+    if (_ignores_case.compare_exchange_strong(known, answer)) known = answer;
+  }
+  return known == Asked::yes;
+}
+
+/// The same for a question, once the rules of its directory have been read.
+bool IgnoreVerdicts::questions_are_folded() {
+  if (_ignores_case.load(std::memory_order_acquire) == Asked::not_yet) {
+    _repository_excludes();  // there are no others
+  }
+  return _ignores_case.load(std::memory_order_acquire) == Asked::yes;
+}
+
+std::vector<std::string> IgnoreVerdicts::_exclude_files() {
   std::vector<std::string> files;
   const auto git_dir = _git_dir(_root);
   if (!git_dir) return files;
   files.push_back(internal::joined({_common_dir(*git_dir), "info/exclude"}));
+  ignores_case();  // before the other lookup
   if (_excludes_file) {
     if (const auto configured = _excludes_file(internal::path_of(_root))) {
       files.push_back(internal::path_text(*configured));
@@ -39,7 +68,7 @@ const std::vector<IgnoreVerdicts::IgnoreFile>& IgnoreVerdicts::_repository_exclu
   ExcludeFiles excludes;
   const auto files = _exclude_files();
   for (const std::string& path : files) {
-    if (auto rules = _read_ignore_rules(path)) {
+    if (auto rules = _read_ignore_rules(path, internal::Links::follow, ignores_case())) {
       // git names the repository's own file relative to the work tree, and the configured
       // one as it is configured.
       const std::string& source =
@@ -82,7 +111,7 @@ const IgnoreVerdicts::IgnoreFile* IgnoreVerdicts::read_rules(std::string_view re
       });
       return above;
     }
-    auto rules = GitIgnoreSpec::from_content(*text);
+    auto rules = GitIgnoreSpec::from_content(*text, ignores_case());
     if (!rules) return above;
     const std::lock_guard hold(_lock);
     return &std::as_const(_files.emplace_back(IgnoreFile{std::move(*rules), &unread, above, {}}));
@@ -98,8 +127,8 @@ internal::FileContent IgnoreVerdicts::read_below_root(std::string_view rel_dir) 
 IgnoreVerdicts& IgnoreVerdicts::without_links() {
   const std::lock_guard hold(_lock);
   if (!_without_links) {
-    _without_links =
-        std::make_unique<IgnoreVerdicts>(_root, _excludes_file, internal::Links::refuse);
+    _without_links = std::make_unique<IgnoreVerdicts>(_root, _excludes_file, _ignore_case,
+                                                      internal::Links::refuse);
   }
   return *_without_links;
 }
@@ -118,17 +147,21 @@ IgnoreVerdicts::Match IgnoreVerdicts::_matches(std::string_view path, const Dire
     while (in->parent != nullptr && in->path_size >= path.size()) in = in->parent;
   }
   const std::string_view rel_dir = path.substr(0, in->path_size);
-  const std::string_view name = path.substr(rel_dir.empty() ? 0 : rel_dir.size() + 1);
-  const GitIgnoreSpec::Question question(path, name, is_directory, progress);
-  for (const IgnoreFile* file = _ignore_rules(rel_dir, *in); file != &NO_RULES; file = file->up) {
-    if (const auto rule = file->rules.deciding_rule(question, file->bytes_to_skip())) {
-      return {file, rule};
+  const IgnoreFile* const nearest = _ignore_rules(rel_dir, *in);
+  const auto ask = [&](std::string_view asked) -> Match {
+    const std::string_view name = asked.substr(rel_dir.empty() ? 0 : rel_dir.size() + 1);
+    const GitIgnoreSpec::Question question(asked, name, is_directory, progress);
+    for (const IgnoreFile* file = nearest; file != &NO_RULES; file = file->up) {
+      if (const auto rule = file->rules.deciding_rule(question, file->bytes_to_skip())) {
+        return {file, rule};
+      }
     }
-  }
-  for (const IgnoreFile& file : _repository_excludes()) {
-    if (const auto rule = file.rules.deciding_rule(question, 0)) return {&file, rule};
-  }
-  return {};
+    for (const IgnoreFile& file : _repository_excludes()) {
+      if (const auto rule = file.rules.deciding_rule(question, 0)) return {&file, rule};
+    }
+    return {};
+  };
+  return questions_are_folded() ? ask(internal::folded(path)) : ask(path);
 }
 
 /// Judges a directory, and those above it that have not been judged, from the top down. Kept

@@ -18,7 +18,7 @@
 //   once. A new directory costs one open for itself and each new one above it, and all of
 //   them together at most on the order of the rules' text times the path's: where several are
 //   new, each pattern goes on from where it came to in the one above, 16 bytes a rule.
-// Failures  What the lookup throws, and DecodingError for a `.git` or `commondir` file that
+// Failures  What a lookup throws, and DecodingError for a `.git` or `commondir` file that
 //   is not valid UTF-8, pass through. The caches stay
 //   whole and the next question tries again. A file that cannot be read gives one warning
 //   and no rules.
@@ -49,11 +49,10 @@ using IgnoreFileReader = std::function<internal::FileContent(std::string_view re
 
 class IgnoreVerdicts {
  public:
-  /// Reads nothing. `root` and `excludes_file` are referred to and must outlive it; `links` are
+  /// Reads nothing. `root` and the two lookups are referred to and must outlive it; `links` are
   /// those to directories on the way to an ignore file.
   IgnoreVerdicts(const std::string& root, const ExcludesFileLookup& excludes_file,
-                 internal::Links links = internal::Links::follow)
-      : _root(root), _excludes_file(excludes_file), _links(links) {}
+                 const IgnoreCase& ignore_case, internal::Links links = internal::Links::follow);
 
   // In what follows, paths are relative to the root, with "/" between components, and come
   // with the table's entry of the directory that their text names: for a file's path, of
@@ -107,7 +106,9 @@ class IgnoreVerdicts {
     bool ignores() const { return file != nullptr && file->rules.ignores(rule); }
   };
 
-  std::vector<std::string> _exclude_files() const;
+  bool ignores_case();
+  bool questions_are_folded();
+  std::vector<std::string> _exclude_files();
   const IgnoreFile* _ignore_rules(std::string_view rel_dir, const internal::Directory& directory);
   const std::vector<IgnoreFile>& _repository_excludes();
   Match _matches(std::string_view path, const internal::Directory& directory, bool is_directory,
@@ -122,7 +123,11 @@ class IgnoreVerdicts {
 
   const std::string& _root;
   const ExcludesFileLookup& _excludes_file;
+  const IgnoreCase& _ignore_case;
   const internal::Links _links;  // on the way to an ignore file
+
+  enum class Asked : std::uint8_t { not_yet, no, yes };
+  std::atomic<Asked> _ignores_case;  // asked before there are rules
 
   internal::DirectoryMap<Verdict> _ignored_directories;
   /// The first of the chain that judges the directory's files; NO_RULES when neither it

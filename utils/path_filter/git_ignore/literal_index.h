@@ -77,7 +77,7 @@ class LiteralIndex {
   /// heads and tails only those whose innermost byte fits: for the suffixes of a template
   /// that is one or two. Most texts are hashed not once.
   template <typename Ask>
-  void find(Anchors anchors, std::string_view text, Ask ask) const {
+  [[gnu::always_inline]] void find(Anchors anchors, std::string_view text, Ask ask) const {
     if (text.empty()) return;
     const Sizes& front = _sizes[pair(text, End::front) & (_pairs - 1)];
     const Sizes& back = _sizes[pair(text, End::back) & (_pairs - 1)];

@@ -41,8 +41,8 @@ std::string mebibytes(std::int64_t bytes, std::chars_format format, int precisio
 IndexScope::IndexScope(std::filesystem::path root_path, IndexScopeOptions options)
     : root(std::move(root_path)),
       limits(std::move(options.limits)),
-      _state(
-          std::make_unique<internal::ScopeState>(root, limits, std::move(options.excludes_file))) {}
+      _state(std::make_unique<internal::ScopeState>(root, limits, std::move(options.excludes_file),
+                                                    std::move(options.ignore_case))) {}
 
 IndexScope::~IndexScope() = default;
 
@@ -108,14 +108,15 @@ namespace internal {
 // --- The rules -----------------------------------------------------------------
 
 ScopeState::ScopeState(const std::filesystem::path& root, const std::optional<IndexLimits>& limits,
-                       ExcludesFileLookup excludes_file)
+                       ExcludesFileLookup excludes_file, IgnoreCase ignore_case)
     : _root(path_text(root)),
       _limits(limits),
       _excludes_file(std::move(excludes_file)),
-      _verdicts(std::make_shared<IgnoreVerdicts>(_root, _excludes_file)) {}
+      _ignore_case(std::move(ignore_case)),
+      _verdicts(std::make_shared<IgnoreVerdicts>(_root, _excludes_file, _ignore_case)) {}
 
 void ScopeState::refresh() {
-  _verdicts.replace(std::make_shared<IgnoreVerdicts>(_root, _excludes_file));
+  _verdicts.replace(std::make_shared<IgnoreVerdicts>(_root, _excludes_file, _ignore_case));
 }
 
 const Directory& ScopeState::directory_of(std::string_view path) {

@@ -37,7 +37,7 @@
 //   open for itself and each new directory above it. Memory grows with the directories
 //   asked about, by their names' length and some 80 bytes.
 //
-// Failures  What the registry, the excludes-file lookup, an `on_error` or the logger's sink
+// Failures  What the registry, a lookup, an `on_error` or the logger's sink
 //   throws passes through; so does DecodingError for a `.git` or `commondir` file that is
 //   not valid UTF-8. The caches stay whole and the next question tries again.
 
@@ -75,6 +75,9 @@ struct IndexScopeOptions {
   std::optional<IndexLimits> limits = std::nullopt;
   /// Absent: no such file is read.
   ExcludesFileLookup excludes_file = nullptr;
+  /// Whether the ignore rules match as git's do with `core.ignorecase`, or a lookup of it, which is
+  /// asked when the first of them are read, and again after refresh(). No other rule ignores case.
+  IgnoreCase ignore_case = false;
 };
 
 /// What a question about a file is told by name.

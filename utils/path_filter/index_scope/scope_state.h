@@ -25,7 +25,7 @@ class ScopeState {
  public:
   /// The limits are referred to and must outlive it.
   ScopeState(const std::filesystem::path& root, const std::optional<IndexLimits>& limits,
-             ExcludesFileLookup excludes_file);
+             ExcludesFileLookup excludes_file, IgnoreCase ignore_case);
 
   void refresh();
 
@@ -61,6 +61,7 @@ class ScopeState {
   const std::string _root;
   const std::optional<IndexLimits>& _limits;
   const ExcludesFileLookup _excludes_file;
+  const IgnoreCase _ignore_case;
 
   DirectoryTable _directories;
   DirectoryMap<DirectoryRule> _directory_rules;
