@@ -18,11 +18,12 @@ zig_cc -o "$work/bin/git.exe" -x c - <<'END'
 int main(int count, char** arguments) {
   const char* name = getenv("GIT_CONFIG_GLOBAL");
   FILE* config = name ? fopen(name, "r") : NULL;
-  char value[260];
-  if (strcmp(arguments[count - 1], "core.excludesFile") != 0) return 129;
+  char file[260], ignores[10] = "false";
+  if (strncmp(arguments[count - 1], "^core", 5) != 0) return 129;
   if (!config) return 1;
-  if (fscanf(config, " [core] excludesFile = %259[^\n]", value) != 1) return 128;
-  return fwrite(value, 1, strlen(value) + 1, stdout) ? 0 : 1;
+  if (fscanf(config, " [core] excludesFile = %259[^\n] ignorecase = %9s", file, ignores) < 1) return 128;
+  printf("core.excludesfile\n%s%ccore.ignorecase\n%s%c", file, 0, ignores, 0);
+  return 0;
 }
 END
 export WINEPATH=Z:$work/bin
