@@ -28,8 +28,9 @@ int main(int count, char** arguments) {
 END
 export WINEPATH=Z:$work/bin
 
-# What python.exe writes goes through a pipe, as Wine has no console here.
-wine_python() { wine "$environment/python.exe" "$@" </dev/null 2>&1 | cat; }
+# What python.exe writes goes through a pipe, as Wine has no console here. Nobody waits for the
+# pipe's end: Wine's own processes may inherit it, and stay.
+wine_python() { wine "$environment/python.exe" "$@" </dev/null > >(cat) 2>&1; }
 
 # A CPython, its version, the wheel
 check() {
