@@ -95,10 +95,6 @@ nb::str to_str(std::string_view text) {
   const auto size = static_cast<Py_ssize_t>(text.size());
   PyObject* made = NAMES_ARE_BYTES ? PyUnicode_DecodeFSDefaultAndSize(text.data(), size)
                                    : PyUnicode_DecodeUTF8(text.data(), size, "surrogatepass");
-  if (made == nullptr && !NAMES_ARE_BYTES) {  // of an ignore file: no name has such bytes
-    PyErr_Clear();
-    made = PyUnicode_DecodeUTF8(text.data(), size, "replace");
-  }
   if (made == nullptr) nb::raise_python_error();
   return nb::steal<nb::str>(made);
 }
