@@ -116,7 +116,7 @@ std::string read_text(std::istream& file) {
 
 /// `text` without the top's own path.
 std::string anywhere(std::string text, const TempTree& top) {
-  const std::string own = path_filter::internal::path_text(top.root());
+  const std::string own = path_filter::path_text(top.root());
   if (const auto at = text.find(own); at != text.npos) text.replace(at, own.size(), "$");
   return text;
 }
@@ -192,7 +192,7 @@ void replay(std::istream& file) {
     empty(top / tree);
     for (; files > 0; --files) {
       const std::string path = read_text(file);
-      top.write(path_filter::internal::path_of(path), read_text(file));
+      top.write(path_filter::path_of(path), read_text(file));
     }
     const auto excludes_file = [&](const fs::path&) { return top / "excludes"; };
     const IndexScope scope(top / tree,

@@ -205,7 +205,7 @@ const Judge::Root* Judge::root_of(std::string_view directory) {
 
 /// Whether the directory, whose path ends in "/", is a root.
 bool Judge::is_root(const std::string& directory) const {
-  using path_filter::internal::path_of;
+  using path_filter::path_of;
   std::error_code unexamined;
   return _has_root
              ? std::filesystem::equivalent(path_of(directory), path_of(_base + '/'), unexamined)

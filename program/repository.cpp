@@ -15,11 +15,11 @@ namespace program {
 
 using path_filter::Explanation;
 using path_filter::IndexScope;
+using path_filter::path_of;
+using path_filter::path_text;
 using path_filter::internal::FileType;
 using path_filter::internal::joined;
 using path_filter::internal::Links;
-using path_filter::internal::path_of;
-using path_filter::internal::path_text;
 using path_filter::internal::resolved;
 
 namespace {

@@ -14,10 +14,10 @@
 
 namespace program {
 
+using path_filter::path_of;
+using path_filter::path_text;
 using path_filter::internal::FileHandle;
 using path_filter::internal::last_error;
-using path_filter::internal::path_of;
-using path_filter::internal::path_text;
 
 namespace {
 

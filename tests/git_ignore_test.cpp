@@ -44,14 +44,13 @@ TEST(GitIgnore, WhatHoldsNoRulesOrCannotBeRead) {
     const CapturedLog log;
     EXPECT_FALSE(_read_ignore_rules(tree / path, internal::Links::refuse));
     const std::string warning = "Cannot read the ignore rules in ";
-    EXPECT_EQ(log.text(),
-              end.empty() ? "" : warning + internal::path_text(tree / path) + problem + end);
+    EXPECT_EQ(log.text(), end.empty() ? "" : warning + path_text(tree / path) + problem + end);
   }
 }
 
 TEST(GitIgnore, PointerFiles) {
   const TempTree tree;
-  const std::string root = internal::path_text(tree.root());
+  const std::string root = path_text(tree.root());
   EXPECT_FALSE(_git_dir(tree.root()));
   EXPECT_EQ(_common_dir(tree.root()), root);
   for (const auto& [content, git_dir, common_dir] :

@@ -94,8 +94,7 @@ TEST(IndexScope, Relative) {
         Row{"\\\\s\\h", "\\\\?\\UNC\\S\\h\\a", "a"}, Row{"C:/r", "D:/r/a", ABSENT},
         Row{".", "C:/a", ABSENT}, Row{"C:\\", "C:\\a", "a"}}) {
     if (posix && root[0] != '/') continue;  // a file's name there
-    EXPECT_EQ(IndexScope(internal::path_of(root)).relative(path).value_or(ABSENT), relative)
-        << path << root;
+    EXPECT_EQ(IndexScope(path_of(root)).relative(path).value_or(ABSENT), relative) << path << root;
   }
 }
 
@@ -127,7 +126,7 @@ TEST_F(Ignoring, Verdicts) {
       {"logs/keep.log", ".gitignore:4:logs/"},
       {"local/notes.txt", ".git/info/exclude:1:local/"},
       {"gen/.gitignore", "gen/.gitignore:1:*"},
-      {"a.tmp", internal::path_text(tree / "global") + ":2:*.tmp*"},
+      {"a.tmp", path_text(tree / "global") + ":2:*.tmp*"},
       {"gen/", ""},
       {"build//", ".gitignore:2:build/"},
       {"sub/build/", ".gitignore:2:build/"},
@@ -275,8 +274,7 @@ TEST(IndexScope, OddIgnoreFiles) {
        {"dir/.gitignore: Is a directory\n"s, "fifo/.gitignore: Not a regular file\n"s,
         "link/.gitignore: " + loop + "\n"}) {
     if ((problem[0] == 'f' && !fifos) || (problem[0] == 'l' && !links)) continue;
-    expected +=
-        "Cannot read the ignore rules in " + internal::path_text(tree.root()) + '/' + problem;
+    expected += "Cannot read the ignore rules in " + path_text(tree.root()) + '/' + problem;
   }
   EXPECT_EQ(log.text(), expected);
 }

@@ -23,7 +23,7 @@ TEST(TestCode, IsTestPath) {
        {"UserServiceTest.java", "src/main/UserServiceTest.java", "test_a.py", "src\\test_a.py",
         "Tests/Foo.cs", "src\\TESTS\\foo.cs", "src/ÉTESTS/foo.cs", "/home/tests/repo/src/a.py",
         "//tests/a.py", "tests/../src/a.py", "./a//tests/./a.py", "tests/a.py/"})
-    EXPECT_TRUE(is_test_path(path) && is_test_path(internal::path_of(path))) << path;
+    EXPECT_TRUE(is_test_path(path) && is_test_path(path_of(path))) << path;
   for (const char* path : {"docs/tests/guide.md", "tests/fixtures/users.json", "tests/unknown.bin",
                            "src/Latest.java", "src/latesttest.java", "test_utils/strings.py",
                            "src/contest/a.py", "a.py/tests", "tests", "é/a.py", "", ".", "/"})

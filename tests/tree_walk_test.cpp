@@ -22,7 +22,7 @@ struct Walked {
 
   WalkErrorHandler on_error() {
     return [this](const std::filesystem::filesystem_error& error) {
-      errors.push_back(internal::path_text(error.path1()) + ": " + error.code().message());
+      errors.push_back(path_text(error.path1()) + ": " + error.code().message());
     };
   }
   PruneHandler on_pruned() {

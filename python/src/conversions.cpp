@@ -99,7 +99,7 @@ nb::str to_str(std::string_view text) {
   return nb::steal<nb::str>(made);
 }
 
-nb::str from_path(const std::filesystem::path& path) { return to_str(internal::path_text(path)); }
+nb::str from_path(const std::filesystem::path& path) { return to_str(path_text(path)); }
 
 std::filesystem::path to_path(nb::handle object, const char* argument) {
   const PathBytes path(object.ptr(), argument);
@@ -107,7 +107,7 @@ std::filesystem::path to_path(nb::handle object, const char* argument) {
     PyErr_Format(PyExc_ValueError, "%s: embedded null character", argument);
     nb::raise_python_error();
   }
-  return internal::path_of(path);
+  return path_of(path);
 }
 
 std::optional<std::int64_t> to_int64(PyObject* object, const char* argument) {

@@ -33,7 +33,7 @@ class Handle {
   HANDLE _value = nullptr;
 };
 
-std::wstring wide(std::string_view text) { return path_filter::internal::path_of(text).native(); }
+std::wstring wide(std::string_view text) { return path_filter::path_of(text).native(); }
 
 std::wstring variable(const wchar_t* name) {
   std::wstring value;

@@ -14,8 +14,8 @@
 namespace git_config {
 namespace {
 
-using path_filter::internal::path_of;
-using path_filter::internal::path_text;
+using path_filter::path_of;
+using path_filter::path_text;
 
 constexpr std::chrono::seconds LONGEST_WAIT_FOR_LIST{10};
 

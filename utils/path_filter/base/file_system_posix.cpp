@@ -239,10 +239,6 @@ void add_entry(Listing& listing, const FileHandle& directory, const dirent& entr
 
 // --- Paths ---------------------------------------------------------------------------
 
-std::string path_text(const std::filesystem::path& path) { return path.native(); }
-
-std::filesystem::path path_of(std::string_view text) { return text; }
-
 std::string_view native_path(std::string_view path, std::string&) { return path; }
 
 // Not by std::random_device, which may need /dev/urandom.
@@ -262,3 +258,11 @@ bool is_absolute(std::string_view path) { return path.starts_with('/'); }
 bool is_same_name(std::string_view one, std::string_view other) { return one == other; }
 
 }  // namespace path_filter::internal
+
+namespace path_filter {
+
+std::string path_text(const std::filesystem::path& path) { return path.native(); }
+
+std::filesystem::path path_of(std::string_view text) { return text; }
+
+}  // namespace path_filter

@@ -14,15 +14,11 @@
 
 namespace path_filter {
 
-namespace internal {
-
 /// The text of a path, and the path of a text: the component's own paths are bytes. On POSIX the
 /// path's own; on Windows WTF-8 (which is UTF-8 but for names that are no valid UTF-16), with "/"
 /// for "\". Bytes that are no WTF-8 give U+FFFD there.
 PATH_FILTER_EXPORT std::string path_text(const std::filesystem::path& path);
 PATH_FILTER_EXPORT std::filesystem::path path_of(std::string_view text);
-
-}  // namespace internal
 
 /// What views a text of any kind or a std::filesystem::path, without copying it where the path is
 /// bytes: for parameters only, as it must not outlive what it was made of. A path is its bytes;
@@ -48,7 +44,7 @@ class PathArgument {
    public:
     Converted() = default;
     Converted(const Converted&) = delete;  // it is viewed
-    std::string_view operator()(const auto& path) { return _text = internal::path_text(path); }
+    std::string_view operator()(const auto& path) { return _text = path_text(path); }
 
    private:
     std::string _text;

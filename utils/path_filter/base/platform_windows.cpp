@@ -441,14 +441,6 @@ std::error_code Listing::read(const FileHandle& directory) {
 
 // --- Paths -----------------------------------------------------------------------------
 
-std::string path_text(const std::filesystem::path& path) {
-  std::string text;
-  append_text(path.native(), text);
-  return text;
-}
-
-std::filesystem::path path_of(std::string_view text) { return wide(text); }
-
 std::string_view native_path(std::string_view path, std::string& storage) {
   path = with_slashes(path, storage);
   constexpr std::string_view PLAIN = "//?/";
@@ -489,3 +481,15 @@ void write_error(std::string_view text) {
 }
 
 }  // namespace path_filter::internal
+
+namespace path_filter {
+
+std::string path_text(const std::filesystem::path& path) {
+  std::string text;
+  internal::append_text(path.native(), text);
+  return text;
+}
+
+std::filesystem::path path_of(std::string_view text) { return internal::wide(text); }
+
+}  // namespace path_filter

@@ -12,9 +12,8 @@ namespace path_filter {
 
 DecodingError::DecodingError(const std::filesystem::path& path, std::string content,
                              std::size_t position)
-    : std::system_error(
-          std::make_error_code(std::errc::illegal_byte_sequence),
-          internal::path_text(path) + ": not valid UTF-8 at byte " + std::to_string(position)),
+    : std::system_error(std::make_error_code(std::errc::illegal_byte_sequence),
+                        path_text(path) + ": not valid UTF-8 at byte " + std::to_string(position)),
       _content(std::make_shared<const std::string>(std::move(content))),
       _position(position) {}
 
@@ -30,7 +29,7 @@ std::optional<std::string> read_pointer(const std::string& path) {
   const auto* text = std::get_if<std::string>(&content);
   if (text == nullptr) return std::nullopt;
   if (const auto invalid = internal::find_invalid_utf8(*text)) {
-    throw DecodingError(internal::path_of(path), *text, *invalid);
+    throw DecodingError(path_of(path), *text, *invalid);
   }
   return std::string(internal::trim(*text));
 }

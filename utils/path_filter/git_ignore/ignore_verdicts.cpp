@@ -33,7 +33,7 @@ bool IgnoreVerdicts::ignores_case() {
   Asked known = _ignores_case.load(std::memory_order_acquire);
   if (known == Asked::not_yet) {
     const auto& lookup = std::get<IgnoreCaseLookup>(_ignore_case);
-    const Asked answer = lookup(internal::path_of(_root)) ? Asked::yes : Asked::no;
+    const Asked answer = lookup(path_of(_root)) ? Asked::yes : Asked::no;
     // Of threads that ask at once the first is right: all rule sets are of one kind.
     if (_ignores_case.compare_exchange_strong(known, answer)) known = answer;
   }
@@ -55,8 +55,8 @@ std::vector<std::string> IgnoreVerdicts::_exclude_files() {
   files.push_back(internal::joined({_common_dir(*git_dir), "info/exclude"}));
   ignores_case();  // before the other lookup
   if (_excludes_file) {
-    if (const auto configured = _excludes_file(internal::path_of(_root))) {
-      files.push_back(internal::path_text(*configured));
+    if (const auto configured = _excludes_file(path_of(_root))) {
+      files.push_back(path_text(*configured));
     }
   }
   return files;

@@ -240,8 +240,7 @@ bool DirectoryLister::State::admits(const Directory& directory, bool is_link) {
 void DirectoryLister::State::fail(std::error_code error, std::string_view rel_path) {
   if (!_on_error) return;
   _on_error(std::filesystem::filesystem_error(
-      "cannot list the directory", internal::path_of(internal::joined({_scope.root(), rel_path})),
-      error));
+      "cannot list the directory", path_of(internal::joined({_scope.root(), rel_path})), error));
 }
 
 DirectoryLister::DirectoryLister(const IndexScope& scope, WalkErrorHandler on_error,
