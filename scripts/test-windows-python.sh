@@ -30,7 +30,7 @@ export WINEPATH=Z:$work/bin
 
 # What python.exe writes goes through a pipe, as Wine has no console here. Nobody waits for the
 # pipe's end: Wine's own processes may inherit it, and stay.
-wine_python() { wine "$environment/python.exe" "$@" </dev/null > >(cat) 2>&1; }
+wine_python() { timeout 900 wine "$environment/python.exe" "$@" </dev/null > >(cat) 2>&1; }
 
 # A CPython, its version, the wheel
 check() {
