@@ -138,8 +138,13 @@ Judge::Located Judge::locate(std::string_view given) {
     if (_has_root) return {*_base_root.repository, std::string(path), is_directory};
     (_absolute.assign(_base) += '/') += path;
   } else {
+    // As find lists them; on Windows "/a" is not all of a path.
+    const bool is_whole = path.starts_with('/') ? _base.starts_with('/') && _base[1] != '/'
+                                                : path_filter::internal::is_absolute(path);
     _absolute =
-        path_filter::internal::normalized(path_filter::internal::resolved(_base + '/', path));
+        is_whole && has_plain_names(path.substr(path.starts_with('/') ? 1 : 0))
+            ? std::string(path)
+            : path_filter::internal::normalized(path_filter::internal::resolved(_base + '/', path));
     is_directory = _absolute.ends_with('/');
     _absolute = without_end(_absolute);
   }
