@@ -19,7 +19,7 @@ for wheel in build/wheels/*.whl; do
     fail "$name has no entry for SQLite"
   case $platform in
     *linux*)
-      found=$(build/zig/bin/auditwheel show "$wheel" | grep -om1 '"[a-z]*linux_[^"]*"' | tr -d '"')
+      found=$(build/zig/bin/auditwheel show "$wheel" | awk -F '"' '/linux_/ && !n++ { print $2 }')
       printf '%s\n' "$found" "${platform%.whl}" | sort -CV || fail "$name: auditwheel finds $found"
       echo "$name: glibc $(llvm-readelf-14 --dyn-symbols "$files"/*/*.so | grep -o 'GLIBC_[0-9.]*' |
         sort -uV | tail -n 1)" ;;
