@@ -50,5 +50,6 @@ while IFS= read -r line; do
     '$ '*) echo "$line"; eval "${line:2}" 2>&1 < /dev/null || echo "[$?]" ;;
   esac
 done < <(transcript) |
-  sed "s:$ROOT:ROOT:g; s/[Zz]:ROOT/ROOT/g" |
+  sed "s:$ROOT:ROOT:g; s/[Zz]:ROOT/ROOT/g
+       s/Illegal byte sequence/Invalid or incomplete multibyte or wide character/" |
   diff -u <(transcript) -
