@@ -23,6 +23,7 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT CMAKE_SYSTEM_PROCESSOR STREQUAL CM
     list(APPEND CMAKE_CROSSCOMPILING_EMULATOR -L ${root}/build/python/arm64)
   endif()
 endif()
+set(CMAKE_INSTALL_NAME_TOOL /usr/bin/llvm-install-name-tool-14)  # CMake asks for it on macOS
 if(CMAKE_SYSTEM_NAME STREQUAL "Windows")
   set(CMAKE_CROSSCOMPILING_EMULATOR /usr/lib/wine/wine64)
 endif()
