@@ -550,7 +550,8 @@ int main(int count, char** arguments) try {
       return 0;
     }
     if (at + 1 < count && option == "--record") {
-      record = std::make_unique<Record>(std::ofstream(arguments[at + 1], std::ios::binary));
+      record = std::make_unique<Record>();
+      record->file.open(arguments[at + 1], std::ios::binary);
       continue;
     }
     if (!options.contains(arguments[at]) || at + 1 == count) {
