@@ -121,18 +121,17 @@ test-wheels: wheels  ## test the wheels that this machine can run
 
 # Under Wine. QUESTIONS=1000000 make test-windows: how much of what git says of random trees is
 # held against the build for Windows; fewer than half have names that Windows can have.
-test-windows: export WINEPREFIX ?= $(CURDIR)/build/wine
-test-windows: export WINEDEBUG = -all
 test-windows: needs-build-test-cross-wine  ## test the program and the package for Windows
 	scripts/cross-files.sh zig sources pythons
 	cmake --preset gcc
 	cmake --build --preset gcc -j $(JOBS) --target git_differential
-	mkdir -p build/cross/x86_64-windows-gnu $(WINEPREFIX)
+	mkdir -p build/cross/x86_64-windows-gnu
 	build/gcc/fuzz/git_differential --seed 1 --questions $(or $(QUESTIONS),50000) \
 	  --record build/cross/x86_64-windows-gnu/git_answers
-	$(call for_each,x86_64-windows-gnu) && ctest --preset cross -j $(JOBS) -E completion_test || exit; done
+	$(call for_each,x86_64-windows-gnu) && scripts/with-wine.sh ctest --preset cross -j $(JOBS) \
+	  -E completion_test --repeat after-timeout:2 || exit; done
 	PATH="$(CURDIR)/build/zig/bin:$$PATH" build/zig/bin/python scripts/wheels.py -j $(JOBS) win_amd64
-	scripts/test-windows-python.sh
+	scripts/with-wine.sh scripts/test-windows-python.sh
 
 dist: wheels package static needs-dist  ## make all that a release has in build/dist
 	export TARGET=x86_64-windows-gnu && cmake --preset cross -DPATH_FILTER_EXTENSION=ON && \
